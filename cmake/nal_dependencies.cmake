@@ -1,0 +1,21 @@
+# Every outside library, found once. docs/dependencies.md says what each is for.
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+find_package(Boost 1.74 REQUIRED)
+find_package(fmt REQUIRED)
+find_package(spdlog REQUIRED)
+pkg_check_modules(gcrypt REQUIRED IMPORTED_TARGET libgcrypt)
+
+# Berkeley DB 5.3, through its 1.85 interface (db_185.h) and DB->verify (db.h).
+find_path(NAL_DB_INCLUDE db_185.h REQUIRED)
+find_library(NAL_DB_LIBRARY NAMES db-5.3 db REQUIRED)
+add_library(nal_berkeley_db INTERFACE)
+target_include_directories(nal_berkeley_db SYSTEM INTERFACE ${NAL_DB_INCLUDE})
+target_link_libraries(nal_berkeley_db INTERFACE ${NAL_DB_LIBRARY})
+
+if(NAL_BUILD_TESTS)
+  find_package(GTest REQUIRED)
+endif()
+if(NAL_BUILD_BENCH)
+  find_package(benchmark REQUIRED)
+endif()

@@ -1,4 +1,5 @@
-/// The basic types and calendar records that the host interfaces share with the CryptoAPI-style interface of the library.
+/// The basic types and calendar records that the host interfaces share with the CryptoAPI-style interface of the
+/// library.
 #pragma once
 
 #include <cstdint>

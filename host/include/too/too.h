@@ -1,0 +1,12 @@
+/// The tools library: everything that it declares.
+#pragma once
+
+#include "too/bit_blob.h"
+#include "too/export.h"
+#include "too/ident_obj.h"
+#include "too/last_error.h"
+#include "too/reference.h"
+#include "too/status.h"
+#include "too/string.h"
+#include "too/time.h"
+#include "too/types.h"

@@ -28,11 +28,6 @@ using HCERTSTORE = void*;
 /// A context of the cryptographic service provider; 0 is none.
 using HCRYPTPROV = unsigned long;
 
-/// Bytes and their count. `pbData` may be null when `cbData` is 0.
-struct CRYPTOAPI_BLOB {
-    DWORD cbData;
-    BYTE* pbData;
-};
 using CRYPT_INTEGER_BLOB = CRYPTOAPI_BLOB;  ///< an integer, least significant byte first, sign octets kept
 using CRYPT_UINT_BLOB = CRYPTOAPI_BLOB;
 using CRYPT_OBJID_BLOB = CRYPTOAPI_BLOB;     ///< an algorithm's parameters, DER

@@ -21,6 +21,12 @@ using LPCWSTR = const wchar_t*;
 #define FALSE 0
 #endif
 
+/// Bytes and their count. `pbData` may be null when `cbData` is 0.
+struct CRYPTOAPI_BLOB {
+    DWORD cbData;
+    BYTE* pbData;
+};
+
 /// A time in 100-nanosecond units since 1601-01-01 00:00 UTC, in two words.
 struct FILETIME {
     DWORD dwLowDateTime;

@@ -1,0 +1,6 @@
+/// The cryptographic service provider: everything of its interface.
+#pragma once
+
+#include "ork/constants.h"
+#include "ork/oid_info.h"
+#include "ork/provider.h"

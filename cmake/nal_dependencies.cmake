@@ -4,6 +4,11 @@ find_package(PkgConfig REQUIRED)
 find_package(Boost 1.74 REQUIRED)
 find_package(fmt REQUIRED)
 find_package(spdlog REQUIRED)
+# spdlog's own target brings the shared fmt library; the headers are all that is used here.
+add_library(nal_spdlog INTERFACE)
+target_link_libraries(nal_spdlog INTERFACE fmt::fmt-header-only)
+target_compile_definitions(nal_spdlog INTERFACE SPDLOG_FMT_EXTERNAL)
+
 pkg_check_modules(gcrypt REQUIRED IMPORTED_TARGET libgcrypt)
 
 # Berkeley DB 5.3, through its 1.85 interface (db_185.h) and DB->verify (db.h).

@@ -61,44 +61,24 @@ public:
         return *this;
     }
 
+    // Friends, so that they are considered only when one side is a CTOOString: both a std::string_view and a literal
+    // would otherwise convert to one, and their own comparison would be ambiguous.
+    friend bool operator==(const CTOOString& a, const CTOOString& b) { return a.str() == b.str(); }
+    friend bool operator==(const CTOOString& a, const char* b) { return a.view() == std::string_view(b ? b : ""); }
+    friend bool operator==(const char* a, const CTOOString& b) { return b == a; }
+    friend bool operator!=(const CTOOString& a, const CTOOString& b) { return !(a == b); }
+    friend bool operator!=(const CTOOString& a, const char* b) { return !(a == b); }
+    friend bool operator!=(const char* a, const CTOOString& b) { return !(b == a); }
+    friend bool operator<(const CTOOString& a, const CTOOString& b) { return a.str() < b.str(); }
+    friend bool operator>(const CTOOString& a, const CTOOString& b) { return b < a; }
+
+    friend CTOOString operator+(const CTOOString& a, const CTOOString& b) { return {a.str() + b.str()}; }
+    friend CTOOString operator+(const CTOOString& a, const char* b) { return {a.str() + (b ? b : "")}; }
+    friend CTOOString operator+(const char* a, const CTOOString& b) { return {(a ? a : "") + b.str()}; }
+
 private:
     std::string m_text;
 };
-
-inline bool operator==(const CTOOString& a, const CTOOString& b) {
-    return a.str() == b.str();
-}
-inline bool operator==(const CTOOString& a, const char* b) {
-    return a.view() == std::string_view(b ? b : "");
-}
-inline bool operator==(const char* a, const CTOOString& b) {
-    return b == a;
-}
-inline bool operator!=(const CTOOString& a, const CTOOString& b) {
-    return !(a == b);
-}
-inline bool operator!=(const CTOOString& a, const char* b) {
-    return !(a == b);
-}
-inline bool operator!=(const char* a, const CTOOString& b) {
-    return !(b == a);
-}
-inline bool operator<(const CTOOString& a, const CTOOString& b) {
-    return a.str() < b.str();
-}
-inline bool operator>(const CTOOString& a, const CTOOString& b) {
-    return b < a;
-}
-
-inline CTOOString operator+(const CTOOString& a, const CTOOString& b) {
-    return {a.str() + b.str()};
-}
-inline CTOOString operator+(const CTOOString& a, const char* b) {
-    return {a.str() + (b ? b : "")};
-}
-inline CTOOString operator+(const char* a, const CTOOString& b) {
-    return {(a ? a : "") + b.str()};
-}
 
 NAL_HOST_EXPORT std::ostream& operator<<(std::ostream& out, const CTOOString& text);
 

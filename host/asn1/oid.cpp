@@ -1,5 +1,5 @@
-// Content octets of an OBJECT IDENTIFIER: sub-identifiers in base 128, most significant first, top bit set on all but the
-// last octet of each. The first sub-identifier holds the first two arcs as 40 * first + second.
+// Content octets of an OBJECT IDENTIFIER: sub-identifiers in base 128, most significant first, top bit set on all but
+// the last octet of each. The first sub-identifier holds the first two arcs as 40 * first + second.
 
 #include "asnt/oid.h"
 

@@ -29,9 +29,11 @@ bool TakeFraction(View& text, std::uint64_t& ticks) {
     if (text.empty() || text[0] != '.') return true;
     text = text.Sub(1);
     std::size_t digits = 0;
-    while (digits < text.size && text[digits] >= '0' && text[digits] <= '9') ++digits;
+    while (digits < text.size && text[digits] >= '0' && text[digits] <= '9')
+        ++digits;
     if (digits == 0 || digits > kFractionDigits || text[digits - 1] == '0') return false;
-    for (std::size_t i = 0; i < kFractionDigits; ++i) ticks = ticks * 10 + (i < digits ? text[i] - '0' : 0);
+    for (std::size_t i = 0; i < kFractionDigits; ++i)
+        ticks = ticks * 10 + (i < digits ? text[i] - '0' : 0);
     text = text.Sub(digits);
     return true;
 }
@@ -66,7 +68,8 @@ bool DecodeTime(Tag type, View content, FILETIME& time) {
     if (type == tag::GeneralizedTime && !TakeFraction(content, fraction)) return false;
     if (content.size != 1 || content[0] != 'Z') return false;
 
-    const SYSTEMTIME calendar{static_cast<WORD>(calendarYear), fields[0], 0, fields[1], fields[2], fields[3], fields[4], 0};
+    const SYSTEMTIME calendar{
+        static_cast<WORD>(calendarYear), fields[0], 0, fields[1], fields[2], fields[3], fields[4], 0};
     FILETIME whole;
     if (!SystemTimeToFileTime(&calendar, &whole)) return false;
     time = CTOOFileTime(CTOOFileTime(whole).GetTicks() + fraction);

@@ -1,7 +1,7 @@
 // The octets that are read here (X.690 section 8.1):
 //
-//   identifier   class (2 bits), constructed (1), number (5); number 31 says that it follows in base 128, top bit = more
-//   length       0x00-0x7F  itself
+//   identifier   class (2 bits), constructed (1), number (5); number 31 says that it follows in base 128, top bit =
+//   more length       0x00-0x7F  itself
 //                0x80       indefinite (BER): the content ends before a universal element 0 of length 0
 //                0x81-0x84  that many octets of length follow, most significant first
 //   content
@@ -67,8 +67,8 @@ HeaderState ParseLength(View input, Rules rules, Header& header, std::size_t& us
     return HeaderState::Read;
 }
 
-// The size of an indefinite element's content, found by stepping over elements until the end-of-contents that closes it.
-// Nested indefinite elements are only counted, so one pass serves whatever the nesting.
+// The size of an indefinite element's content, found by stepping over elements until the end-of-contents that closes
+// it. Nested indefinite elements are only counted, so one pass serves whatever the nesting.
 bool FindEndOfContents(View content, unsigned depth, std::size_t& size) {
     std::size_t offset = 0;
     for (unsigned open = 1;;) {
@@ -98,7 +98,8 @@ bool IsWellFormedInside(Reader reader) {
     while (!reader.AtEnd()) {
         if (!reader.TryNext(element)) return false;
         Reader inside;
-        if (element.tag.IsConstructed() && !(reader.TryInside(element, inside) && IsWellFormedInside(inside))) return false;
+        if (element.tag.IsConstructed() && !(reader.TryInside(element, inside) && IsWellFormedInside(inside)))
+            return false;
     }
     return true;
 }
@@ -141,7 +142,8 @@ bool IsInteger(View content) {
 bool DecodeInteger(View content, std::int64_t& value) {
     if (!IsInteger(content) || content.size > sizeof value) return false;
     std::uint64_t bits = content[0] >= 0x80 ? ~std::uint64_t{0} : 0;
-    for (const unsigned char octet : content) bits = bits << 8 | octet;
+    for (const unsigned char octet : content)
+        bits = bits << 8 | octet;
     value = static_cast<std::int64_t>(bits);
     return true;
 }
@@ -151,7 +153,8 @@ bool DecodeUnsigned(View content, std::uint64_t& value) {
     const View magnitude = content[0] == 0 ? content.Sub(1) : content;
     if (magnitude.size > sizeof value) return false;
     std::uint64_t bits = 0;
-    for (const unsigned char octet : magnitude) bits = bits << 8 | octet;
+    for (const unsigned char octet : magnitude)
+        bits = bits << 8 | octet;
     value = bits;
     return true;
 }
@@ -302,7 +305,9 @@ BitString Reader::Bits() {
     return value;
 }
 
-View Reader::Octets() { return Next(tag::OctetString).content; }
+View Reader::Octets() {
+    return Next(tag::OctetString).content;
+}
 
 FILETIME Reader::Time() {
     const Element element = Next();
@@ -315,7 +320,9 @@ void Reader::Null() {
     if (!Next(tag::Null).content.empty()) Fail();
 }
 
-void Reader::Fail() const { ThrowBadStructure(m_context); }
+void Reader::Fail() const {
+    ThrowBadStructure(m_context);
+}
 
 OctetPieces::OctetPieces(const Element& element, Rules rules) {
     if (!element.tag.IsConstructed()) {
@@ -361,13 +368,15 @@ bool JoinOctets(const Element& element, Rules rules, IdentObj& octets) {
     std::uint64_t total = 0;
     View piece;
     OctetPieces measured(element, rules);
-    while (measured.Next(piece)) total += piece.size;
+    while (measured.Next(piece))
+        total += piece.size;
     if (measured.Failed() || total > std::numeric_limits<unsigned>::max()) return false;
 
     IdentObj joined;
     joined.SetSize(static_cast<unsigned>(total));
     unsigned char* out = joined.GetData();
-    for (OctetPieces pieces(element, rules); pieces.Next(piece); out += piece.size) std::memcpy(out, piece.data, piece.size);
+    for (OctetPieces pieces(element, rules); pieces.Next(piece); out += piece.size)
+        std::memcpy(out, piece.data, piece.size);
     octets = std::move(joined);
     return true;
 }
@@ -377,9 +386,12 @@ bool IsWellFormed(View input, Rules rules) {
     Element element;
     if (!reader.TryNext(element) || !reader.AtEnd()) return false;
     Reader inside;
-    return !element.tag.IsConstructed() || (Reader(input, "", rules).TryInside(element, inside) && IsWellFormedInside(inside));
+    return !element.tag.IsConstructed() ||
+           (Reader(input, "", rules).TryInside(element, inside) && IsWellFormedInside(inside));
 }
 
-void ThrowBadStructure(const char* context) { throw XTOOStatus(TOO_E_BAD_STRUCTURE, context); }
+void ThrowBadStructure(const char* context) {
+    throw XTOOStatus(TOO_E_BAD_STRUCTURE, context);
+}
 
 }  // namespace asnt

@@ -15,18 +15,22 @@ constexpr const char* kContext = "asnt::Writer";
 constexpr unsigned kLowNumbers = 31;  // tag numbers that fit the first octet
 constexpr std::size_t kTypicalElements = 16;
 
-[[noreturn]] void FailEncode() { throw XTOOStatus(TOO_E_ENCODE, kContext); }
+[[noreturn]] void FailEncode() {
+    throw XTOOStatus(TOO_E_ENCODE, kContext);
+}
 
 unsigned Base128Octets(std::uint32_t number) {
     unsigned octets = 1;
-    while (number >>= 7) ++octets;
+    while (number >>= 7)
+        ++octets;
     return octets;
 }
 
 unsigned LengthOctets(std::uint64_t length) {
     unsigned octets = 1;
     if (length >= 0x80) {
-        for (; length != 0; length >>= 8) ++octets;
+        for (; length != 0; length >>= 8)
+            ++octets;
     }
     return octets;
 }
@@ -49,7 +53,8 @@ unsigned char* PutHeader(unsigned char* out, Tag tag, std::uint64_t contentSize)
         *out++ = static_cast<unsigned char>(contentSize);
     } else {
         *out++ = static_cast<unsigned char>(0x80 | --left);
-        while (left-- != 0) *out++ = static_cast<unsigned char>(contentSize >> 8 * left);
+        while (left-- != 0)
+            *out++ = static_cast<unsigned char>(contentSize >> 8 * left);
     }
     return out;
 }
@@ -68,18 +73,23 @@ void SortElements(unsigned char* content, std::size_t size) {
         if (!reader.TryNext(element)) FailEncode();
         elements.push_back(element.whole);
     }
-    const auto before = [](View a, View b) { return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end()); };
+    const auto before = [](View a, View b) {
+        return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end());
+    };
     if (std::is_sorted(elements.begin(), elements.end(), before)) return;
     std::stable_sort(elements.begin(), elements.end(), before);
     std::vector<unsigned char> sorted;
     sorted.reserve(size);
-    for (const View element : elements) sorted.insert(sorted.end(), element.begin(), element.end());
+    for (const View element : elements)
+        sorted.insert(sorted.end(), element.begin(), element.end());
     std::memcpy(content, sorted.data(), size);
 }
 
 }  // namespace
 
-Writer::Writer() { m_nodes.reserve(kTypicalElements); }
+Writer::Writer() {
+    m_nodes.reserve(kTypicalElements);
+}
 Writer::~Writer() = default;
 Writer::Writer(Writer&&) noexcept = default;
 Writer& Writer::operator=(Writer&&) noexcept = default;
@@ -129,7 +139,9 @@ void Writer::Primitive(Tag tag, View content) {
     Add(std::move(node));
 }
 
-void Writer::Primitive(Tag tag, IdentObj&& content) { Primitive(tag, Keep(std::move(content))); }
+void Writer::Primitive(Tag tag, IdentObj&& content) {
+    Primitive(tag, Keep(std::move(content)));
+}
 
 void Writer::PrimitiveReversed(Tag tag, View content) {
     Node node;
@@ -140,7 +152,8 @@ void Writer::PrimitiveReversed(Tag tag, View content) {
 }
 
 void Writer::AddText(Tag tag, std::string_view text) {
-    if (text.size() > Node::kSmall) return Primitive(tag, Keep(IdentObj(text.data(), static_cast<unsigned>(text.size()))));
+    if (text.size() > Node::kSmall)
+        return Primitive(tag, Keep(IdentObj(text.data(), static_cast<unsigned>(text.size()))));
     Node node;
     node.tag = tag;
     node.smallSize = static_cast<unsigned char>(text.size());
@@ -154,20 +167,30 @@ void Writer::AddInteger(Tag tag, std::int64_t value) {
         octets[i] = static_cast<unsigned char>(static_cast<std::uint64_t>(value) >> 8 * (sizeof octets - 1 - i));
     }
     View content(octets, sizeof octets);
-    while (!IsInteger(content)) content = content.Sub(1);
+    while (!IsInteger(content))
+        content = content.Sub(1);
     AddText(tag, {reinterpret_cast<const char*>(content.data), content.size});
 }
 
-void Writer::Boolean(bool value) { AddText(tag::Boolean, value ? "\xFF" : std::string_view("\0", 1)); }
-void Writer::Null() { AddText(tag::Null, {}); }
-void Writer::Integer(std::int64_t value) { AddInteger(tag::Integer, value); }
-void Writer::Enumerated(std::int64_t value) { AddInteger(tag::Enumerated, value); }
+void Writer::Boolean(bool value) {
+    AddText(tag::Boolean, value ? "\xFF" : std::string_view("\0", 1));
+}
+void Writer::Null() {
+    AddText(tag::Null, {});
+}
+void Writer::Integer(std::int64_t value) {
+    AddInteger(tag::Integer, value);
+}
+void Writer::Enumerated(std::int64_t value) {
+    AddInteger(tag::Enumerated, value);
+}
 
 void Writer::Unsigned(std::uint64_t value) {
     const auto bits = static_cast<std::int64_t>(value);
     if (bits >= 0) return AddInteger(tag::Integer, bits);
     char octets[1 + sizeof value] = {};
-    for (std::size_t i = 0; i < sizeof value; ++i) octets[sizeof value - i] = static_cast<char>(value >> 8 * i);
+    for (std::size_t i = 0; i < sizeof value; ++i)
+        octets[sizeof value - i] = static_cast<char>(value >> 8 * i);
     AddText(tag::Integer, {octets, sizeof octets});
 }
 
@@ -203,9 +226,15 @@ void Writer::AddTime(Tag tag, const FILETIME& time) {
     AddText(tag, content);
 }
 
-void Writer::UtcTime(const FILETIME& time) { AddTime(tag::UtcTime, time); }
-void Writer::GeneralizedTime(const FILETIME& time) { AddTime(tag::GeneralizedTime, time); }
-void Writer::Time(const FILETIME& time) { AddTime(TimeTag(time), time); }
+void Writer::UtcTime(const FILETIME& time) {
+    AddTime(tag::UtcTime, time);
+}
+void Writer::GeneralizedTime(const FILETIME& time) {
+    AddTime(tag::GeneralizedTime, time);
+}
+void Writer::Time(const FILETIME& time) {
+    AddTime(TimeTag(time), time);
+}
 
 void Writer::Raw(View encoded) {
     Node node;
@@ -214,10 +243,13 @@ void Writer::Raw(View encoded) {
     Add(std::move(node));
 }
 
-void Writer::Raw(IdentObj&& encoded) { Raw(Keep(std::move(encoded))); }
+void Writer::Raw(IdentObj&& encoded) {
+    Raw(Keep(std::move(encoded)));
+}
 
 void Writer::External(std::uint64_t size) {
-    const bool inSorted = std::any_of(m_open.begin(), m_open.end(), [this](std::size_t open) { return m_nodes[open].sorted; });
+    const bool inSorted =
+        std::any_of(m_open.begin(), m_open.end(), [this](std::size_t open) { return m_nodes[open].sorted; });
     if (m_hasExternal || inSorted || size > kMaxContent) FailEncode();
     Node node;
     node.kind = Node::ExternalBytes;
@@ -265,7 +297,8 @@ std::size_t Writer::Emit(unsigned char* out) const {
         }
     }
     // Inner sets come later in the list and must be in order before the outer ones compare them.
-    for (auto set = sortedSets.rbegin(); set != sortedSets.rend(); ++set) SortElements(set->first, set->second);
+    for (auto set = sortedSets.rbegin(); set != sortedSets.rend(); ++set)
+        SortElements(set->first, set->second);
     return external;
 }
 

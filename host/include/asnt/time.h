@@ -1,8 +1,9 @@
 /// UTCTime and GeneralizedTime to file times and back. Nothing here depends on the locale or the time zone.
 ///
-/// Read: "YYMMDDHHMMSSZ" and "YYYYMMDDHHMMSS[.f]Z", where f is 1 to 7 digits without a trailing zero (a file time counts
-/// 100 nanoseconds); any date that the Gregorian calendar does not have, a second 60 and a year before 1601 are refused. In a
-/// UTCTime 50 to 99 mean 1950 to 1999 and 00 to 49 mean 2000 to 2049. Source: X.690 sections 11.7, 11.8; RFC 5280 section 4.1.2.5.
+/// Read: "YYMMDDHHMMSSZ" and "YYYYMMDDHHMMSS[.f]Z", where f is 1 to 7 digits without a trailing zero (a file time
+/// counts 100 nanoseconds); any date that the Gregorian calendar does not have, a second 60 and a year before 1601 are
+/// refused. In a UTCTime 50 to 99 mean 1950 to 1999 and 00 to 49 mean 2000 to 2049. Source: X.690 sections 11.7, 11.8;
+/// RFC 5280 section 4.1.2.5.
 #pragma once
 
 #include <string>

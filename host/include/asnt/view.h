@@ -12,11 +12,12 @@
 ///     list.ExpectEnd();
 ///
 /// Two forms of failure: functions whose name starts with `Try`, and the `Decode` functions, return false and change
-/// neither the reader nor their outputs; all others throw XTOOStatus(TOO_E_BAD_STRUCTURE) with the reader's context as text.
+/// neither the reader nor their outputs; all others throw XTOOStatus(TOO_E_BAD_STRUCTURE) with the reader's context as
+/// text.
 ///
-/// Enforced under the DER rules: definite lengths, lengths and tag numbers in their shortest form, lengths of at most four
-/// octets (4 GiB - 1), no element of universal tag 0, nesting of at most kMaxDepth. The BER rules also take indefinite
-/// lengths and longer forms of a length. Source: ITU-T X.690 sections 8.1, 10.1.
+/// Enforced under the DER rules: definite lengths, lengths and tag numbers in their shortest form, lengths of at most
+/// four octets (4 GiB - 1), no element of universal tag 0, nesting of at most kMaxDepth. The BER rules also take
+/// indefinite lengths and longer forms of a length. Source: ITU-T X.690 sections 8.1, 10.1.
 ///
 /// Thread-safe as any value: distinct objects may be used at once. Views stay valid as long as the bytes they look at.
 #pragma once
@@ -39,7 +40,8 @@ struct View {
 
     constexpr View() = default;
     View(const void* bytes, std::size_t count) : data(static_cast<const unsigned char*>(bytes)), size(count) {}
-    View(const IdentObj& bytes) : data(bytes.GetData()), size(bytes.GetSize()) {}  // NOLINT(google-explicit-constructor)
+    View(const IdentObj& bytes)
+        : data(bytes.GetData()), size(bytes.GetSize()) {}  // NOLINT(google-explicit-constructor)
 
     bool empty() const { return size == 0; }
     const unsigned char* begin() const { return data; }
@@ -69,7 +71,8 @@ struct Tag {
     static constexpr unsigned char kConstructed = 0x20;
     static constexpr unsigned char kContext = 0x80;
 
-    unsigned char bits = 0;   ///< 0x00 universal, 0x40 application, 0x80 context-specific, 0xC0 private; | 0x20 constructed
+    unsigned char bits =
+        0;  ///< 0x00 universal, 0x40 application, 0x80 context-specific, 0xC0 private; | 0x20 constructed
     std::uint32_t number = 0;
 
     constexpr unsigned char Class() const { return bits & 0xC0; }
@@ -102,9 +105,13 @@ inline constexpr Tag UniversalString{0, 28};
 inline constexpr Tag BmpString{0, 30};
 
 /// [number] EXPLICIT anything, or [number] IMPLICIT over something constructed.
-constexpr Tag Context(std::uint32_t number) { return {Tag::kContext | Tag::kConstructed, number}; }
+constexpr Tag Context(std::uint32_t number) {
+    return {Tag::kContext | Tag::kConstructed, number};
+}
 /// [number] IMPLICIT over something primitive.
-constexpr Tag ContextPrimitive(std::uint32_t number) { return {Tag::kContext, number}; }
+constexpr Tag ContextPrimitive(std::uint32_t number) {
+    return {Tag::kContext, number};
+}
 }  // namespace tag
 
 /// Elements nested deeper than this are refused.
@@ -143,7 +150,7 @@ struct Element {
 
 /// A BIT STRING's value.
 struct BitString {
-    View bytes;                 ///< first bit of the string is the top bit of the first byte
+    View bytes;                    ///< first bit of the string is the top bit of the first byte
     unsigned char unusedBits = 0;  ///< 0 to 7, at the low end of the last byte
 
     /// Bit `index`, counted from 0 as in named bit lists; false beyond the end.
@@ -171,7 +178,8 @@ public:
     /// A reader of nothing.
     Reader() = default;
     /// @param input    the elements, one after another; must outlive the reader and the views that it gives
-    /// @param context  the text of what is thrown; a literal, or text that outlives the reader. Readers of inner elements inherit it.
+    /// @param context  the text of what is thrown; a literal, or text that outlives the reader. Readers of inner
+    /// elements inherit it.
     /// @param rules    inherited by readers of inner elements
     explicit Reader(View input, const char* context = "", Rules rules = Rules::Der)
         : m_rest(input), m_context(context), m_rules(rules) {}
@@ -239,14 +247,15 @@ private:
     unsigned char m_depth = 0;
 };
 
-/// Steps over the pieces of an OCTET STRING's content, which the BER rules let come in parts, parts within parts included:
+/// Steps over the pieces of an OCTET STRING's content, which the BER rules let come in parts, parts within parts
+/// included:
 ///
 ///     asnt::OctetPieces pieces(element, reader.GetRules());
 ///     for (asnt::View piece; pieces.Next(piece);) hash(piece);
 ///     if (pieces.Failed()) ...
 ///
-/// The element's tag must be OCTET STRING's, or one that stands for it ([n] IMPLICIT); a primitive element has one piece.
-/// Under the DER rules a constructed one fails. Empty pieces are stepped over. X.690 section 8.7.
+/// The element's tag must be OCTET STRING's, or one that stands for it ([n] IMPLICIT); a primitive element has one
+/// piece. Under the DER rules a constructed one fails. Empty pieces are stepped over. X.690 section 8.7.
 class NAL_HOST_EXPORT OctetPieces {
 public:
     OctetPieces(const Element& element, Rules rules);
@@ -262,11 +271,12 @@ private:
     bool m_failed = false;
 };
 
-/// All pieces of an OCTET STRING joined. @return false, with `octets` untouched, when a piece is damaged or they exceed 4 GiB - 1
+/// All pieces of an OCTET STRING joined. @return false, with `octets` untouched, when a piece is damaged or they exceed
+/// 4 GiB - 1
 NAL_HOST_EXPORT bool JoinOctets(const Element& element, Rules rules, IdentObj& octets);
 
-/// Whether `input` is one element, complete and with nothing behind it, and so is every constructed element inside, down to
-/// kMaxDepth. Takes time linear in the input.
+/// Whether `input` is one element, complete and with nothing behind it, and so is every constructed element inside,
+/// down to kMaxDepth. Takes time linear in the input.
 NAL_HOST_EXPORT bool IsWellFormed(View input, Rules rules = Rules::Der);
 
 /// Throws XTOOStatus(TOO_E_BAD_STRUCTURE, context).

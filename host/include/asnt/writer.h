@@ -1,5 +1,5 @@
-/// Writing of DER: what goes into an encoding is declared first, its sizes add up as elements close, and `Finish` writes
-/// everything into one buffer of the right size.
+/// Writing of DER: what goes into an encoding is declared first, its sizes add up as elements close, and `Finish`
+/// writes everything into one buffer of the right size.
 ///
 ///     asnt::Writer writer;
 ///     writer.Sequence([&] {
@@ -10,7 +10,8 @@
 ///     IdentObj der = writer.Finish();
 ///
 /// Contents are looked at, not copied: bytes passed as a View (or as an IdentObj that stays in place) must live until
-/// `Finish`. An IdentObj passed as a temporary is kept by the writer. Text, numbers, identifiers and times are kept too.
+/// `Finish`. An IdentObj passed as a temporary is kept by the writer. Text, numbers, identifiers and times are kept
+/// too.
 ///
 /// Failures are thrown as XTOOStatus(TOO_E_ENCODE): a value that its type cannot hold, content above 4 GiB - 1, `End`
 /// without `Begin` and the reverse. A writer that has thrown is thrown away. One thread at a time uses a writer.
@@ -58,9 +59,13 @@ public:
         End();
     }
     template <class Body>
-    void Sequence(Body&& body) { Constructed(tag::Sequence, body); }
+    void Sequence(Body&& body) {
+        Constructed(tag::Sequence, body);
+    }
     template <class Body>
-    void Set(Body&& body, Order order = Order::AsGiven) { Constructed(tag::Set, body, order); }
+    void Set(Body&& body, Order order = Order::AsGiven) {
+        Constructed(tag::Set, body, order);
+    }
     /// [number], constructed: EXPLICIT, or IMPLICIT over a SEQUENCE or SET.
     template <class Body>
     void Context(std::uint32_t number, Body&& body, Order order = Order::AsGiven) {
@@ -102,8 +107,8 @@ public:
     void Raw(View encoded);
     void Raw(IdentObj&& encoded);
 
-    /// `size` bytes that the caller writes itself, as when the content of a message is a file: they count in every length
-    /// around them. At most one such place, never inside a sorted SET; see FinishParts.
+    /// `size` bytes that the caller writes itself, as when the content of a message is a file: they count in every
+    /// length around them. At most one such place, never inside a sorted SET; see FinishParts.
     void External(std::uint64_t size);
     /// The header of a primitive element whose `size` content bytes are external.
     void ExternalPrimitive(Tag tag, std::uint64_t size);

@@ -4,9 +4,9 @@
 
 #include <string>
 
+#include "asn1_support.h"
 #include "too/status.h"
 #include "too/time.h"
-#include "asn1_support.h"
 
 namespace {
 
@@ -41,22 +41,68 @@ const Case kCases[] = {
     {"octet string", [](Writer& w) { w.OctetString(IdentObj("abc", 3)); }, "0403616263"},
     {"octets reversed", [](Writer& w) { w.OctetStringReversed(View("abc", 3)); }, "0403636261"},
     {"high tag numbers",
-     [](Writer& w) { w.Primitive(tag::ContextPrimitive(30), View("x", 1)), w.Primitive(tag::ContextPrimitive(31), View("y", 1)),
-                     w.Context(0xFFFFFFFF, [] {}); },
+     [](Writer& w) {
+         w.Primitive(tag::ContextPrimitive(30), View("x", 1)), w.Primitive(tag::ContextPrimitive(31), View("y", 1)),
+             w.Context(0xFFFFFFFF, [] {});
+     },
      "9E0178 9F1F0179 BF8FFFFFFF7F00"},
-    {"nested", [](Writer& w) { w.Sequence([&] { w.Context(0, [&] { w.Integer(2); }); w.Raw(IdentObj("\x05\x00", 2)); }); },
+    {"nested",
+     [](Writer& w) {
+         w.Sequence([&] {
+             w.Context(0, [&] { w.Integer(2); });
+             w.Raw(IdentObj("\x05\x00", 2));
+         });
+     },
      "3007A0030201020500"},
     {"raw of nothing", [](Writer& w) { w.Sequence([&] { w.Raw(View()); }); }, "3000"},
-    {"set as given", [](Writer& w) { w.Set([&] { w.Integer(3); w.Integer(1); w.Boolean(true); }); }, "31090201030201010101FF"},
-    {"set sorted", [](Writer& w) { w.Set([&] { w.Integer(3); w.Integer(1); w.Boolean(true); }, Order::Sorted); },
+    {"set as given",
+     [](Writer& w) {
+         w.Set([&] {
+             w.Integer(3);
+             w.Integer(1);
+             w.Boolean(true);
+         });
+     },
+     "31090201030201010101FF"},
+    {"set sorted",
+     [](Writer& w) {
+         w.Set(
+             [&] {
+                 w.Integer(3);
+                 w.Integer(1);
+                 w.Boolean(true);
+             },
+             Order::Sorted);
+     },
      "31090101FF020101020103"},
     {"raw elements in a sorted set are told apart",
-     [](Writer& w) { w.Set([&] { w.Raw(View("\x02\x01\x05\x02\x01\x01", 6)); w.Integer(3); }, Order::Sorted); },
+     [](Writer& w) {
+         w.Set(
+             [&] {
+                 w.Raw(View("\x02\x01\x05\x02\x01\x01", 6));
+                 w.Integer(3);
+             },
+             Order::Sorted);
+     },
      "3109020101020103020105"},
     {"sorted sets inside a sorted set",
      [](Writer& w) {
-         w.Set([&] { w.Set([&] { w.Integer(9); w.Integer(2); }, Order::Sorted); w.Set([&] { w.Integer(8); w.Integer(1); }, Order::Sorted); },
-               Order::Sorted);
+         w.Set(
+             [&] {
+                 w.Set(
+                     [&] {
+                         w.Integer(9);
+                         w.Integer(2);
+                     },
+                     Order::Sorted);
+                 w.Set(
+                     [&] {
+                         w.Integer(8);
+                         w.Integer(1);
+                     },
+                     Order::Sorted);
+             },
+             Order::Sorted);
      },
      "3110 3106020101020108 3106020102020109"},
 };
@@ -73,7 +119,12 @@ TEST(Writer, WritesTheTable) {
 
 TEST(Writer, RefusesWhatItCannotEncode) {
     const Case refused[] = {
-        {"open element", [](Writer& w) { w.Begin(tag::Sequence); w.Finish(); }, ""},
+        {"open element",
+         [](Writer& w) {
+             w.Begin(tag::Sequence);
+             w.Finish();
+         },
+         ""},
         {"end without begin", [](Writer& w) { w.End(); }, ""},
         {"not an oid", [](Writer& w) { w.Oid("1.2.x"); }, ""},
         {"integer without octets", [](Writer& w) { w.IntegerOctets(View()); }, ""},
@@ -81,10 +132,25 @@ TEST(Writer, RefusesWhatItCannotEncode) {
         {"eight unused bits", [](Writer& w) { w.BitString(View("a", 1), 8); }, ""},
         {"a year that UTCTime lacks", [](Writer& w) { w.UtcTime(CTOOFileTime(0)); }, ""},
         {"content above 4 GiB - 1", [](Writer& w) { w.External(0x100000000u); }, ""},
-        {"two external places", [](Writer& w) { w.External(1); w.External(1); }, ""},
-        {"external bytes left out", [](Writer& w) { w.External(1); w.Finish(); }, ""},
+        {"two external places",
+         [](Writer& w) {
+             w.External(1);
+             w.External(1);
+         },
+         ""},
+        {"external bytes left out",
+         [](Writer& w) {
+             w.External(1);
+             w.Finish();
+         },
+         ""},
         {"external bytes in a sorted set", [](Writer& w) { w.Set([&] { w.External(3); }, Order::Sorted); }, ""},
-        {"a sorted set of broken elements", [](Writer& w) { w.Set([&] { w.Raw(View("\x02\x05", 2)); }, Order::Sorted); w.Finish(); }, ""},
+        {"a sorted set of broken elements",
+         [](Writer& w) {
+             w.Set([&] { w.Raw(View("\x02\x05", 2)); }, Order::Sorted);
+             w.Finish();
+         },
+         ""},
     };
     for (const Case& c : refused) {
         Writer writer;
@@ -93,8 +159,11 @@ TEST(Writer, RefusesWhatItCannotEncode) {
 }
 
 TEST(Writer, LengthsTakeTheirShortestForm) {
-    const struct { unsigned size; const char* header; } cases[] = {
-        {0x7F, "047F"}, {0x80, "048180"}, {0xFF, "0481FF"}, {0x100, "04820100"}, {0xFFFF, "0482FFFF"}, {0x10000, "0483010000"}};
+    const struct {
+        unsigned size;
+        const char* header;
+    } cases[] = {{0x7F, "047F"},      {0x80, "048180"},     {0xFF, "0481FF"},
+                 {0x100, "04820100"}, {0xFFFF, "0482FFFF"}, {0x10000, "0483010000"}};
     for (const auto& c : cases) {
         const IdentObj content(nullptr, c.size);
         Writer writer;

@@ -1,0 +1,128 @@
+#include <algorithm>
+
+#include "nal/algorithm.h"
+#include "too/status.h"
+
+namespace {
+
+constexpr unsigned c_keyIdSize = 20;
+
+CTOOCryptBitBlob ToBitBlob(const CRYPT_BIT_BLOB& bits) {
+    return CTOOCryptBitBlob(asnt::View(bits.pbData, bits.cbData).Copy(), bits.cUnusedBits);
+}
+
+// Keys of the GOST family stand in the BIT STRING as an OCTET STRING. A header of two or three bytes is taken off once; anything
+// else is the key as it stands.
+asnt::View UnwrapKey(asnt::View bits) {
+    asnt::Element element;
+    asnt::Reader reader(bits);
+    if (!reader.TryNext(asnt::tag::OctetString, element)) return bits;
+    const std::size_t around = bits.size - element.content.size;
+    return around == 2 || around == 3 ? element.content : bits;
+}
+
+void AppendWord(IdentObj& out, DWORD value) {
+    const unsigned char bytes[] = {static_cast<unsigned char>(value), static_cast<unsigned char>(value >> 8),
+                                   static_cast<unsigned char>(value >> 16), static_cast<unsigned char>(value >> 24)};
+    out.Append(bytes, sizeof(bytes));
+}
+
+}  // namespace
+
+CNALCertPublicKeyInfo::CNALCertPublicKeyInfo(const CERT_PUBLIC_KEY_INFO& info)
+    : m_algorithm(info.Algorithm), m_publicKey(ToBitBlob(info.PublicKey)) {}
+
+CNALCertPublicKeyInfo& CNALCertPublicKeyInfo::operator=(const CERT_PUBLIC_KEY_INFO& info) {
+    return *this = CNALCertPublicKeyInfo(info);
+}
+
+CNALCertPublicKeyInfo::~CNALCertPublicKeyInfo() = default;
+
+IdentObj CNALCertPublicKeyInfo::GetKeyID() const {
+    IdentObj id = asnt::View(m_publicKey.m_data).Sub(0, c_keyIdSize).Copy();
+    id.SetSize(c_keyIdSize);
+    return id;
+}
+
+unsigned CNALCertPublicKeyInfo::GetKeyLength() const {
+    const asnt::View bits = m_publicKey.m_data;
+    const auto whole = static_cast<unsigned>(bits.size * 8);
+    asnt::Reader reader(bits);
+    asnt::Element element;
+    if (!reader.TryNext(element) || !reader.AtEnd()) return whole;
+    if (!element.tag.IsConstructed()) return static_cast<unsigned>(element.content.size * 8);
+
+    asnt::Reader items(element.content);
+    asnt::Element item;
+    asnt::View first = element.content;
+    bool any = false;
+    while (!items.AtEnd()) {
+        if (!items.TryNext(item)) return whole;
+        if (!any) first = item.content;
+        any = true;
+    }
+    if (any) {
+        const auto* start = std::find_if(first.begin(), first.end(), [](unsigned char byte) { return byte != 0; });
+        first = first.Sub(static_cast<std::size_t>(start - first.begin()));
+    }
+    return static_cast<unsigned>(first.size * 8);
+}
+
+unsigned CNALCertPublicKeyInfo::ReadData(const void* data, unsigned size) {
+    if (data == nullptr || size == 0) return 0;
+    asnt::Reader reader({data, size}, "CNALCertPublicKeyInfo::ReadData");
+    ReadData(reader);
+    return size - static_cast<unsigned>(reader.Rest().size);
+}
+
+void CNALCertPublicKeyInfo::ReadData(asnt::Reader& reader) {
+    asnt::Reader fields = reader.Enter(asnt::tag::Sequence);
+    CNALAlgorithmIdentifier algorithm;
+    algorithm.ReadData(fields);
+    const asnt::Element bits = fields.Next(asnt::tag::BitString);
+    fields.ExpectEnd();
+    // The bits behind the last one are the authority's business: only the form is checked.
+    asnt::BitString key;
+    if (!asnt::DecodeBitString(bits.content, key, asnt::Rules::Ber)) fields.Fail();
+    m_publicKey = CTOOCryptBitBlob(key.bytes.Copy(), key.unusedBits);
+    m_algorithm = std::move(algorithm);
+}
+
+void CNALCertPublicKeyInfo::WriteData(asnt::Writer& writer) const {
+    if (m_publicKey.m_data.IsEmpty()) throw XTOOStatus(TOO_E_NOT_INITIALIZED, "CNALCertPublicKeyInfo");
+    writer.Sequence([&] {
+        m_algorithm.WriteData(writer);
+        writer.BitString(m_publicKey.m_data, m_publicKey.m_unusedBits);
+    });
+}
+
+IdentObj CNALCertPublicKeyInfo::WriteData() const {
+    asnt::Writer writer;
+    WriteData(writer);
+    return writer.Finish();
+}
+
+unsigned CNALCertPublicKeyInfo::GetObjectSize() const {
+    asnt::Writer writer;
+    WriteData(writer);
+    return static_cast<unsigned>(writer.Size());
+}
+
+IdentObj NALConvertPublicKeyInfo(const CNALCertPublicKeyInfo& info) {
+    const CNALAlgorithmIdentifier& algorithm = info.m_algorithm;
+    unsigned algId = 0;
+    unsigned extra = 0;
+    if (!GetAlgIDFromOID(algorithm.m_algorithm.GetData(), algorithm.m_algorithm.GetSize(), algId, extra)) {
+        throw XTOOStatus(TOO_E_UNKNOWN_ALGORITHM, "NALConvertPublicKeyInfo");
+    }
+    const asnt::View key = UnwrapKey(info.m_publicKey.m_data);
+
+    const unsigned char head[] = {0x06, 0x10, 0, 0};
+    IdentObj blob(head, sizeof(head));
+    AppendWord(blob, algId);
+    blob.Append("MAG1", 4);
+    AppendWord(blob, static_cast<DWORD>(key.size * 8));
+    blob.Append(algorithm.m_parameters.GetData(), algorithm.m_parameters.GetSize());
+    blob.Append(key.data, static_cast<unsigned>(key.size));
+    return blob;
+}

@@ -47,8 +47,8 @@ std::wstring FromBytes(std::string_view bytes) {
 }
 
 void AppendUtf8(std::string& out, wchar_t character) {
-    const auto value = static_cast<std::uint32_t>(character);
-    const auto put = [&](std::uint32_t byte) { out.push_back(static_cast<char>(byte)); };
+    const auto value = static_cast<char32_t>(character);
+    const auto put = [&](char32_t byte) { out.push_back(static_cast<char>(byte)); };
     if (value >= kStrayByteBase + 0x80 && value <= kStrayByteBase + 0xFF) {
         put(value - kStrayByteBase);
     } else if (value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)) {

@@ -1,0 +1,108 @@
+#include "too/testing.h"
+
+#include <atomic>
+#include <csignal>
+#include <limits>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "too/last_error.h"
+
+namespace too_testing {
+
+namespace {
+
+enum class StepMode { off, count, fail, kill };
+
+std::atomic<StepMode> g_stepMode{StepMode::off};
+std::atomic<unsigned> g_stepCount{0};
+std::atomic<unsigned> g_stepLimit{0};
+std::atomic<int> g_stepError{0};
+
+struct FailingCall {
+    DWORD lastError;
+    unsigned first;  // counted down to the first call that fails
+    unsigned count;
+};
+
+std::atomic<bool> g_callsArmed{false};
+std::mutex g_callsMutex;
+std::map<std::string, FailingCall, std::less<>>& FailingCalls() {
+    static std::map<std::string, FailingCall, std::less<>> calls;
+    return calls;
+}
+
+void SetSteps(StepMode mode, unsigned limit, int error) {
+    g_stepMode = StepMode::off;
+    g_stepCount = 0;
+    g_stepLimit = limit;
+    g_stepError = error;
+    g_stepMode = mode;
+}
+
+}  // namespace
+
+void FailStep(unsigned nth, int systemError) {
+    SetSteps(StepMode::fail, nth, systemError);
+}
+
+void KillAtStep(unsigned nth) {
+    SetSteps(StepMode::kill, nth, 0);
+}
+
+void ResetSteps() {
+    SetSteps(StepMode::count, 0, 0);
+}
+
+unsigned GetStepCount() {
+    return g_stepCount;
+}
+
+int NextStepFails() {
+    const StepMode mode = g_stepMode.load(std::memory_order_relaxed);
+    if (mode == StepMode::off) return 0;
+    const bool reached = ++g_stepCount >= g_stepLimit;
+    if (mode == StepMode::count || !reached) return 0;
+    if (mode == StepMode::kill) std::raise(SIGKILL);
+    return g_stepError;
+}
+
+bool NextStepIsLast() {
+    const StepMode mode = g_stepMode.load(std::memory_order_relaxed);
+    return (mode == StepMode::fail || mode == StepMode::kill) && g_stepCount + 1 >= g_stepLimit;
+}
+
+void FailCall(const char* name, DWORD lastError, unsigned nth, unsigned count) {
+    std::lock_guard lock(g_callsMutex);
+    if (lastError == 0) {
+        FailingCalls().erase(name);
+    } else {
+        FailingCalls()[name] = {lastError, nth, count == 0 ? std::numeric_limits<unsigned>::max() : count};
+    }
+    g_callsArmed = !FailingCalls().empty();
+}
+
+void ResetCalls() {
+    std::lock_guard lock(g_callsMutex);
+    FailingCalls().clear();
+    g_callsArmed = false;
+}
+
+bool CallFails(const char* name) {
+    if (!g_callsArmed.load(std::memory_order_relaxed)) return false;
+    std::lock_guard lock(g_callsMutex);
+    const auto found = FailingCalls().find(std::string_view(name));
+    if (found == FailingCalls().end()) return false;
+    FailingCall& call = found->second;
+    if (call.first > 1) {
+        --call.first;
+        return false;
+    }
+    if (call.count == 0) return false;
+    --call.count;
+    SetLastError(call.lastError);
+    return true;
+}
+
+}  // namespace too_testing

@@ -10,7 +10,7 @@
 namespace nalhost::crypto {
 
 inline constexpr std::size_t kProtectionKeySize = 32;
-inline constexpr std::size_t kMinSaltSize = 16;
+inline constexpr std::size_t kMinSaltSize = 8;
 inline constexpr std::size_t kSealNonceSize = 12;
 inline constexpr std::size_t kSealTagSize = 16;
 inline constexpr std::size_t kSealOverhead = kSealNonceSize + kSealTagSize;
@@ -25,7 +25,7 @@ struct ScryptCost {
 };
 
 /// Derives a protection key of 32 bytes from a password by scrypt. Source: RFC 7914.
-/// @param password  any bytes, empty too @param salt  at least 16 bytes
+/// @param password  any bytes, empty too @param salt  at least 8 bytes; 16 random ones for a new file
 /// @throws CryptoError kBadData for an unacceptable cost; kBadLength; kNoMemory
 /// Thread-safe. Takes n KiB of ordinary memory while it runs.
 SecureBytes DeriveProtectionKey(ByteView password, ByteView salt, const ScryptCost& cost);

@@ -19,7 +19,8 @@ enum class SecureMemoryState {
 /// Starts libgcrypt for this process, once; every primitive calls it before it does anything.
 ///
 /// A host that has finished libgcrypt's initialisation itself keeps its settings, whatever they are. Otherwise the pool
-/// of secure memory is made (256 KiB, growing by as much), no privilege is dropped and nothing is printed.
+/// of secure memory is made (1 MiB, or less where less may be locked), no privilege is dropped and nothing is printed.
+/// When the pool is full, libgcrypt adds pools of 1 MiB, which are wiped but not locked.
 ///
 /// @throws CryptoError kUnavailable when libgcrypt is older than 1.10 or works in FIPS mode, which has no GOST
 /// algorithm;
@@ -41,9 +42,9 @@ bool ConstantTimeEqual(ByteView left, ByteView right);
 
 /// Owned bytes in locked memory, wiped when released: for keys, passwords, and what is computed from them.
 ///
-/// Moves are cheap and leave the source empty; a copy is asked for by name, so that none is made by accident. The pool
-/// is searched linearly: keep secrets in few blocks. Not synchronised; different objects may be used by different
-/// threads.
+/// At most 1 MiB (less a few bytes) in one block. Moves are cheap and leave the source empty; a copy is asked for by
+/// name, so that none is made by accident. The pool is searched linearly: keep secrets in few blocks. Not synchronised;
+/// different objects may be used by different threads.
 class SecureBytes {
 public:
     SecureBytes() = default;

@@ -1,0 +1,105 @@
+#include "host/provider/crypto/key.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "host/provider/crypto/gcrypt_handles.h"
+#include "host/provider/crypto/key_scheme.h"
+#include "host/provider/crypto/random.h"
+
+namespace nalhost::crypto {
+namespace {
+
+const KeyScheme& SchemeOf(const KeyParameters& parameters) {
+    return parameters.algorithm == KeyAlgorithm::kGost94 ? Gost94Scheme() : Gost2001Scheme();
+}
+
+MpiPtr SecretNumber(const SecureBytes& secret) {
+    return MpiFromLittleEndian(secret, true);
+}
+
+}  // namespace
+
+MpiPtr RandomScalar(gcry_mpi_t order) {
+    const unsigned bits = gcry_mpi_get_nbits(order);
+    SecureBytes candidate((bits + 7) / 8);
+    // At most every second candidate is refused. What the comparison shows of a refused one tells nothing of the next.
+    for (;;) {
+        FillRandom(candidate.Span());
+        candidate[candidate.size() - 1] &= static_cast<std::uint8_t>(0xFF >> (candidate.size() * 8 - bits));
+        MpiPtr number = MpiFromLittleEndian(candidate, true);
+        if (gcry_mpi_cmp_ui(number.get(), 0) > 0 && gcry_mpi_cmp(number.get(), order) < 0) return number;
+    }
+}
+
+PublicKey::PublicKey(const KeyParameters& parameters, std::vector<std::uint8_t> bytes)
+    : m_parameters(&parameters), m_bytes(std::move(bytes)) {}
+
+PublicKey PublicKey::Import(const KeyParameters& parameters, ByteView bytes) {
+    StartCrypto();
+    RequireSize(bytes, parameters.publicKeySize, "The public key");
+    if (!SchemeOf(parameters).IsPublicKey(parameters, bytes)) {
+        throw CryptoError(Failure::kBadKey, "The public key does not belong to its parameter set");
+    }
+    return {parameters, {bytes.begin(), bytes.end()}};
+}
+
+bool PublicKey::Verify(const Digest& digest, ByteView signature) const {
+    if (signature.size() != kSignatureSize) return false;
+    return SchemeOf(*m_parameters).Verify(*m_parameters, m_bytes, digest, signature);
+}
+
+PrivateKey::PrivateKey(const KeyParameters& parameters, SecureBytes secret)
+    : m_parameters(&parameters), m_secret(std::move(secret)) {}
+
+PrivateKey PrivateKey::Generate(const KeyParameters& parameters) {
+    StartCrypto();
+    SecureBytes secret(kPrivateKeySize);
+    MpiToLittleEndian(RandomScalar(SchemeOf(parameters).Order(parameters).get()).get(), secret.Span());
+    return {parameters, std::move(secret)};
+}
+
+PrivateKey PrivateKey::Import(const KeyParameters& parameters, ByteView bytes) {
+    StartCrypto();
+    RequireSize(bytes, kPrivateKeySize, "The private key");
+    SecureBytes secret(bytes);
+    const MpiPtr number = SecretNumber(secret);
+    if (gcry_mpi_cmp_ui(number.get(), 0) <= 0 ||
+        gcry_mpi_cmp(number.get(), SchemeOf(parameters).Order(parameters).get()) >= 0) {
+        throw CryptoError(Failure::kBadKey, "The private key is out of range");
+    }
+    return {parameters, std::move(secret)};
+}
+
+PrivateKey PrivateKey::Clone() const {
+    return {*m_parameters, m_secret.Clone()};
+}
+
+PublicKey PrivateKey::DerivePublicKey() const {
+    std::vector<std::uint8_t> key(m_parameters->publicKeySize);
+    SchemeOf(*m_parameters).DerivePublicKey(*m_parameters, SecretNumber(m_secret).get(), key);
+    return {*m_parameters, std::move(key)};
+}
+
+Signature PrivateKey::Sign(const Digest& digest) const {
+    return SchemeOf(*m_parameters).Sign(*m_parameters, SecretNumber(m_secret).get(), digest);
+}
+
+SecureBytes PrivateKey::Agree(const PublicKey& peer, ByteView ukm, const HashParameters& hashParameters) const {
+    if (&peer.Parameters() != m_parameters) {
+        throw CryptoError(Failure::kBadKey, "The keys of an agreement have different parameter sets");
+    }
+    if (m_parameters->algorithm == KeyAlgorithm::kGost2001) {
+        RequireSize(ukm, kUkmSize, "The UKM");
+        if (std::all_of(ukm.begin(), ukm.end(), [](std::uint8_t byte) { return byte == 0; })) {
+            throw CryptoError(Failure::kBadData, "The UKM is zero");
+        }
+    }
+    const SecureBytes common =
+        SchemeOf(*m_parameters).CommonSecret(*m_parameters, SecretNumber(m_secret).get(), peer.Bytes(), ukm);
+    Hash hash(hashParameters);
+    hash.Update(common);
+    return SecureBytes(ByteView(hash.Finish()));
+}
+
+}  // namespace nalhost::crypto

@@ -1,0 +1,41 @@
+// What the two signature algorithms do differently, on numbers that key.cpp has checked. Private to this folder.
+#pragma once
+
+#include "host/provider/crypto/gcrypt_handles.h"
+#include "host/provider/crypto/key.h"
+
+namespace nalhost::crypto {
+
+/// One of the two algorithms. Stateless: several threads use the one object. Numbers named `secret` are in secure
+/// memory and lie in 1..q-1; byte orders are those of key.h.
+class KeyScheme {
+public:
+    /// q, the order of the group.
+    virtual MpiPtr Order(const KeyParameters& parameters) const = 0;
+
+    /// Whether `key`, of the right size, is a public key that an honest owner can have.
+    virtual bool IsPublicKey(const KeyParameters& parameters, ByteView key) const = 0;
+
+    virtual void DerivePublicKey(const KeyParameters& parameters, gcry_mpi_t secret, ByteSpan key) const = 0;
+
+    virtual Signature Sign(const KeyParameters& parameters, gcry_mpi_t secret, const Digest& digest) const = 0;
+
+    /// `signature` has the right size; its numbers are not checked yet.
+    virtual bool Verify(const KeyParameters& parameters, ByteView key, const Digest& digest,
+                        ByteView signature) const = 0;
+
+    /// What the hash turns into the key-encryption key.
+    virtual SecureBytes CommonSecret(const KeyParameters& parameters, gcry_mpi_t secret, ByteView peer,
+                                     ByteView ukm) const = 0;
+
+protected:
+    ~KeyScheme() = default;
+};
+
+const KeyScheme& Gost94Scheme();
+const KeyScheme& Gost2001Scheme();
+
+/// A random number in 1..order-1, in secure memory.
+MpiPtr RandomScalar(gcry_mpi_t order);
+
+}  // namespace nalhost::crypto

@@ -1,0 +1,18 @@
+#include "host/provider/crypto/random.h"
+
+#include <gcrypt.h>
+
+namespace nalhost::crypto {
+
+void FillRandom(ByteSpan out) {
+    StartCrypto();
+    if (!out.empty()) gcry_randomize(out.data(), out.size(), GCRY_STRONG_RANDOM);
+}
+
+SecureBytes RandomSecret(std::size_t size) {
+    SecureBytes secret(size);
+    FillRandom(secret.Span());
+    return secret;
+}
+
+}  // namespace nalhost::crypto

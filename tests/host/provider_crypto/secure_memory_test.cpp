@@ -1,0 +1,80 @@
+#include "host/provider/crypto/secure_memory.h"
+
+#include <gcrypt.h>
+#include <gtest/gtest.h>
+
+#include <utility>
+#include <vector>
+
+#include "host/provider/crypto/error.h"
+#include "host/provider/crypto/random.h"
+
+namespace nalhost::crypto {
+namespace {
+
+TEST(SecureBytes, LivesInTheSecurePoolWhichGrows) {
+    ASSERT_NE(SecureMemoryState::kDisabled, GetSecureMemoryState());
+    // More than the first pool has.
+    std::vector<SecureBytes> blocks;
+    for (int i = 0; i < 700; ++i) {
+        blocks.push_back(RandomSecret(2048));
+        ASSERT_TRUE(gcry_is_secure(blocks.back().data())) << i;
+    }
+    EXPECT_TRUE(gcry_is_secure(SecureBytes(500 * 1024).data()));
+    try {
+        const SecureBytes tooLarge(64 * 1024 * 1024);
+        FAIL() << "more than a pool in one block";
+    } catch (const CryptoError& error) {
+        EXPECT_EQ(Failure::kNoMemory, error.Kind());
+    }
+}
+
+TEST(SecureBytes, AWarningNamesTheRemedyUnlessMemoryIsLocked) {
+    EXPECT_STREQ("", SecureMemoryWarning(SecureMemoryState::kLocked));
+    EXPECT_NE(std::string::npos, std::string(SecureMemoryWarning(SecureMemoryState::kUnlocked)).find("ulimit"));
+    EXPECT_STRNE("", SecureMemoryWarning(SecureMemoryState::kDisabled));
+}
+
+TEST(SecureBytes, MovesLeaveNothingBehind) {
+    SecureBytes first = RandomSecret(16);
+    const SecureBytes copy = first.Clone();
+    const std::uint8_t* address = first.data();
+    SecureBytes second = std::move(first);
+    EXPECT_EQ(address, second.data());
+    EXPECT_TRUE(first.empty());  // NOLINT(bugprone-use-after-move): the class promises it
+    SecureBytes third(4);
+    third = std::move(second);
+    EXPECT_TRUE(ConstantTimeEqual(copy, third));
+    third.Clear();
+    EXPECT_TRUE(third.empty());
+    EXPECT_TRUE(SecureBytes(ByteView()).empty());
+}
+
+TEST(ConstantTimeEqual, ComparesSizesAndEveryByte) {
+    const std::vector<std::uint8_t> bytes(40, 7);
+    EXPECT_TRUE(ConstantTimeEqual(bytes, bytes));
+    EXPECT_TRUE(ConstantTimeEqual({}, {}));
+    EXPECT_FALSE(ConstantTimeEqual(bytes, ByteView(bytes).first(39)));
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        std::vector<std::uint8_t> other = bytes;
+        other[i] ^= 0x80;
+        EXPECT_FALSE(ConstantTimeEqual(bytes, other)) << i;
+    }
+}
+
+TEST(Random, FillsEveryByteAndDiffers) {
+    EXPECT_FALSE(ConstantTimeEqual(RandomSecret(32), RandomSecret(32)));
+    std::vector<std::uint8_t> seen(33, 0);
+    for (int i = 0; i < 20; ++i) {
+        std::vector<std::uint8_t> bytes(33, 0);
+        FillRandom(bytes);
+        for (std::size_t j = 0; j < bytes.size(); ++j)
+            seen[j] |= bytes[j];
+    }
+    for (const std::uint8_t byte : seen)
+        EXPECT_NE(0, byte);
+    FillRandom({});
+}
+
+}  // namespace
+}  // namespace nalhost::crypto

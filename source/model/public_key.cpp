@@ -1,6 +1,8 @@
 #include <algorithm>
 
+#include "model/file_element.h"
 #include "nal/algorithm.h"
+#include "too/file.h"
 #include "too/status.h"
 
 namespace {
@@ -75,6 +77,11 @@ unsigned CNALCertPublicKeyInfo::ReadData(const void* data, unsigned size) {
     return size - static_cast<unsigned>(reader.Rest().size);
 }
 
+unsigned CNALCertPublicKeyInfo::ReadData(const CTOOFile& file) {
+    const IdentObj record = nal::ReadElement(file, "CNALCertPublicKeyInfo::ReadData");
+    return ReadData(record.GetData(), record.GetSize());
+}
+
 void CNALCertPublicKeyInfo::ReadData(asnt::Reader& reader) {
     asnt::Reader fields = reader.Enter(asnt::tag::Sequence);
     CNALAlgorithmIdentifier algorithm;
@@ -100,6 +107,12 @@ IdentObj CNALCertPublicKeyInfo::WriteData() const {
     asnt::Writer writer;
     WriteData(writer);
     return writer.Finish();
+}
+
+unsigned CNALCertPublicKeyInfo::WriteData(CTOOFile& file) const {
+    const IdentObj record = WriteData();
+    file.Write(record);
+    return record.GetSize();
 }
 
 unsigned CNALCertPublicKeyInfo::GetObjectSize() const {

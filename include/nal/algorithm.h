@@ -7,8 +7,7 @@
 
 #include <list>
 
-#include "asnt/view.h"
-#include "asnt/writer.h"
+#include "asnt/records.h"
 #include "nal/export.h"
 #include "nal/wincrypt.h"
 #include "too/bit_blob.h"
@@ -32,8 +31,9 @@ inline constexpr char c_NAL_OID_KEY_PRIVATE[] = "1.3.6.1.4.1.47474.2.1.2.2";
 /// The hash that goes with that key.
 inline constexpr char c_NAL_OID_HASH_PRIVATE[] = "1.3.6.1.4.1.47474.2.1.1.2";
 
-/// AlgorithmIdentifier ::= SEQUENCE { algorithm OBJECT IDENTIFIER, parameters ANY OPTIONAL }.
-class NAL_EXPORT CNALAlgorithmIdentifier {
+/// An algorithm and its parameters: the toolkit's identifier record, which reads, writes, sizes and compares it, with what the
+/// library asks of GOST keys.
+class NAL_EXPORT CNALAlgorithmIdentifier : public CASNTIdData {
 public:
     /// No OID, no parameters.
     CNALAlgorithmIdentifier() = default;
@@ -41,10 +41,8 @@ public:
     explicit CNALAlgorithmIdentifier(const CRYPT_ALGORITHM_IDENTIFIER& algorithm);
     CNALAlgorithmIdentifier& operator=(const CRYPT_ALGORITHM_IDENTIFIER& algorithm);
 
-    /// The OID as dotted text.
-    CTOOString GetOID() const;
     /// Whether the OID is this one.
-    bool Is(const char* oid) const { return GetOID() == oid; }
+    bool Is(const char* oid) const { return GetID() == oid; }
 
     /// Reads the OIDs that describe a GOST key. Null outputs are skipped; an OID that is not there leaves its output empty.
     /// The private key algorithm is given as "1.2.643.2.2.20" with itself as the parameter set.
@@ -55,32 +53,6 @@ public:
     /// algorithm, that becomes the OID and there are no parameters.
     /// @throws XTOOStatus(TOO_E_ENCODE) when `keyParamOID` is no OID; nothing is changed then
     void SetParams(const char* algOID, const char* keyParamOID);
-
-    /// Reads the identifier at the start of `data`.
-    /// @return the bytes consumed; 0, with nothing changed, for a null pointer or a size of 0
-    /// @throws XTOOStatus(TOO_E_BAD_STRUCTURE, "CNALAlgorithmIdentifier::ReadData"), with nothing changed
-    unsigned ReadData(const void* data, unsigned size);
-    /// Reads the next element of `reader`, which throws with its own context. Nothing is changed then.
-    void ReadData(asnt::Reader& reader);
-    /// The DER. @throws XTOOStatus(TOO_E_ENCODE) when the OID is none
-    IdentObj WriteData() const;
-    void WriteData(asnt::Writer& writer) const;
-    /// The length of that DER.
-    unsigned GetObjectSize() const;
-
-    friend bool operator==(const CNALAlgorithmIdentifier& a, const CNALAlgorithmIdentifier& b) {
-        return a.m_algorithm == b.m_algorithm && a.m_parameters == b.m_parameters;
-    }
-    friend bool operator!=(const CNALAlgorithmIdentifier& a, const CNALAlgorithmIdentifier& b) { return !(a == b); }
-    /// By the text of the OID, then by the parameters.
-    friend bool operator<(const CNALAlgorithmIdentifier& a, const CNALAlgorithmIdentifier& b) {
-        const int order = a.m_algorithm.Compare(b.m_algorithm);
-        return order < 0 || (order == 0 && a.m_parameters < b.m_parameters);
-    }
-    friend bool operator>(const CNALAlgorithmIdentifier& a, const CNALAlgorithmIdentifier& b) { return b < a; }
-
-    IdentObj m_algorithm;   ///< the OID as dotted text, without terminator
-    IdentObj m_parameters;  ///< the DER of the parameters; empty when absent
 };
 
 /// SubjectPublicKeyInfo ::= SEQUENCE { algorithm AlgorithmIdentifier, subjectPublicKey BIT STRING }.

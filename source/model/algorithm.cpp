@@ -13,10 +13,6 @@
 
 namespace {
 
-std::string_view TextOf(const IdentObj& text) {
-    return {reinterpret_cast<const char*>(text.GetData()), text.GetSize()};
-}
-
 IdentObj ToBytes(std::string_view text) {
     return {text.data(), static_cast<unsigned>(text.size())};
 }
@@ -25,50 +21,36 @@ const CRYPT_OID_INFO* FindOid(const char* oid) {
     return orkcspex::FindOIDInfo(ORK_OID_KEY_OID, oid, ORK_OID_GROUP_ANY);
 }
 
-struct KeyParameters {
-    CTOOString publicKeySet, digestSet, encryptionSet;
-};
-
-// RFC 4491 section 2.3.1: SEQUENCE { publicKeyParamSet OID, digestParamSet OID, encryptionParamSet OID OPTIONAL }.
-KeyParameters ReadKeyParameters(const IdentObj& der) {
-    KeyParameters read;
-    asnt::Reader reader(der, "CNALAlgorithmIdentifier::GetParams");
-    asnt::Element first;
-    if (reader.AtEnd() || reader.TryNext(asnt::tag::Null, first)) return read;
-    asnt::Reader fields = reader.Enter(asnt::tag::Sequence);
-    read.publicKeySet = fields.Oid();
-    read.digestSet = fields.Oid();
-    if (!fields.AtEnd()) read.encryptionSet = fields.Oid();
-    fields.ExpectEnd();
-    reader.ExpectEnd();
+CASNAlgAddInfo ReadKeyParameters(const IdentObj& der) {
+    CASNAlgAddInfo read;
+    asnt::Element null;
+    const bool isAbsent = der.IsEmpty() || asnt::Reader(der).TryNext(asnt::tag::Null, null);
+    if (!isAbsent && read.ReadData(der.GetData(), der.GetSize()) != der.GetSize()) {
+        asnt::ThrowBadStructure("CNALAlgorithmIdentifier::GetParams");
+    }
     return read;
 }
 
 }  // namespace
 
 CNALAlgorithmIdentifier::CNALAlgorithmIdentifier(const CRYPT_ALGORITHM_IDENTIFIER& algorithm)
-    : m_algorithm(algorithm.pszObjId == nullptr ? IdentObj() : ToBytes(algorithm.pszObjId)),
-      m_parameters(asnt::View(algorithm.Parameters.pbData, algorithm.Parameters.cbData).Copy()) {}
+    : CASNTIdData(algorithm.pszObjId, asnt::View(algorithm.Parameters.pbData, algorithm.Parameters.cbData).Copy()) {}
 
 CNALAlgorithmIdentifier& CNALAlgorithmIdentifier::operator=(const CRYPT_ALGORITHM_IDENTIFIER& algorithm) {
     return *this = CNALAlgorithmIdentifier(algorithm);
 }
 
-CTOOString CNALAlgorithmIdentifier::GetOID() const {
-    return {TextOf(m_algorithm)};
-}
-
 void CNALAlgorithmIdentifier::GetParams(CTOOString* algOID, CTOOString* keyParamOID, CTOOString* hashParamOID,
                                         CTOOString* encParamOID) const {
-    KeyParameters parameters;
+    CASNAlgAddInfo parameters;
     if (keyParamOID != nullptr || hashParamOID != nullptr || encParamOID != nullptr) {
         parameters = ReadKeyParameters(m_parameters);
     }
     const bool isPrivate = Is(c_NAL_OID_KEY_PRIVATE);
-    if (algOID != nullptr) *algOID = isPrivate ? CTOOString(c_NAL_OID_KEY_GOST94) : GetOID();
-    if (keyParamOID != nullptr) *keyParamOID = isPrivate ? GetOID() : parameters.publicKeySet;
-    if (hashParamOID != nullptr) *hashParamOID = parameters.digestSet;
-    if (encParamOID != nullptr) *encParamOID = parameters.encryptionSet;
+    if (algOID != nullptr) *algOID = isPrivate ? CTOOString(c_NAL_OID_KEY_GOST94) : GetID();
+    if (keyParamOID != nullptr) *keyParamOID = isPrivate ? GetID() : parameters.GetSignOID();
+    if (hashParamOID != nullptr) *hashParamOID = parameters.GetHashOID();
+    if (encParamOID != nullptr) *encParamOID = parameters.GetEncryptOID();
 }
 
 void CNALAlgorithmIdentifier::SetParams(const char* algOID, const char* keyParamOID) {
@@ -77,51 +59,10 @@ void CNALAlgorithmIdentifier::SetParams(const char* algOID, const char* keyParam
     IdentObj parameters;
     if (keyParameters == c_NAL_OID_KEY_PRIVATE) algorithm = c_NAL_OID_KEY_PRIVATE;
     if (algorithm != c_NAL_OID_KEY_PRIVATE) {
-        asnt::Writer writer;
-        writer.Sequence([&] {
-            writer.Oid(keyParameters);
-            writer.Oid(c_NAL_OID_HASH_PARAMS);
-        });
-        parameters = writer.Finish();
+        parameters = CASNAlgAddInfo(keyParameters.c_str(), c_NAL_OID_HASH_PARAMS).WriteData();
     }
     m_algorithm = ToBytes(algorithm.view());
     m_parameters = std::move(parameters);
-}
-
-unsigned CNALAlgorithmIdentifier::ReadData(const void* data, unsigned size) {
-    if (data == nullptr || size == 0) return 0;
-    asnt::Reader reader({data, size}, "CNALAlgorithmIdentifier::ReadData");
-    ReadData(reader);
-    return size - static_cast<unsigned>(reader.Rest().size);
-}
-
-void CNALAlgorithmIdentifier::ReadData(asnt::Reader& reader) {
-    asnt::Reader fields = reader.Enter(asnt::tag::Sequence);
-    const CTOOString oid = fields.Oid();
-    IdentObj parameters;
-    if (!fields.AtEnd()) parameters = fields.Next().whole.Copy();
-    fields.ExpectEnd();
-    m_algorithm = ToBytes(oid.view());
-    m_parameters = std::move(parameters);
-}
-
-void CNALAlgorithmIdentifier::WriteData(asnt::Writer& writer) const {
-    writer.Sequence([&] {
-        writer.Oid(TextOf(m_algorithm));
-        writer.Raw(m_parameters);
-    });
-}
-
-IdentObj CNALAlgorithmIdentifier::WriteData() const {
-    asnt::Writer writer;
-    WriteData(writer);
-    return writer.Finish();
-}
-
-unsigned CNALAlgorithmIdentifier::GetObjectSize() const {
-    asnt::Writer writer;
-    WriteData(writer);
-    return static_cast<unsigned>(writer.Size());
 }
 
 bool GetAlgIDFromOID(const void* oid, unsigned oidLength, unsigned& algId, unsigned& extra) {

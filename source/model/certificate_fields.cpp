@@ -82,17 +82,13 @@ bool StepOverCertificate(asnt::View der, CertificateFields& fields) {
     asnt::Reader top(der);
     asnt::Reader certificate;
     asnt::Reader tbs;
-    asnt::Element signedPart;
-    asnt::Element signature;
+    asnt::Element element;
     if (!top.TryEnter(asnt::tag::Sequence, certificate) || !top.AtEnd()) return false;
-    if (!certificate.TryNext(asnt::tag::Sequence, signedPart) || !certificate.TryInside(signedPart, tbs) ||
-        !NextWhole(certificate, asnt::tag::Sequence, fields.signatureAlgorithm) ||
-        !certificate.TryNext(asnt::tag::BitString, signature) || !certificate.AtEnd()) {
-        return false;
-    }
-    fields.signedPart = signedPart.whole;
-    fields.signature = signature.content;
-    return !signature.content.empty() && StepOverTbs(tbs, fields.tbs);
+    if (!certificate.TryNext(asnt::tag::Sequence, element) || !certificate.TryInside(element, tbs)) return false;
+    fields.signedPart = element.whole;
+    fields.signatureFields = certificate.Rest();
+    return certificate.TryNext(asnt::tag::Sequence, element) && certificate.TryNext(asnt::tag::BitString, element) &&
+           certificate.AtEnd() && StepOverTbs(tbs, fields.tbs);
 }
 
 bool FindExtensionValue(asnt::View extensions, asnt::View oid, asnt::View& value) {

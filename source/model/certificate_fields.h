@@ -29,9 +29,8 @@ struct TbsFields {
 };
 
 struct CertificateFields {
-    asnt::View signedPart;          ///< the TBSCertificate, whole
-    asnt::View signatureAlgorithm;  ///< whole
-    asnt::View signature;           ///< content of the BIT STRING
+    asnt::View signedPart;       ///< the TBSCertificate, whole
+    asnt::View signatureFields;  ///< signatureAlgorithm and signatureValue
     TbsFields tbs;
 };
 

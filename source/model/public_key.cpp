@@ -86,11 +86,8 @@ void CNALCertPublicKeyInfo::ReadData(asnt::Reader& reader) {
     asnt::Reader fields = reader.Enter(asnt::tag::Sequence);
     CNALAlgorithmIdentifier algorithm;
     algorithm.ReadData(fields);
-    const asnt::Element bits = fields.Next(asnt::tag::BitString);
+    const asnt::BitString key = fields.Bits();
     fields.ExpectEnd();
-    // The bits behind the last one are the authority's business: only the form is checked.
-    asnt::BitString key;
-    if (!asnt::DecodeBitString(bits.content, key, asnt::Rules::Ber)) fields.Fail();
     m_publicKey = CTOOCryptBitBlob(key.bytes.Copy(), key.unusedBits);
     m_algorithm = std::move(algorithm);
 }

@@ -46,7 +46,7 @@ std::size_t MoveAll(std::size_t size, int otherwise, const CTOOString& name, con
 template <class Call>
 void WriteAll(std::size_t size, const CTOOString& name, Call call) {
     const char* action = "cannot write";
-    if (too_testing::NextStepIsLast()) MoveAll(size / 2, TOO_E_WRITE, name, action, call);
+    if (too_testing::NextStepIsBad()) MoveAll(size / 2, TOO_E_WRITE, name, action, call);
     if (const int error = too_testing::NextStepFails()) ThrowFile(error, TOO_E_WRITE, name, action);
     if (MoveAll(size, TOO_E_WRITE, name, action, call) < size) ThrowFile(ENOSPC, TOO_E_WRITE, name, action);
 }
@@ -151,6 +151,13 @@ void SyncFolderOf(const CTOOString& file) {
 
 void LockDescriptor(int descriptor, int operation, const CTOOString& name) {
     if (Retry([=] { return flock(descriptor, operation); }) != 0) ThrowFile(errno, TOO_E_LOCK, name, "cannot lock");
+}
+
+bool IsFileAt(int descriptor, const char* path) {
+    struct stat open {};
+    struct stat named {};
+    return fstat(descriptor, &open) == 0 && stat(path, &named) == 0 && open.st_dev == named.st_dev &&
+           open.st_ino == named.st_ino;
 }
 
 std::string FolderOf(const CTOOString& file) {

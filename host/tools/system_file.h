@@ -60,6 +60,9 @@ void SyncFolderOf(const CTOOString& file);
 // flock without a time limit; `operation` is LOCK_SH, LOCK_EX or LOCK_UN. Throws 13.
 void LockDescriptor(int descriptor, int operation, const CTOOString& name);
 
+// Whether the open file is the one that the path names now; false when the path names none.
+bool IsFileAt(int descriptor, const char* path);
+
 // The folder part of a path as the system takes it: "." for a bare name.
 std::string FolderOf(const CTOOString& file);
 

@@ -17,7 +17,8 @@ enum class StepMode { off, count, fail, kill };
 
 std::atomic<StepMode> g_stepMode{StepMode::off};
 std::atomic<unsigned> g_stepCount{0};
-std::atomic<unsigned> g_stepLimit{0};
+std::atomic<unsigned> g_firstBadStep{0};
+std::atomic<unsigned> g_lastBadStep{0};
 std::atomic<int> g_stepError{0};
 
 struct FailingCall {
@@ -33,26 +34,32 @@ std::map<std::string, FailingCall, std::less<>>& FailingCalls() {
     return calls;
 }
 
-void SetSteps(StepMode mode, unsigned limit, int error) {
+void SetSteps(StepMode mode, unsigned first, unsigned last, int error) {
     g_stepMode = StepMode::off;
     g_stepCount = 0;
-    g_stepLimit = limit;
+    g_firstBadStep = first;
+    g_lastBadStep = last;
     g_stepError = error;
     g_stepMode = mode;
 }
 
+bool IsBadStep(StepMode mode, unsigned step) {
+    return (mode == StepMode::fail || mode == StepMode::kill) && step >= g_firstBadStep && step <= g_lastBadStep;
+}
+
 }  // namespace
 
-void FailStep(unsigned nth, int systemError) {
-    SetSteps(StepMode::fail, nth, systemError);
+void FailStep(unsigned nth, int systemError, unsigned count) {
+    constexpr unsigned most = std::numeric_limits<unsigned>::max();
+    SetSteps(StepMode::fail, nth, count == 0 || count > most - nth ? most : nth + count - 1, systemError);
 }
 
 void KillAtStep(unsigned nth) {
-    SetSteps(StepMode::kill, nth, 0);
+    SetSteps(StepMode::kill, nth, nth, 0);
 }
 
 void ResetSteps() {
-    SetSteps(StepMode::count, 0, 0);
+    SetSteps(StepMode::count, 0, 0, 0);
 }
 
 unsigned GetStepCount() {
@@ -61,16 +68,14 @@ unsigned GetStepCount() {
 
 int NextStepFails() {
     const StepMode mode = g_stepMode.load(std::memory_order_relaxed);
-    if (mode == StepMode::off) return 0;
-    const bool reached = ++g_stepCount >= g_stepLimit;
-    if (mode == StepMode::count || !reached) return 0;
+    if (mode == StepMode::off || !IsBadStep(mode, ++g_stepCount)) return 0;
     if (mode == StepMode::kill) std::raise(SIGKILL);
     return g_stepError;
 }
 
-bool NextStepIsLast() {
+bool NextStepIsBad() {
     const StepMode mode = g_stepMode.load(std::memory_order_relaxed);
-    return (mode == StepMode::fail || mode == StepMode::kill) && g_stepCount + 1 >= g_stepLimit;
+    return mode != StepMode::off && IsBadStep(mode, g_stepCount + 1);
 }
 
 void FailCall(const char* name, DWORD lastError, unsigned nth, unsigned count) {

@@ -46,6 +46,7 @@ public:
     /// @return below, equal to or above 0
     int CompareNoCase(const CTOOString& other) const noexcept { return CompareNoCase(other.view()); }
     int CompareNoCase(std::string_view other) const noexcept;
+    int CompareNoCase(const std::string& other) const noexcept { return CompareNoCase(std::string_view(other)); }
     int CompareNoCase(const char* other) const noexcept { return CompareNoCase(std::string_view(other ? other : "")); }
 
     CTOOString& operator+=(const CTOOString& other) {

@@ -38,9 +38,9 @@ public:
 // A step is one change that the runtime asks of the file system: a write, a change of length, a sync, a rename.
 // The steps of all files are counted together. Code that changes files by other means (a database) asks NextStepFails.
 
-/// Makes the `nth` step from now (1 is the next one) and every later one fail with `systemError`, until ResetSteps.
-/// A write that fails first writes half of its bytes, as a full disk may.
-NAL_HOST_EXPORT void FailStep(unsigned nth, int systemError = ENOSPC);
+/// Makes steps fail with `systemError`: the `nth` from now (1 is the next one) and those after it, `count` in all, 0
+/// for every one until ResetSteps. A write that fails first writes half of its bytes, as a full disk may.
+NAL_HOST_EXPORT void FailStep(unsigned nth, int systemError = ENOSPC, unsigned count = 0);
 
 /// Makes the process kill itself by SIGKILL before its `nth` step from now. A write first writes half of its bytes.
 NAL_HOST_EXPORT void KillAtStep(unsigned nth);
@@ -57,12 +57,14 @@ NAL_HOST_EXPORT int NextStepFails();
 
 /// @return whether NextStepFails, asked now, would report a failure or kill: a write is then made by half before it
 /// asks
-NAL_HOST_EXPORT bool NextStepIsLast();
+NAL_HOST_EXPORT bool NextStepIsBad();
 
 /// Steps that fail from the `nth` on until the end of the scope.
 class ScopedStepFailure {
 public:
-    explicit ScopedStepFailure(unsigned nth, int systemError = ENOSPC) { FailStep(nth, systemError); }
+    explicit ScopedStepFailure(unsigned nth, int systemError = ENOSPC, unsigned count = 0) {
+        FailStep(nth, systemError, count);
+    }
     ~ScopedStepFailure() { ResetSteps(); }
     ScopedStepFailure(const ScopedStepFailure&) = delete;
     ScopedStepFailure& operator=(const ScopedStepFailure&) = delete;

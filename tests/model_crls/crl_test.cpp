@@ -1,0 +1,293 @@
+#include "nal/crl.h"
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "model_crls/model_test.h"
+
+namespace {
+
+using nal_test::Hex;
+using nal_test::kAlgorithm;
+using nal_test::kLater;
+using nal_test::kName;
+using nal_test::kSignature;
+using nal_test::kUpdate;
+using nal_test::MakeCrl;
+using nal_test::MakeEntry;
+using nal_test::MakeExtension;
+using nal_test::ReadCrl;
+using nal_test::StatusOf;
+using nal_test::Wrap;
+
+constexpr auto npos = CNAL_CRL_Info::npos;
+
+const IdentObj& FullCrl() {
+    static const IdentObj der = [] {
+        const IdentObj reason = MakeExtension("2.5.29.21", "0A0101");
+        asnt::Writer entry;
+        entry.Sequence([&] {
+            entry.Unsigned(0x0A1B2C);
+            entry.Raw(Hex("18 0F 32303235303130313132303030305A"));  // 2025-01-01 12:00:00
+            entry.Sequence([&] { entry.Raw(reason); });
+        });
+        return MakeCrl({Hex("020101"), Hex(kAlgorithm), Hex(kName), Hex(kUpdate), Hex(kLater),
+                        Wrap(asnt::tag::Sequence, {MakeEntry("00FF"), entry.Finish()}),
+                        Wrap(asnt::tag::Context(0), {Wrap(asnt::tag::Sequence, {MakeExtension("2.5.29.20", "02021001")})})});
+    }();
+    return der;
+}
+
+CNAL_CRL_List Read(const IdentObj& der) {
+    CNAL_CRL_List crl;
+    crl.ReadData(der.GetData(), der.GetSize());
+    return crl;
+}
+
+std::uint64_t Ticks(const FILETIME& time) { return std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime; }
+
+TEST(Crl, GivesEveryFieldAndTheBytesThatWereRead) {
+    IdentObj padded = FullCrl();
+    padded.Append("behind", 6);
+    CNAL_CRL_List crl;
+    EXPECT_EQ(crl.ReadData(padded.GetData(), padded.GetSize()), FullCrl().GetSize());
+    EXPECT_EQ(crl.WriteData(), FullCrl());
+
+    const CNAL_CRL_Info& info = crl.m_info;
+    EXPECT_EQ(info.m_version, 1u);
+    EXPECT_EQ(info.m_signatureAlgorithm.GetID(), "1.2.643.2.2.3");
+    EXPECT_EQ(static_cast<const IdentObj&>(info.m_issuer), Hex(kName));
+    EXPECT_EQ(Ticks(info.m_nextUpdate) - Ticks(info.m_thisUpdate), 30ull * 86400 * 10000000);
+    EXPECT_EQ(crl.m_signature.m_data, Hex("ABCD"));
+    EXPECT_EQ(info.GetSerial(), Hex("0110 0000 0000 0000 0000 0000 0000 0000"));
+
+    ASSERT_EQ(info.GetEntryCount(), 2u);
+    EXPECT_EQ(info.GetEntry(0).m_serialNumber, Hex("FF00"));
+    EXPECT_EQ(info.GetEntry(0).m_revocationDate.dwLowDateTime, info.m_thisUpdate.dwLowDateTime);
+    const CNAL_CRL_Entry second = info.GetEntry(1);
+    EXPECT_EQ(second.m_serialNumber, Hex("2C1B0A"));
+    CNALReasonCode reason;
+    ASSERT_TRUE(reason.ReadFrom(second.m_extensions, c_NAL_OID_REASON_CODE));
+    EXPECT_EQ(reason.m_reason, 1u);
+    EXPECT_EQ(StatusOf([&] { info.GetEntry(2); }), TOO_E_RANGE);
+
+    CNAL_CRL_Entry again;
+    const IdentObj der = second.WriteData();
+    EXPECT_EQ(second.GetObjectSize(), der.GetSize());
+    EXPECT_EQ(again.ReadData(der.GetData(), der.GetSize()), der.GetSize());
+    EXPECT_EQ(again.m_serialNumber, second.m_serialNumber);
+    EXPECT_EQ(Ticks(again.m_revocationDate), Ticks(second.m_revocationDate));
+    EXPECT_EQ(again.m_extensions, second.m_extensions);
+}
+
+TEST(Crl, AcceptsAndRefusesShapes) {
+    const IdentObj v2 = Hex("020101");
+    const IdentObj algorithm = Hex(kAlgorithm);
+    const IdentObj name = Hex(kName);
+    const IdentObj now = Hex(kUpdate);
+    const IdentObj later = Hex(kLater);
+    const IdentObj number = MakeExtension("2.5.29.20", "020105");
+    const auto extensions = [](const std::vector<IdentObj>& items) {
+        return Wrap(asnt::tag::Context(0), {Wrap(asnt::tag::Sequence, items)});
+    };
+    const auto entries = [](const std::vector<IdentObj>& items) { return Wrap(asnt::tag::Sequence, items); };
+    const struct {
+        const char* what;
+        std::vector<IdentObj> parts;
+        bool accepted;
+    } cases[] = {
+        {"version 1", {algorithm, name, now, later, entries({MakeEntry("01")})}, true},
+        {"no next update", {v2, algorithm, name, now, extensions({number})}, true},
+        {"an empty list of entries", {v2, algorithm, name, now, later, entries({})}, true},
+        {"an unknown version", {Hex("020102"), algorithm, name, now, later}, false},
+        {"an endless version", {Hex("0209 010000000000000000"), algorithm, name, now, later}, false},
+        {"no issuer", {v2, algorithm, now, later}, false},
+        {"no algorithm", {v2, name, now, later}, false},
+        {"no time", {v2, algorithm, name}, false},
+        {"a time that is none", {v2, algorithm, name, Hex("17 0D 3236313333323130303030305A"), later}, false},
+        {"a third time", {v2, algorithm, name, now, later, later}, false},
+        {"a bare number among the entries", {v2, algorithm, name, now, later, entries({Hex("020101")})}, false},
+        {"an entry without a date", {v2, algorithm, name, now, later, entries({Hex("3003 020101")})}, false},
+        {"an entry with an empty serial", {v2, algorithm, name, now, later, entries({Wrap(asnt::tag::Sequence, {Hex("0200"), now})})}, false},
+        {"an entry with something behind",
+         {v2, algorithm, name, now, later, entries({Wrap(asnt::tag::Sequence, {Hex("020101"), now, Hex("3000"), Hex("0500")})})},
+         false},
+        {"an entry with damaged extensions",
+         {v2, algorithm, name, now, later, entries({Wrap(asnt::tag::Sequence, {Hex("020101"), now, Hex("3004 30020500")})})},
+         false},
+        {"extensions twice", {v2, algorithm, name, now, later, extensions({number}), extensions({number})}, false},
+        {"extensions in no list", {v2, algorithm, name, now, later, Wrap(asnt::tag::Context(0), {number, number})}, false},
+        {"the number repeated", {v2, algorithm, name, now, later, extensions({number, number})}, false},
+        {"the issuer's key repeated",
+         {v2, algorithm, name, now, later,
+          extensions({MakeExtension("2.5.29.35", "3000"), number, MakeExtension("2.5.29.35", "3000")})},
+         false},
+    };
+    for (const auto& c : cases) {
+        const IdentObj der = MakeCrl(c.parts);
+        EXPECT_EQ(StatusOf([&] { Read(der); }), c.accepted ? TOO_OK : TOO_E_BAD_STRUCTURE) << c.what;
+    }
+}
+
+TEST(Crl, RefusesEveryBeginningAndKeepsWhatItHeld) {
+    EXPECT_EQ(nal_test::CountAcceptedBeginnings(FullCrl(), [](const IdentObj& cut) { Read(cut); }), 0u);
+
+    CNAL_CRL_List crl = Read(FullCrl());
+    EXPECT_EQ(StatusOf([&] { crl.ReadData("0", 1); }), TOO_E_BAD_STRUCTURE);
+    EXPECT_EQ(crl.ReadData(nullptr, 7), 0u);
+    EXPECT_EQ(crl.ReadData("", 0), 0u);
+    EXPECT_EQ(crl.WriteData(), FullCrl());
+    EXPECT_EQ(crl.m_info.GetEntryCount(), 2u);
+}
+
+TEST(Crl, ClaimedSizesCostNoMemory) {
+    // Headers that promise gigabytes, at every depth.
+    const struct {
+        const char* what;
+        const char* der;
+    } cases[] = {
+        {"the list", "3084FFFFFFFF"},
+        {"the signed part", "3008 3084FFFFFFF0 0201"},
+        {"a name", "300A 3008 020101 3084FFFFFFFF"},
+        {"eight octets of length", "3088 00000000FFFFFFFF 0201"},
+        {"no length", "3080 020101 0000"},
+    };
+    for (const auto& c : cases) {
+        const IdentObj der = Hex(c.der);
+        EXPECT_EQ(StatusOf([&] { Read(der); }), TOO_E_BAD_STRUCTURE) << c.what;
+    }
+}
+
+TEST(CrlLookup, FindsTheFirstEntryOfASerial) {
+    const CNAL_CRL_List crl =
+        ReadCrl({MakeEntry("05"), MakeEntry("0100"), MakeEntry("05"), MakeEntry("FF01"), MakeEntry("00FF")}, {});
+    const struct {
+        const char* serial;  // least significant first
+        std::size_t index;
+    } cases[] = {{"05", 0}, {"0001", 1}, {"01FF", 3}, {"FF00", 4}, {"0500", npos}, {"0100", npos}, {"FF", npos}, {"", npos}};
+    for (const auto& c : cases) EXPECT_EQ(crl.m_info.FindEntry(Hex(c.serial)), c.index) << c.serial;
+    EXPECT_EQ(crl.m_info.FindEntryByOctets(Hex("0100")), 1u);
+    EXPECT_EQ(CNAL_CRL_Info().FindEntry(Hex("05")), npos);
+}
+
+TEST(CrlLookup, AgreesWithAScanWhateverTheSerials) {
+    std::mt19937 random(20261122);
+    CNAL_CRL_Info info;
+    std::vector<IdentObj> serials;
+    for (int i = 0; i < 3000; ++i) {
+        IdentObj serial(nullptr, 1 + random() % 20);
+        for (unsigned j = 0; j < serial.GetSize(); ++j) serial.GetData()[j] = static_cast<unsigned char>(random() % 3);
+        serial.GetData()[serial.GetSize() - 1] = 0x01;  // so that every serial is one in its shortest form
+        CNAL_CRL_Entry entry;
+        entry.m_serialNumber = serial;
+        entry.m_revocationDate = {0, 0x01D00000};
+        info.AddEntry(entry);
+        serials.push_back(serial);
+    }
+    ASSERT_EQ(info.GetEntryCount(), serials.size());
+    const auto scan = [&](const IdentObj& serial) {
+        const auto found = std::find(serials.begin(), serials.end(), serial);
+        return found == serials.end() ? npos : static_cast<std::size_t>(found - serials.begin());
+    };
+    // From several threads, so that the index is asked for while it is being built.
+    std::vector<std::thread> threads;
+    std::vector<std::size_t> wrong(4, 0);
+    for (std::size_t t = 0; t < wrong.size(); ++t) {
+        threads.emplace_back([&, t] {
+            for (std::size_t i = t; i < serials.size(); i += wrong.size()) {
+                IdentObj other = serials[i];
+                other.GetData()[0] ^= 0x40;
+                if (info.FindEntry(serials[i]) != scan(serials[i])) ++wrong[t];
+                if (info.FindEntry(other) != scan(other)) ++wrong[t];
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(wrong, std::vector<std::size_t>(4, 0));
+}
+
+TEST(CrlLookup, SeesAddedEntriesAndCopiesDoNot) {
+    const CNAL_CRL_List crl = Read(FullCrl());
+    CNAL_CRL_Info changed = crl.m_info;
+    EXPECT_EQ(changed.FindEntry(Hex("07")), npos);
+    CNAL_CRL_Entry entry;
+    entry.m_serialNumber = Hex("07");
+    entry.m_revocationDate = crl.m_info.m_thisUpdate;
+    changed.AddEntry(entry);
+    CNAL_CRL_Info copy = changed;
+    entry.m_serialNumber = Hex("08");
+    changed.AddEntry(entry);
+    EXPECT_EQ(changed.FindEntry(Hex("07")), 2u);
+    EXPECT_EQ(changed.FindEntry(Hex("08")), 3u);
+    EXPECT_EQ(copy.FindEntry(Hex("08")), npos);
+    EXPECT_EQ(copy.GetEntryCount(), 3u);
+    EXPECT_EQ(crl.m_info.GetEntryCount(), 2u);
+}
+
+TEST(CrlInfo, EncodesWhatItReads) {
+    const CNAL_CRL_List crl = Read(FullCrl());
+    const IdentObj signedPart = crl.GetSignedPart().Copy();
+    EXPECT_EQ(crl.m_info.WriteData(), signedPart);
+    EXPECT_EQ(crl.m_info.GetObjectSize(), signedPart.GetSize());
+
+    CNAL_CRL_Info again;
+    EXPECT_EQ(again.ReadData(signedPart.GetData(), signedPart.GetSize()), signedPart.GetSize());
+    EXPECT_EQ(again.GetEntry(1).m_serialNumber, crl.m_info.GetEntry(1).m_serialNumber);
+    again.m_nextUpdate = {0, 0};
+    again.m_extensions.Clear();
+    const IdentObj shorter = again.WriteData();
+    CNAL_CRL_Info third;
+    third.ReadData(shorter.GetData(), shorter.GetSize());
+    EXPECT_EQ(Ticks(third.m_nextUpdate), 0u);
+    EXPECT_TRUE(third.m_extensions.empty());
+    EXPECT_EQ(third.GetEntryCount(), 2u);
+
+    EXPECT_EQ(StatusOf([] { CNAL_CRL_Info().WriteData(); }), TOO_E_NOT_INITIALIZED);
+    EXPECT_EQ(StatusOf([&] { again.AddEntry(CNAL_CRL_Entry()); }), TOO_E_ENCODE);
+    EXPECT_EQ(again.GetEntryCount(), 2u);
+}
+
+TEST(CrlKey, ComesFromNumberAndIssuer) {
+    const char* const issuer = "3016 8014 000102030405060708090A0B0C0D0E0F10111213";
+    const struct {
+        const char* what;
+        const char* issuer;  // value of the authority key identifier; null for none
+        const char* number;  // value of the CRL number; null for none
+        int status;
+        const char* serial;  // as GetSerial gives it
+    } cases[] = {
+        {"one byte", issuer, "020107", TOO_OK, "07000000000000000000000000000000"},
+        {"zero", issuer, "020100", TOO_OK, "00000000000000000000000000000000"},
+        {"a sign octet", issuer, "020200FF", TOO_OK, "FF000000000000000000000000000000"},
+        {"sixteen bytes", issuer, "0210 7F0102030405060708090A0B0C0D0E0F", TOO_OK, "0F0E0D0C0B0A0908070605040302017F"},
+        {"sixteen bytes behind a sign octet", issuer, "0211 00FF0102030405060708090A0B0C0D0E0F", TOO_OK,
+         "0F0E0D0C0B0A090807060504030201FF"},
+        {"seventeen bytes", issuer, "0211 7F000102030405060708090A0B0C0D0E0F", TOO_E_CERT_REFUSED,
+         "0F0E0D0C0B0A090807060504030201007F"},
+        {"no number", issuer, nullptr, TOO_E_CERT_REFUSED, ""},
+        {"a number that is text", issuer, "0C0137", TOO_E_BAD_STRUCTURE, nullptr},
+        {"no issuer", nullptr, "020107", TOO_E_CERT_REFUSED, "07000000000000000000000000000000"},
+        {"an issuer of 19 bytes", "3015 8013 000102030405060708090A0B0C0D0E0F101112", "020107", TOO_E_CERT_REFUSED,
+         "07000000000000000000000000000000"},
+        {"an issuer without key identifier", "3000", "020107", TOO_E_CERT_REFUSED, "07000000000000000000000000000000"},
+        {"an issuer that is no list", "0500", "020107", TOO_E_BAD_STRUCTURE, "07000000000000000000000000000000"},
+    };
+    for (const auto& c : cases) {
+        std::vector<IdentObj> extensions;
+        if (c.issuer) extensions.push_back(MakeExtension("2.5.29.35", c.issuer));
+        if (c.number) extensions.push_back(MakeExtension("2.5.29.20", c.number));
+        const CNAL_CRL_List crl = ReadCrl({}, extensions);
+        EXPECT_EQ(StatusOf([&] { NALCheckCRLKey(crl.m_info); }), c.status) << c.what;
+        if (c.serial != nullptr) {
+            EXPECT_EQ(crl.m_info.GetSerial(), Hex(c.serial)) << c.what;
+        }
+        if (c.status != TOO_OK) continue;
+        EXPECT_EQ(NALCheckCRLKey(crl.m_info).m_crlSerial, Hex(c.serial)) << c.what;
+        EXPECT_EQ(NALCheckCRLKey(crl.m_info).m_issuerID, Hex("000102030405060708090A0B0C0D0E0F10111213")) << c.what;
+    }
+}
+
+}  // namespace

@@ -12,8 +12,9 @@ namespace asnt {
 namespace {
 
 constexpr const char* kContext = "asnt::Writer";
-constexpr unsigned kLowNumbers = 31;  // tag numbers that fit the first octet
-constexpr std::size_t kTypicalElements = 16;
+constexpr unsigned kLowNumbers = 31;          // tag numbers that fit the first octet
+constexpr std::size_t kTypicalElements = 32;  // of a structure smaller than a certificate
+constexpr std::size_t kTypicalSmall = 128;
 
 [[noreturn]] void FailEncode() {
     throw XTOOStatus(TOO_E_ENCODE, kContext);
@@ -89,31 +90,51 @@ void SortElements(unsigned char* content, std::size_t size) {
 
 Writer::Writer() {
     m_nodes.reserve(kTypicalElements);
+    m_small.reserve(kTypicalSmall);
 }
 Writer::~Writer() = default;
 Writer::Writer(Writer&&) noexcept = default;
 Writer& Writer::operator=(Writer&&) noexcept = default;
 
 void Writer::CountInParent(const Node& node) {
-    const bool isElement = node.kind == Node::Plain || node.kind == Node::Reversed;
-    const std::uint64_t size = node.contentSize + (isElement ? HeaderSize(node.tag, node.contentSize) : 0);
-    std::uint64_t& sum = m_open.empty() ? m_size : m_nodes[m_open.back()].contentSize;
-    // Neither side exceeds kMaxContent and a header, so the sum of the two does not wrap.
-    sum += size;
+    std::uint64_t size = node.contentSize;
+    if (node.kind != Node::RawBytes && node.kind != Node::ExternalBytes)
+        size += HeaderSize(node.Tag(), node.contentSize);
+    const std::uint64_t sum = size + (m_open.empty() ? m_size : m_nodes[m_open.back()].contentSize);
     if (sum > kMaxContent) FailEncode();
+    if (m_open.empty()) {
+        m_size = sum;
+    } else {
+        m_nodes[m_open.back()].contentSize = static_cast<std::uint32_t>(sum);
+    }
 }
 
-void Writer::Add(Node&& node) {
-    node.contentSize = node.smallSize + node.content.size;
-    if (node.contentSize > kMaxContent) FailEncode();
-    node.end = m_nodes.size() + 1;
+void Writer::Add(Tag tag, Node::Kind kind, View content, unsigned unusedBits) {
+    const std::size_t prefix = kind == Node::Bits ? 1 : 0;
+    if (content.size > kMaxContent - prefix) FailEncode();
+    Node node;
+    node.bytes = content.data;
+    node.size = static_cast<std::uint32_t>(content.size);
+    node.contentSize = static_cast<std::uint32_t>(content.size + prefix);
+    node.number = tag.number;
+    node.tagBits = tag.bits;
+    node.kind = kind;
+    node.unusedBits = static_cast<unsigned char>(unusedBits);
     CountInParent(node);
     m_nodes.push_back(node);
 }
 
+void Writer::AddKept(Tag tag, std::string_view content) {
+    const std::size_t offset = m_small.size();
+    m_small.insert(m_small.end(), content.begin(), content.end());
+    Add(tag, Node::Kept, View(nullptr, content.size()));
+    m_nodes.back().offset = offset;
+}
+
 void Writer::Begin(Tag tag, Order order) {
     Node node;
-    node.tag = tag;
+    node.number = tag.number;
+    node.tagBits = tag.bits;
     node.sorted = order == Order::Sorted;
     m_open.push_back(m_nodes.size());
     m_nodes.push_back(node);
@@ -121,9 +142,8 @@ void Writer::Begin(Tag tag, Order order) {
 
 void Writer::End() {
     if (m_open.empty()) FailEncode();
-    Node& node = m_nodes[m_open.back()];
+    const Node& node = m_nodes[m_open.back()];
     m_open.pop_back();
-    node.end = m_nodes.size();
     CountInParent(node);
 }
 
@@ -133,32 +153,13 @@ View Writer::Keep(IdentObj&& bytes) {
 }
 
 void Writer::Primitive(Tag tag, View content) {
-    Node node;
-    node.tag = tag;
-    node.content = content;
-    Add(std::move(node));
+    Add(tag, Node::Plain, content);
 }
-
 void Writer::Primitive(Tag tag, IdentObj&& content) {
     Primitive(tag, Keep(std::move(content)));
 }
-
 void Writer::PrimitiveReversed(Tag tag, View content) {
-    Node node;
-    node.tag = tag;
-    node.kind = Node::Reversed;
-    node.content = content;
-    Add(std::move(node));
-}
-
-void Writer::AddText(Tag tag, std::string_view text) {
-    if (text.size() > Node::kSmall)
-        return Primitive(tag, Keep(IdentObj(text.data(), static_cast<unsigned>(text.size()))));
-    Node node;
-    node.tag = tag;
-    node.smallSize = static_cast<unsigned char>(text.size());
-    std::copy(text.begin(), text.end(), node.small);
-    Add(std::move(node));
+    Add(tag, Node::Reversed, content);
 }
 
 void Writer::AddInteger(Tag tag, std::int64_t value) {
@@ -169,14 +170,14 @@ void Writer::AddInteger(Tag tag, std::int64_t value) {
     View content(octets, sizeof octets);
     while (!IsInteger(content))
         content = content.Sub(1);
-    AddText(tag, {reinterpret_cast<const char*>(content.data), content.size});
+    AddKept(tag, {reinterpret_cast<const char*>(content.data), content.size});
 }
 
 void Writer::Boolean(bool value) {
-    AddText(tag::Boolean, value ? "\xFF" : std::string_view("\0", 1));
+    AddKept(tag::Boolean, value ? "\xFF" : std::string_view("\0", 1));
 }
 void Writer::Null() {
-    AddText(tag::Null, {});
+    AddKept(tag::Null, {});
 }
 void Writer::Integer(std::int64_t value) {
     AddInteger(tag::Integer, value);
@@ -191,7 +192,7 @@ void Writer::Unsigned(std::uint64_t value) {
     char octets[1 + sizeof value] = {};
     for (std::size_t i = 0; i < sizeof value; ++i)
         octets[sizeof value - i] = static_cast<char>(value >> 8 * i);
-    AddText(tag::Integer, {octets, sizeof octets});
+    AddKept(tag::Integer, {octets, sizeof octets});
 }
 
 void Writer::IntegerOctets(View content) {
@@ -207,23 +208,18 @@ void Writer::IntegerReversed(View content) {
 void Writer::Oid(std::string_view dotted) {
     std::string content;
     if (!OidFromText(dotted, content)) FailEncode();
-    AddText(tag::Oid, content);
+    AddKept(tag::Oid, content);
 }
 
 void Writer::BitString(View bytes, unsigned unusedBits) {
     if (unusedBits > 7 || (bytes.empty() && unusedBits != 0)) FailEncode();
-    Node node;
-    node.tag = tag::BitString;
-    node.content = bytes;
-    node.smallSize = 1;
-    node.small[0] = node.clearBits = static_cast<unsigned char>(unusedBits);
-    Add(std::move(node));
+    Add(tag::BitString, Node::Bits, bytes, unusedBits);
 }
 
 void Writer::AddTime(Tag tag, const FILETIME& time) {
     std::string content;
     if (!EncodeTime(tag, time, content)) FailEncode();
-    AddText(tag, content);
+    AddKept(tag, content);
 }
 
 void Writer::UtcTime(const FILETIME& time) {
@@ -237,12 +233,8 @@ void Writer::Time(const FILETIME& time) {
 }
 
 void Writer::Raw(View encoded) {
-    Node node;
-    node.kind = Node::RawBytes;
-    node.content = encoded;
-    Add(std::move(node));
+    Add({}, Node::RawBytes, encoded);
 }
-
 void Writer::Raw(IdentObj&& encoded) {
     Raw(Keep(std::move(encoded)));
 }
@@ -251,12 +243,7 @@ void Writer::External(std::uint64_t size) {
     const bool inSorted =
         std::any_of(m_open.begin(), m_open.end(), [this](std::size_t open) { return m_nodes[open].sorted; });
     if (m_hasExternal || inSorted || size > kMaxContent) FailEncode();
-    Node node;
-    node.kind = Node::ExternalBytes;
-    node.contentSize = size;
-    node.end = m_nodes.size() + 1;
-    CountInParent(node);
-    m_nodes.push_back(node);
+    Add({}, Node::ExternalBytes, View(nullptr, static_cast<std::size_t>(size)));
     m_hasExternal = true;
     m_externalSize = size;
 }
@@ -286,14 +273,23 @@ std::size_t Writer::Emit(unsigned char* out) const {
             external = static_cast<std::size_t>(out - first);
             continue;
         }
-        if (node.kind != Node::RawBytes) out = PutHeader(out, node.tag, node.contentSize);
-        if (node.sorted) sortedSets.emplace_back(out, static_cast<std::size_t>(node.contentSize));
-        out = PutBytes(out, node.small, node.smallSize);
-        if (node.kind == Node::Reversed) {
-            out = std::reverse_copy(node.content.begin(), node.content.end(), out);
-        } else {
-            out = PutBytes(out, node.content.data, node.content.size);
-            if (node.clearBits != 0) out[-1] = static_cast<unsigned char>(out[-1] & ~((1u << node.clearBits) - 1));
+        if (node.kind != Node::RawBytes) out = PutHeader(out, node.Tag(), node.contentSize);
+        if (node.sorted) sortedSets.emplace_back(out, node.contentSize);
+        switch (node.kind) {
+            case Node::Reversed:
+                out = std::reverse_copy(node.bytes, node.bytes + node.size, out);
+                break;
+            case Node::Bits:
+                *out++ = node.unusedBits;
+                out = PutBytes(out, node.bytes, node.size);
+                if (node.size != 0) out[-1] = static_cast<unsigned char>(out[-1] & ~((1u << node.unusedBits) - 1));
+                break;
+            case Node::Kept:
+                out = PutBytes(out, m_small.data() + node.offset, node.size);
+                break;
+            default:
+                out = PutBytes(out, node.bytes, node.size);
+                break;
         }
     }
     // Inner sets come later in the list and must be in order before the outer ones compare them.
@@ -325,6 +321,7 @@ void Writer::FinishParts(IdentObj& before, IdentObj& after) {
     }
     m_nodes.clear();
     m_kept.clear();
+    m_small.clear();
     m_size = m_externalSize = 0;
     m_hasExternal = false;
 }

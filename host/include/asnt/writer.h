@@ -121,25 +121,28 @@ public:
     void FinishParts(IdentObj& before, IdentObj& after);
 
 private:
-    // One element, some encoded bytes or the external ones. An element's content is `small`, then `content`, then its
-    // descendants: the nodes behind it, up to m_nodes[end].
+    // One element, some encoded bytes or the external ones; a constructed element's descendants follow it. Kept small,
+    // since a revocation list has a few of these for each of its entries.
     struct Node {
-        enum Kind : unsigned char { Plain, Reversed, RawBytes, ExternalBytes };
-        static constexpr std::size_t kSmall = 22;
+        enum Kind : unsigned char { Plain, Reversed, Bits, Kept, RawBytes, ExternalBytes };
 
-        std::uint64_t contentSize = 0;
-        View content;
-        std::size_t end = 0;
-        Tag tag;
+        union {
+            const unsigned char* bytes = nullptr;
+            std::size_t offset;  // Kept: into m_small
+        };
+        std::uint32_t size = 0;         // of those bytes
+        std::uint32_t contentSize = 0;  // of the whole content
+        std::uint32_t number = 0;       // of the tag
+        unsigned char tagBits = 0;
         Kind kind = Plain;
+        unsigned char unusedBits = 0;  // Bits: the content's first octet
         bool sorted = false;
-        unsigned char clearBits = 0;  // of the last content byte, at its low end
-        unsigned char smallSize = 0;
-        unsigned char small[kSmall] = {};
+
+        asnt::Tag Tag() const { return {tagBits, number}; }
     };
 
-    void Add(Node&& node);
-    void AddText(Tag tag, std::string_view text);
+    void Add(Tag tag, Node::Kind kind, View content, unsigned unusedBits = 0);
+    void AddKept(Tag tag, std::string_view content);
     void AddTime(Tag tag, const FILETIME& time);
     void AddInteger(Tag tag, std::int64_t value);
     View Keep(IdentObj&& bytes);
@@ -149,7 +152,8 @@ private:
 
     std::vector<Node> m_nodes;
     std::vector<std::size_t> m_open;
-    std::list<IdentObj> m_kept;
+    std::list<IdentObj> m_kept;          // passed as temporaries
+    std::vector<unsigned char> m_small;  // contents that the writer made itself
     std::uint64_t m_size = 0;
     std::uint64_t m_externalSize = 0;
     bool m_hasExternal = false;

@@ -22,6 +22,7 @@ class SecretBytes {
 public:
     SecretBytes() = default;
     explicit SecretBytes(std::size_t size) : m_bytes(size) {}
+    explicit SecretBytes(std::vector<unsigned char> bytes) : m_bytes(std::move(bytes)) {}
     SecretBytes(SecretBytes&&) noexcept = default;
     SecretBytes& operator=(SecretBytes&&) = delete;
     ~SecretBytes();

@@ -8,7 +8,7 @@
 #include <optional>
 #include <utility>
 
-#include "certstorage/store_log.h"
+#include "certstorage/invariant.h"
 #include "certstorage/tree_verify.h"
 #include "too/path.h"
 
@@ -67,7 +67,7 @@ int CheckFileType(const std::string& path) {
 int Verify(const std::string& path) {
     std::string finding;
     const int error = VerifyTreeFile(path, &finding);
-    if (error != 0) LogStore("store file " + path + " is refused: " + finding);
+    if (error != 0) LogError(NAL_HERE(kStoreSource), "store file " + path + " is refused: " + finding);
     return error;
 }
 
@@ -110,7 +110,7 @@ void StoreBody::Close(std::shared_ptr<StoreBody>& body) {
     struct stat file{};
     {
         const std::lock_guard treeLock(body->m_tree.Mutex());
-        if (body->m_tree.Sync() != kTreeOk) LogStore("a store file could not be written out");
+        if (body->m_tree.Sync() != kTreeOk) LogError(NAL_HERE(kStoreSource), "a store file could not be written out");
         if (fstat(body->m_tree.FileDescriptor(), &file) != 0) file = {};
     }
     const std::string path = body->m_tree.Path();

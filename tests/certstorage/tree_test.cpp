@@ -8,7 +8,8 @@
 #include <random>
 
 #include "certstorage/tree_verify.h"
-#include "store_test.h"
+#include "certstorage/store_test.h"
+#include "support/temp_folder.h"
 
 namespace {
 
@@ -22,7 +23,7 @@ using nal::Record;
 using nal::RecordKey;
 using nal::Step;
 using nal::Tree;
-using nal_test::Bytes;
+using nal_test::AsView;
 using nal_test::Identifier;
 using nal_test::Serial;
 using nal_test::Text;
@@ -56,9 +57,9 @@ TEST(RecordKey, ComparesCutAndForeignKeys) {
     EXPECT_LT(CompareKeys(key.Bytes().Sub(0, 20), key.Bytes()), 0);
     EXPECT_LT(CompareKeys({}, key.Bytes()), 0);
     const std::string longer = Text(key.Bytes()) + "x";
-    EXPECT_GT(CompareKeys(Bytes(longer), key.Bytes()), 0);
-    EXPECT_LT(CompareKeys(key.Bytes(), Bytes(longer)), 0);
-    EXPECT_EQ(0, CompareKeys(Bytes(longer), Bytes(longer)));
+    EXPECT_GT(CompareKeys(AsView(longer), key.Bytes()), 0);
+    EXPECT_LT(CompareKeys(key.Bytes(), AsView(longer)), 0);
+    EXPECT_EQ(0, CompareKeys(AsView(longer), AsView(longer)));
 }
 
 TEST(RecordKey, PrefixIsTheIdentifierOrAll) {
@@ -78,7 +79,7 @@ std::string Next(Tree& tree, Position& position, Step step = Step::Next) {
 }
 
 void Put(Tree& tree, unsigned char id, const std::string& value) {
-    ASSERT_EQ(kTreeOk, tree.Put(RecordKey::Cert(Identifier(id)), Bytes(value), PutMode::Overwrite));
+    ASSERT_EQ(kTreeOk, tree.Put(RecordKey::Cert(Identifier(id)), AsView(value), PutMode::Overwrite));
 }
 
 TEST(Tree, PositionsOfOneTreeDoNotDisturbEachOther) {
@@ -134,8 +135,8 @@ TEST(Tree, MemoryTreeMakesUpForItsPendingPut) {
     };
     const Case cases[] = {
         {"get", [&](Tree& t) { asnt::View v; EXPECT_EQ(kTreeOk, t.Get(key, v)); EXPECT_EQ("one", Text(v)); }, 1},
-        {"keep", [&](Tree& t) { EXPECT_EQ(kTreeSpecial, t.Put(key, Bytes("two"), PutMode::KeepExisting)); }, 1},
-        {"put", [&](Tree& t) { EXPECT_EQ(kTreeOk, t.Put(RecordKey::Cert(Identifier(2)), Bytes("two"), PutMode::KeepExisting)); }, 2},
+        {"keep", [&](Tree& t) { EXPECT_EQ(kTreeSpecial, t.Put(key, AsView("two"), PutMode::KeepExisting)); }, 1},
+        {"put", [&](Tree& t) { EXPECT_EQ(kTreeOk, t.Put(RecordKey::Cert(Identifier(2)), AsView("two"), PutMode::KeepExisting)); }, 2},
         {"delete", [&](Tree& t) { EXPECT_EQ(kTreeOk, t.Delete(key)); }, 0},
         {"walk", [&](Tree& t) { Position p; EXPECT_EQ("one", Next(t, p, Step::First)); EXPECT_EQ("-", Next(t, p)); }, 1},
         {"seek", [&](Tree& t) { Position p; Record r; EXPECT_EQ(kTreeOk, t.Seek(p, {}, r)); EXPECT_EQ("one", Text(r.value)); }, 1},
@@ -144,7 +145,7 @@ TEST(Tree, MemoryTreeMakesUpForItsPendingPut) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         Tree tree;
-        ASSERT_EQ(kTreeOk, tree.Put(key, Bytes("one"), PutMode::KeepExisting));
+        ASSERT_EQ(kTreeOk, tree.Put(key, AsView("one"), PutMode::KeepExisting));
         c.operate(tree);
         int count = 0;
         Position position;
@@ -185,7 +186,7 @@ TEST(Tree, AgreesWithAnOrderedMapWhateverThePageSettings) {
                     break;
                 }
                 default:
-                    ASSERT_EQ(kTreeOk, tree.Put(key, Bytes(value), PutMode::Overwrite));
+                    ASSERT_EQ(kTreeOk, tree.Put(key, AsView(value), PutMode::Overwrite));
                     model[key] = value;
             }
             if (i % 1000 == 999) {
@@ -209,7 +210,7 @@ TEST(Tree, FileThatCannotBeOpenedFailsEveryOperation) {
     Record record;
     Position position;
     errno = 0;
-    EXPECT_EQ(kTreeError, tree.Put({}, Bytes("x"), PutMode::Overwrite));
+    EXPECT_EQ(kTreeError, tree.Put({}, AsView("x"), PutMode::Overwrite));
     EXPECT_EQ(EBADF, errno);
     EXPECT_EQ(kTreeError, tree.Move(position, Step::First, record));
     EXPECT_EQ(kTreeError, tree.Sync());

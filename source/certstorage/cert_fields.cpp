@@ -1,0 +1,118 @@
+#include "certstorage/cert_fields.h"
+
+#include <algorithm>
+
+#include "asnt/time.h"
+#include "model/certificate_fields.h"
+
+namespace nal {
+namespace {
+
+AlgorithmFields ReadAlgorithm(asnt::Reader& reader) {
+    asnt::Reader inside = reader.Enter(asnt::tag::Sequence);
+    AlgorithmFields algorithm;
+    algorithm.oid = inside.Next(asnt::tag::Oid).content;
+    algorithm.parameters = inside.Rest();
+    return algorithm;
+}
+
+FILETIME ReadTime(const asnt::Element& element) {
+    FILETIME time{};
+    if (!asnt::DecodeTime(element.tag, element.content, time)) asnt::ThrowBadStructure("");
+    return time;
+}
+
+// Empty when absent.
+asnt::BitString ReadUniqueId(asnt::View content) {
+    asnt::BitString bits;
+    if (!content.empty() && !asnt::DecodeBitString(content, bits)) asnt::ThrowBadStructure("");
+    return bits;
+}
+
+DWORD ReadVersion(asnt::View content) {
+    std::uint64_t version = 0;
+    if (!content.empty() && (!asnt::DecodeUnsigned(content, version) || version > 0xFFFFFFFF)) asnt::ThrowBadStructure("");
+    return static_cast<DWORD>(version);
+}
+
+ExtensionFields ReadExtension(asnt::Reader& extensions) {
+    asnt::Reader inside = extensions.Enter(asnt::tag::Sequence);
+    ExtensionFields extension;
+    extension.oid = inside.Next(asnt::tag::Oid).content;
+    asnt::Element critical;
+    if (inside.Optional(asnt::tag::Boolean, critical) && !asnt::DecodeBoolean(critical.content, extension.critical)) {
+        inside.Fail();
+    }
+    extension.value = inside.Octets();
+    inside.ExpectEnd();
+    return extension;
+}
+
+}  // namespace
+
+CertFields ReadCertFields(asnt::View encoded) {
+    CertificateFields parts;
+    if (!StepOverCertificate(encoded, parts)) asnt::ThrowBadStructure("");
+    asnt::Reader signature(parts.signatureFields);
+    ReadAlgorithm(signature);
+    signature.Bits();
+
+    CertFields fields;
+    const TbsFields& tbs = parts.tbs;
+    fields.version = ReadVersion(tbs.version);
+    fields.serial = tbs.serial;
+    asnt::Reader algorithm(tbs.signatureAlgorithm);
+    fields.signatureAlgorithm = ReadAlgorithm(algorithm);
+    fields.issuer = tbs.issuer;
+    fields.notBefore = ReadTime(tbs.notBefore);
+    fields.notAfter = ReadTime(tbs.notAfter);
+    fields.subject = tbs.subject;
+    asnt::Reader keyInfo(tbs.publicKeyInfo);
+    asnt::Reader key = keyInfo.Enter(asnt::tag::Sequence);
+    fields.keyAlgorithm = ReadAlgorithm(key);
+    fields.publicKey = key.Bits();
+    key.ExpectEnd();
+    fields.issuerUniqueId = ReadUniqueId(tbs.issuerUniqueId);
+    fields.subjectUniqueId = ReadUniqueId(tbs.subjectUniqueId);
+    fields.hasSubjectKeyId = FindSubjectKeyId(tbs, fields.subjectKeyId);
+    if (!tbs.extensions.empty()) {
+        asnt::Reader extensions = asnt::Reader(tbs.extensions).Enter(asnt::tag::Sequence);
+        fields.extensions = extensions.Rest();
+        while (!extensions.AtEnd()) {
+            ReadExtension(extensions);
+            ++fields.extensionCount;
+        }
+    }
+    return fields;
+}
+
+bool NextExtension(asnt::Reader& extensions, ExtensionFields& extension) {
+    if (extensions.AtEnd()) return false;
+    extension = ReadExtension(extensions);
+    return true;
+}
+
+KeyIdentifier ToKeyIdentifier(asnt::View value) {
+    KeyIdentifier identifier{};
+    std::copy_n(value.begin(), std::min(value.size, identifier.size()), identifier.begin());
+    return identifier;
+}
+
+bool StepToNames(asnt::View encoded, CertNames& names) {
+    asnt::Reader top(encoded);
+    asnt::Reader certificate;
+    asnt::Reader tbs;
+    if (!top.TryEnter(asnt::tag::Sequence, certificate) || !certificate.TryEnter(asnt::tag::Sequence, tbs)) return false;
+    asnt::Element item;
+    if (!tbs.TryNext(item)) return false;
+    if (item.Is(asnt::tag::Context(0)) && !tbs.TryNext(item)) return false;
+    if (!item.Is(asnt::tag::Integer)) return false;
+    names.serial = item.content;
+    if (!tbs.TryNext(item) || !tbs.TryNext(item)) return false;  // signature algorithm, issuer
+    names.issuer = item.whole;
+    if (!tbs.TryNext(item) || !tbs.TryNext(item)) return false;  // validity, subject
+    names.subject = item.whole;
+    return true;
+}
+
+}  // namespace nal

@@ -10,6 +10,8 @@ namespace nalhost::crypto {
 /// memory and lie in 1..q-1; byte orders are those of key.h.
 class KeyScheme {
 public:
+    virtual ~KeyScheme() = default;
+
     /// q, the order of the group.
     virtual MpiPtr Order(const KeyParameters& parameters) const = 0;
 
@@ -27,9 +29,6 @@ public:
     /// What the hash turns into the key-encryption key.
     virtual SecureBytes CommonSecret(const KeyParameters& parameters, gcry_mpi_t secret, ByteView peer,
                                      ByteView ukm) const = 0;
-
-protected:
-    ~KeyScheme() = default;
 };
 
 const KeyScheme& Gost94Scheme();

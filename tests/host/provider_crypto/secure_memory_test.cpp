@@ -2,11 +2,15 @@
 
 #include <gcrypt.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <utility>
 #include <vector>
 
 #include "host/provider/crypto/error.h"
+#include "host/provider/crypto/key.h"
 #include "host/provider/crypto/random.h"
 
 namespace nalhost::crypto {
@@ -50,6 +54,39 @@ TEST(SecureBytes, MovesLeaveNothingBehind) {
     EXPECT_TRUE(SecureBytes(ByteView()).empty());
 }
 
+// Another program of the process may use libgcrypt too. Each of these runs in a fresh process.
+TEST(StartCryptoDeathTest, KeepsTheSettingsOfAHostThatStartedTheLibrary) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            gcry_check_version(nullptr);
+            gcry_control(GCRYCTL_DISABLE_SECMEM);
+            gcry_control(GCRYCTL_INITIALIZATION_FINISHED);
+            const PrivateKey key = PrivateKey::Generate(AllKeyParameters()[0]);
+            const bool works = key.DerivePublicKey().Verify(Digest{}, key.Sign(Digest{}));
+            std::_Exit(works && GetSecureMemoryState() == SecureMemoryState::kDisabled ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST(StartCryptoDeathTest, RefusesFipsModeEveryTime) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            gcry_control(GCRYCTL_FORCE_FIPS_MODE);
+            int refusals = 0;
+            for (int i = 0; i < 2; ++i) {
+                try {
+                    Hash::Of({});
+                } catch (const CryptoError& error) {
+                    refusals += error.Kind() == Failure::kUnavailable;
+                }
+            }
+            std::_Exit(refusals == 2 ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
 TEST(ConstantTimeEqual, ComparesSizesAndEveryByte) {
     const std::vector<std::uint8_t> bytes(40, 7);
     EXPECT_TRUE(ConstantTimeEqual(bytes, bytes));
@@ -74,6 +111,26 @@ TEST(Random, FillsEveryByteAndDiffers) {
     for (const std::uint8_t byte : seen)
         EXPECT_NE(0, byte);
     FillRandom({});
+}
+
+TEST(Random, AForkedChildGetsOthersThanItsParent) {
+    RandomSecret(16);
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    std::uint8_t fromChild[16] = {};
+    if (child == 0) {
+        FillRandom(fromChild);
+        std::_Exit(write(ends[1], fromChild, sizeof fromChild) == sizeof fromChild ? 0 : 1);
+    }
+    const SecureBytes ours = RandomSecret(16);
+    EXPECT_EQ(static_cast<ssize_t>(sizeof fromChild), read(ends[0], fromChild, sizeof fromChild));
+    EXPECT_FALSE(ConstantTimeEqual(ours, fromChild));
+    int status = 0;
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+    close(ends[0]);
+    close(ends[1]);
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ std::string Encoded(const std::wstring& text, unsigned options = 0, bool sort = 
     X500NameEncoder encoder;
     encoder.SetEncoderOptions(options);
     IdentObj der;
-    return encoder.Encode(text, der, sort) ? ToHex(der) : "-";
+    return encoder.Encode(text, der, sort) ? Hex(der) : "-";
 }
 
 std::wstring Decoded(const IdentObj& der, unsigned options = 0) {
@@ -37,21 +37,21 @@ TEST(NameEncoder, ChoosesTheStringType) {
         const char* value;  // tag, length, content
     } rows[] = {
         {L"CN=abc", 0, "1303616263"},
-        {L"CN=\"()+,-./:? '\"", 0, "130B28292B2C2D2E2F3A3F2027"},
-        {L"CN=\"a\r\nb\"", 0, "1304610D0A62"},
-        {L"CN=\"a=b\"", 0, "1E060061003D0062"},
-        {L"CN=a_b", 0, "1E060061005F0062"},
-        {L"CN=a_b", kUtf8, "0C03615F62"},
+        {L"CN=\"()+,-./:? '\"", 0, "130b28292b2c2d2e2f3a3f2027"},
+        {L"CN=\"a\r\nb\"", 0, "1304610d0a62"},
+        {L"CN=\"a=b\"", 0, "1e060061003d0062"},
+        {L"CN=a_b", 0, "1e060061005f0062"},
+        {L"CN=a_b", kUtf8, "0c03615f62"},
         {L"CN=abc", kUtf8, "1303616263"},
-        {L"CN=abc", kAllUtf8, "0C03616263"},
+        {L"CN=abc", kAllUtf8, "0c03616263"},
         {L"CN=abc", CERT_NAME_STR_DISABLE_UTF8_DIR_STR_FLAG, "1303616263"},
-        {L"CN=\x0418\x0432", 0, "1E0404180432"},
-        {L"CN=\x0418\x0432", kUtf8, "0C04D098D0B2"},
-        {L"CN=\x1F600", 0, "1E04D83DDE00"},
-        {L"CN=\x1F600", kUtf8, "0C04F09F9880"},
+        {L"CN=\x0418\x0432", 0, "1e0404180432"},
+        {L"CN=\x0418\x0432", kUtf8, "0c04d098d0b2"},
+        {L"CN=\x1F600", 0, "1e04d83dde00"},
+        {L"CN=\x1F600", kUtf8, "0c04f09f9880"},
         {L"C=RU", kAllUtf8, "13025255"},
-        {L"SERIALNUMBER=a_1", kAllUtf8, "1303615F31"},
-        {L"E=a@b.c", kAllUtf8, "16056140622E63"},
+        {L"SERIALNUMBER=a_1", kAllUtf8, "1303615f31"},
+        {L"E=a@b.c", kAllUtf8, "16056140622e63"},
     };
     for (const auto& row : rows) {
         EXPECT_THAT(Encoded(row.text, row.options), ::testing::EndsWith(row.value)) << row.text << row.options;
@@ -65,24 +65,24 @@ TEST(NameEncoder, KnowsItsKeywordsAndOids) {
     } rows[] = {
         {L"C", "0603550406"},
         {L"cn", "0603550403"},
-        {L"e", "06092A864886F70D010901"},
-        {L"EMail", "06092A864886F70D010901"},
+        {L"e", "06092a864886f70d010901"},
+        {L"EMail", "06092a864886f70d010901"},
         {L"L", "0603550407"},
-        {L"O", "060355040A"},
+        {L"O", "060355040a"},
         {L"S", "0603550408"},
         {L"ST", nullptr},
-        {L"T", "060355040C"},
-        {L"title", "060355040C"},
-        {L"OU", "060355040B"},
+        {L"T", "060355040c"},
+        {L"title", "060355040c"},
+        {L"OU", "060355040b"},
         {L"pseudonym", "0603550441"},
-        {L"department", "060A2A864886F7140102810D"},
+        {L"department", "060a2a864886f7140102810d"},
         {L"serialNumber", "0603550405"},
         {L"postalAddress", "0603550410"},
         {L"2.5.4.3", "0603550403"},
         {L" 2.5.4.3 ", "0603550403"},
-        {L"1.2.840.113549.1.9.2", "06092A864886F70D010902"},
-        {L"1.2.840.113556.1.2.141", "060A2A864886F7140102810D"},
-        {L"1.2.3.4.5.6.7.8.9.1234", "060A2A030405060708098952"},  // 22 characters, unknown
+        {L"1.2.840.113549.1.9.2", "06092a864886f70d010902"},
+        {L"1.2.840.113556.1.2.141", "060a2a864886f7140102810d"},
+        {L"1.2.3.4.5.6.7.8.9.1234", "060a2a030405060708098952"},  // 22 characters, unknown
         {L"1.2.3.4.5.6.7.8.9.12345", nullptr},
         {L"OID.", nullptr},
         {L"OID.2.5.4.3", nullptr},
@@ -233,12 +233,12 @@ TEST(NameDecoder, PrintsAndQuotes) {
         {Tlv(12, "\\"), L"cn=\"\\\""},
         {Tlv(12, "\xD0\x98"), L"cn=\x0418"},
         {Tlv(12, std::string("a\0b", 3)), std::wstring(L"cn=a\0b", 6)},
-        {Tlv(30, FromHex("0418D83DDE00")), L"cn=\x0418\x1F600"},
+        {Tlv(30, Raw("0418d83dde00")), L"cn=\x0418\x1F600"},
         {Tlv(20, "\xE9"), L"cn=\xE9"},
         {Tlv(22, "\xE9"), L"cn=\xE9"},
         {Tlv(18, "1 2"), L"cn=1 2"},
         {Tlv(27, "g"), L"cn=g"},
-        {Tlv(28, FromHex("00000041")), L"cn=#1C0400000041"},
+        {Tlv(28, Raw("00000041")), L"cn=#1C0400000041"},
         {Tlv(4, "\x01\xAB"), L"cn=#040201AB"},
         {Tlv(2, "\x05"), L"cn=#020105"},
         {Tlv(0x30, Tlv(5, "")), L"cn=#30020500"},
@@ -255,12 +255,12 @@ TEST(NameDecoder, PrintsAndQuotes) {
 
 TEST(NameDecoder, RefusesDamage) {
     const std::string good = Tlv(0x31, Attr(3, Tlv(19, "a")));
-    const std::string oid = FromHex("0603550403");
+    const std::string oid = Raw("0603550403");
     const std::string ders[] = {
         "",
-        FromHex("30"),
-        FromHex("3080"),
-        FromHex("30803100"),
+        Raw("30"),
+        Raw("3080"),
+        Raw("30803100"),
         Tlv(0x31, good),
         Tlv(0x30, good) + std::string(1, '\0'),
         Tlv(0x30, good + "x"),
@@ -272,13 +272,13 @@ TEST(NameDecoder, RefusesDamage) {
         Tlv(0x30, Tlv(0x31, Tlv(0x30, Tlv(6, "") + Tlv(19, "a")))),
         Tlv(0x30, Tlv(0x31, Tlv(0x30, Tlv(6, "\x55\x84") + Tlv(19, "a")))),      // truncated arc
         Tlv(0x30, Tlv(0x31, Tlv(0x30, Tlv(6, "\x55\x80\x04") + Tlv(19, "a")))),  // padded arc
-        FromHex("30818C") + Tlv(0x31, Attr(3, Tlv(19, "a"))),                    // longer than what is there
-        FromHex("308110") + Tlv(0x31, Attr(3, Tlv(19, "abcdef"))),               // a length in a longer form
+        Raw("30818c") + Tlv(0x31, Attr(3, Tlv(19, "a"))),                    // longer than what is there
+        Raw("308110") + Tlv(0x31, Attr(3, Tlv(19, "abcdef"))),               // a length in a longer form
     };
     for (const std::string& der : ders) {
         CertNameInfoWrapper info;
-        EXPECT_EQ(Decoded(ToBytes(der)), L"-") << ToHex(ToBytes(der));
-        EXPECT_FALSE(X500NameDecoder().Decode(ToBytes(der), info)) << ToHex(ToBytes(der));
+        EXPECT_EQ(Decoded(ToBytes(der)), L"-") << Hex(ToBytes(der));
+        EXPECT_FALSE(X500NameDecoder().Decode(ToBytes(der), info)) << Hex(ToBytes(der));
     }
 
     const std::string values[] = {
@@ -299,11 +299,11 @@ TEST(NameDecoder, RefusesDamage) {
     for (const std::string& value : values) {
         const CNALX509Name name = Name({Attr(3, value)});
         CertNameInfoWrapper info;
-        EXPECT_EQ(Decoded(name), L"-") << ToHex(name);
+        EXPECT_EQ(Decoded(name), L"-") << Hex(name);
         if (static_cast<unsigned char>(value[0]) != 0x33) {
-            EXPECT_FALSE(X500NameDecoder().Decode(name, info)) << ToHex(name);
+            EXPECT_FALSE(X500NameDecoder().Decode(name, info)) << Hex(name);
         }
-        EXPECT_EQ(Status([&] { return name == Name({}); }), TOO_E_NAME_DECODE) << ToHex(name);
+        EXPECT_EQ(Status([&] { return name == Name({}); }), TOO_E_NAME_DECODE) << Hex(name);
     }
 }
 
@@ -316,7 +316,7 @@ TEST(NameDecoder, RefusesEveryTruncation) {
 
 TEST(NameDecoder, GivesRecords) {
     const CNALX509Name name =
-        Name({Attr(6, Tlv(19, "RU")), Attr(3, Tlv(30, FromHex("0418"))) + Attr(5, Tlv(2, "\x07")), ""});
+        Name({Attr(6, Tlv(19, "RU")), Attr(3, Tlv(30, Raw("0418"))) + Attr(5, Tlv(2, "\x07")), ""});
     CertNameInfoWrapper info;
     ASSERT_TRUE(X500NameDecoder().Decode(name, info));
     const CERT_NAME_INFO& record = *static_cast<CERT_NAME_INFO*>(info);
@@ -329,7 +329,7 @@ TEST(NameDecoder, GivesRecords) {
     EXPECT_EQ(IdentObj(wide.Value.pbData, wide.Value.cbData), WideBytes(L"\x0418"));
     const CERT_RDN_ATTR& blob = record.rgRDN[1].rgRDNAttr[1];
     EXPECT_EQ(blob.dwValueType, static_cast<DWORD>(CERT_RDN_ENCODED_BLOB));
-    EXPECT_EQ(ToHex(IdentObj(blob.Value.pbData, blob.Value.cbData)), "020107");
+    EXPECT_EQ(Hex(IdentObj(blob.Value.pbData, blob.Value.cbData)), "020107");
 
     EXPECT_FALSE(X500NameDecoder().Decode(ToBytes("x"), info));
     EXPECT_EQ(record.cRDN, 0u);
@@ -343,7 +343,7 @@ void ExpectStable(const std::wstring& text) {
             const std::string der = Encoded(text, options, sort);
             if (der == "-") continue;
             for (const unsigned separator : {0, CERT_NAME_STR_SEMICOLON_FLAG, CERT_NAME_STR_CRLF_FLAG}) {
-                const std::wstring printed = Decoded(ToBytes(FromHex(der)), separator);
+                const std::wstring printed = Decoded(ToBytes(Raw(der)), separator);
                 EXPECT_EQ(Encoded(printed, options | separator, sort), der) << testing::PrintToString(printed);
             }
         }
@@ -431,8 +431,8 @@ TEST(NameRoundTrip, RandomNames) {
 TEST(NameRoundTrip, OtherNames) {
     enum class Result { SameDer, EqualName, Refused };
     using enum Result;
-    const std::string ogrn = Tlv(0x30, Tlv(6, FromHex("2A85036401")) + Tlv(18, "1027700132195"));
-    const std::string domain = Tlv(0x30, Tlv(6, FromHex("0992268993F22C640119")) + Tlv(22, "example"));
+    const std::string ogrn = Tlv(0x30, Tlv(6, Raw("2a85036401")) + Tlv(18, "1027700132195"));
+    const std::string domain = Tlv(0x30, Tlv(6, Raw("0992268993f22c640119")) + Tlv(22, "example"));
     const struct {
         const char* what;
         CNALX509Name name;
@@ -442,17 +442,17 @@ TEST(NameRoundTrip, OtherNames) {
         {"dotted type of 26 characters", Name({domain}), Refused},
         {"empty value", Name({Attr(3, Tlv(12, ""))}), Refused},
         {"country beyond ASCII", Name({Attr(6, Tlv(12, "\xD0\xA0\xD0\xA4"))}), Refused},
-        {"e-mail beyond ASCII", Name({Tlv(0x30, FromHex("06092A864886F70D010901") + Tlv(22, "\xE9"))}), Refused},
+        {"e-mail beyond ASCII", Name({Tlv(0x30, Raw("06092a864886f70d010901") + Tlv(22, "\xE9"))}), Refused},
         {"short dotted type, NumericString", Name({ogrn}), EqualName},
         {"TeletexString", Name({Attr(3, Tlv(20, "Andr\xE9"))}), EqualName},
         {"VisibleString", Name({Attr(3, Tlv(26, "abc"))}), EqualName},
         {"UTF8String of printable text", Name({Attr(3, Tlv(12, "abc"))}), EqualName},
         {"country in UTF8String", Name({Attr(6, Tlv(12, "RU"))}), EqualName},
         {"RDN without attributes", Name({"", Attr(3, Tlv(19, "abc"))}), EqualName},
-        {"UniversalString", Name({Attr(3, Tlv(28, FromHex("00000041")))}), SameDer},
+        {"UniversalString", Name({Attr(3, Tlv(28, Raw("00000041")))}), SameDer},
         {"OCTET STRING", Name({Attr(3, Tlv(4, "a"))}), SameDer},
         {"structure", Name({Attr(3, Tlv(0x30, Tlv(2, "\x01")))}), SameDer},
-        {"BMPString", Name({Attr(3, Tlv(30, FromHex("0418")))}), SameDer},
+        {"BMPString", Name({Attr(3, Tlv(30, Raw("0418")))}), SameDer},
     };
     for (const auto& row : rows) {
         const std::string der = Encoded(Decoded(row.name));
@@ -461,17 +461,17 @@ TEST(NameRoundTrip, OtherNames) {
             continue;
         }
         ASSERT_NE(der, "-") << row.what;
-        EXPECT_EQ(der == ToHex(row.name), row.result == SameDer) << row.what;
-        EXPECT_TRUE(CNALX509Name(ToBytes(FromHex(der))) == row.name) << row.what;
+        EXPECT_EQ(der == Hex(row.name), row.result == SameDer) << row.what;
+        EXPECT_TRUE(CNALX509Name(ToBytes(Raw(der))) == row.name) << row.what;
     }
 }
 
 TEST(NameRoundTrip, RecordsKeepTheirTypes) {
     const CNALX509Name names[] = {
         Name({Attr(8, Tlv(19, "Moscow")), Attr(3, Tlv(20, "\xE9")), Attr(6, Tlv(12, "RU"))}),
-        Name({Attr(3, Tlv(30, FromHex("D83DDE00"))) + Attr(5, Tlv(28, "\1\2\3\4"))}),
+        Name({Attr(3, Tlv(30, Raw("d83dde00"))) + Attr(5, Tlv(28, "\1\2\3\4"))}),
         Name({Attr(3, Tlv(0x30, Tlv(2, "\x01"))), Attr(3, Tlv(4, "a")), Attr(3, Tlv(18, "1"))}),
-        Name({Tlv(0x30, Tlv(6, FromHex("0992268993F22C640119")) + Tlv(22, "example"))}),
+        Name({Tlv(0x30, Tlv(6, Raw("0992268993f22c640119")) + Tlv(22, "example"))}),
         Name({}),
     };
     for (const CNALX509Name& name : names) {
@@ -482,9 +482,9 @@ TEST(NameRoundTrip, RecordsKeepTheirTypes) {
         for (const bool utf8 : {false, true}) {
             CNALX509Name again;
             again.SetBy(rdns, utf8);
-            EXPECT_EQ(ToHex(again), ToHex(name));
+            EXPECT_EQ(Hex(again), Hex(name));
             again.SetBy(*static_cast<CERT_NAME_INFO*>(info), utf8);
-            EXPECT_EQ(ToHex(again), ToHex(name));
+            EXPECT_EQ(Hex(again), Hex(name));
         }
     }
 }
@@ -496,11 +496,11 @@ TEST(NameEncoder, AttributesMustFitTheirTypes) {
         IdentObj value;
         const char* der;  // the end of the encoding; null when refused
     } rows[] = {
-        {"2.5.4.3", CERT_RDN_ANY_TYPE, WideBytes(L"ab"), "0C026162"},
+        {"2.5.4.3", CERT_RDN_ANY_TYPE, WideBytes(L"ab"), "0c026162"},
         {"2.5.4.6", CERT_RDN_ANY_TYPE, WideBytes(L"RU"), "13025255"},
         {"2.5.4.3", CERT_RDN_ENCODED_BLOB, ToBytes("\x02\x01\x05"), "020105"},
         {"2.5.4.3", CERT_RDN_ENCODED_BLOB, ToBytes("\x02\x01\x05\x05"), nullptr},
-        {"2.5.4.3", CERT_RDN_IA5_STRING, ToBytes("\xE9"), "1601E9"},
+        {"2.5.4.3", CERT_RDN_IA5_STRING, ToBytes("\xE9"), "1601e9"},
         {"2.5.4.3", CERT_RDN_UTF8_STRING, ToBytes("abc"), nullptr},
         {"2.5.4.3", CERT_RDN_UTF8_STRING, WideBytes(L"\xD800"), nullptr},
         {"2.5.4.3", CERT_RDN_PRINTABLE_STRING, IdentObj(), nullptr},
@@ -514,7 +514,7 @@ TEST(NameEncoder, AttributesMustFitTheirTypes) {
         const int status = Status([&] { name.SetBy(rdns, true); });
         if (row.der) {
             EXPECT_EQ(status, 0) << row.type;
-            EXPECT_THAT(ToHex(name), ::testing::EndsWith(row.der));
+            EXPECT_THAT(Hex(name), ::testing::EndsWith(row.der));
         } else {
             EXPECT_EQ(status, TOO_E_NAME_ENCODE) << row.type;
             EXPECT_EQ(Text(name), L"cn=before");

@@ -38,7 +38,7 @@ TEST(Name, Equality) {
         {"order", Name({a, b}), Name({b, a}), true},
         {"duplicates", Name({a, a}), Name({a}), false},
         {"duplicates of another", Name({a, a, b}), Name({a, b, b}), false},
-        {"string type", Name({a}), Name({Attr(3, Tlv(30, FromHex("0061")))}), true},
+        {"string type", Name({a}), Name({Attr(3, Tlv(30, Raw("0061")))}), true},
         {"attribute type", Name({a}), Name({Attr(4, Tlv(19, "a"))}), false},
         {"case", Name({a}), Name({Attr(3, Tlv(19, "A"))}), false},
         {"blank", Name({a}), Name({Attr(3, Tlv(19, "a "))}), false},
@@ -48,9 +48,9 @@ TEST(Name, Equality) {
         {"zero", Name({Attr(3, Tlv(12, std::string("a\0b", 3)))}), Name({a}), false},
         {"behind a zero", Name({Attr(3, Tlv(12, std::string("a\0b", 3)))}),
          Name({Attr(3, Tlv(12, std::string("a\0c", 3)))}), false},
-        {"Cyrillic", Name({Attr(3, Tlv(12, "\xD0\x98"))}), Name({Attr(3, Tlv(30, FromHex("0418")))}), true},
-        {"two letters that no narrow set has", Name({Attr(3, Tlv(30, FromHex("4E2D")))}),
-         Name({Attr(3, Tlv(30, FromHex("4E2E")))}), false},
+        {"Cyrillic", Name({Attr(3, Tlv(12, "\xD0\x98"))}), Name({Attr(3, Tlv(30, Raw("0418")))}), true},
+        {"two letters that no narrow set has", Name({Attr(3, Tlv(30, Raw("4e2d")))}),
+         Name({Attr(3, Tlv(30, Raw("4e2e")))}), false},
         {"Teletex as Latin-1", Name({Attr(3, Tlv(20, "\xE9"))}), Name({Attr(3, Tlv(12, "\xC3\xA9"))}), true},
         {"octets", Name({Attr(3, Tlv(4, "a"))}), Name({Attr(3, Tlv(4, "b"))}), false},
         {"octets and text", Name({Attr(3, Tlv(4, "a"))}), Name({a}), false},
@@ -75,7 +75,7 @@ TEST(Name, WideTextKeepsOneUtf8BitOnly) {
     const CNALX509Name plain(L"CN=a_b", 0, true);
     for (const unsigned flags : {0x40000u | 0x10000000u, 0x140000u, 0x40000u | CERT_NAME_STR_SEMICOLON_FLAG}) {
         EXPECT_EQ(CNALX509Name(L"CN=a_b", flags, true), plain);
-        EXPECT_EQ(ToHex(CNALX509Name(L"CN=a_b", flags, true)), ToHex(plain)) << flags;
+        EXPECT_EQ(Hex(CNALX509Name(L"CN=a_b", flags, true)), Hex(plain)) << flags;
     }
     EXPECT_EQ(Text(CNALX509Name(L"CN=a,b", CERT_NAME_STR_SEMICOLON_FLAG, true)), L"cn=\"a,b\"");
     EXPECT_EQ(Text(CNALX509Name(L"CN=a,C=RU", 0, true)), L"c=RU,cn=a");
@@ -131,9 +131,9 @@ TEST(Name, PairsInAndOut) {
                                      CNALSimpleRDN("C", "\xD0\xA0")}) {
         EXPECT_EQ(Status([&] { kept.SetBy(std::list<CNALSimpleRDN>{bad}, true, true); }), TOO_E_NAME_DECODE);
     }
-    EXPECT_EQ(ToHex(kept), ToHex(name));
+    EXPECT_EQ(Hex(kept), Hex(name));
     kept.SetBy(std::list<CNALSimpleRDN>{{"CN", "abc"}}, false, false);
-    EXPECT_THAT(ToHex(kept), ::testing::EndsWith("1303616263"));
+    EXPECT_THAT(Hex(kept), ::testing::EndsWith("1303616263"));
 }
 
 TEST(Name, FirstAttributeOfEachRdnOnly) {
@@ -175,7 +175,7 @@ TEST(Name, NarrowTextByLangAndLocale) {
         if (row.text) {
             EXPECT_EQ(text, row.text);
             const CNALX509Name read(std::list<CNALSimpleRDN>{{"CN", row.text + 3}});
-            EXPECT_EQ(ToHex(read), ToHex(name)) << row.text;
+            EXPECT_EQ(Hex(read), Hex(name)) << row.text;
         }
         zero.GetX500String(text, 0);
         EXPECT_EQ(text, "cn=a");

@@ -9,27 +9,17 @@
 
 #include "nal/name.h"
 #include "nal/name_codec.h"
+#include "support/hex.h"
 #include "too/status.h"
 
 namespace nal_test {
 
-inline std::string FromHex(std::string_view hex) {
-    std::string bytes;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
-        bytes += static_cast<char>(std::stoi(std::string(hex.substr(i, 2)), nullptr, 16));
-    }
-    return bytes;
+inline std::string Raw(std::string_view hex) {
+    const Bytes bytes = FromHex(hex);
+    return {bytes.begin(), bytes.end()};
 }
 
-inline std::string ToHex(const IdentObj& bytes) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string hex;
-    for (unsigned i = 0; i < bytes.GetSize(); ++i) {
-        hex += kDigits[bytes.GetData()[i] >> 4];
-        hex += kDigits[bytes.GetData()[i] & 15];
-    }
-    return hex;
-}
+inline std::string Hex(const IdentObj& bytes) { return ToHex(bytes.GetData(), bytes.GetSize()); }
 
 inline IdentObj ToBytes(std::string_view bytes) {
     return {bytes.data(), static_cast<unsigned>(bytes.size())};

@@ -31,21 +31,21 @@ TEST(Utf8Conversion, EveryLength) {
     } rows[] = {
         {"00", 0},
         {"7F", 0x7F},
-        {"C280", 0x80},
-        {"DFBF", 0x7FF},
-        {"E0A080", 0x800},
-        {"EFBFBF", 0xFFFF},
-        {"F0908080", 0x10000},
-        {"F48FBFBF", 0x10FFFF},
-        {"F7BFBFBF", 0x1FFFFF},
-        {"F888808080", 0x200000},
-        {"FBBFBFBFBF", 0x3FFFFFF},
-        {"FC8480808080", 0x4000000},
-        {"FDBFBFBFBFBF", 0x7FFFFFFF},
+        {"c280", 0x80},
+        {"dfbf", 0x7FF},
+        {"e0a080", 0x800},
+        {"efbfbf", 0xFFFF},
+        {"f0908080", 0x10000},
+        {"f48fbfbf", 0x10FFFF},
+        {"f7bfbfbf", 0x1FFFFF},
+        {"f888808080", 0x200000},
+        {"fbbfbfbfbf", 0x3FFFFFF},
+        {"fc8480808080", 0x4000000},
+        {"fdbfbfbfbfbf", 0x7FFFFFFF},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(Wide(FromHex(row.hex), 0), std::wstring(1, row.c)) << row.hex;
-        EXPECT_EQ(Narrow(std::wstring(1, row.c), 0), FromHex(row.hex)) << row.hex;
+        EXPECT_EQ(Wide(Raw(row.hex), 0), std::wstring(1, row.c)) << row.hex;
+        EXPECT_EQ(Narrow(std::wstring(1, row.c), 0), Raw(row.hex)) << row.hex;
     }
 }
 
@@ -54,18 +54,18 @@ TEST(Utf8Conversion, StrictAndLenient) {
         const char* hex;
         std::wstring lenient;
     } rows[] = {
-        {"61C062", L"ab"},   {"61C162", L"ab"},     {"61F562", L"ab"},     {"61FE62", L"ab"},
-        {"61FF62", L"ab"},   {"618062", L"ab"},     {"61D0", L"a"},        {"61D062", L"ab"},
-        {"61E09862", L"ab"}, {"61EDA08062", L"ab"}, {"61EDBFBF62", L"ab"}, {"F0908061", L"a"},
+        {"61c062", L"ab"},   {"61c162", L"ab"},     {"61f562", L"ab"},     {"61fe62", L"ab"},
+        {"61ff62", L"ab"},   {"618062", L"ab"},     {"61d0", L"a"},        {"61d062", L"ab"},
+        {"61e09862", L"ab"}, {"61eda08062", L"ab"}, {"61edbfbf62", L"ab"}, {"f0908061", L"a"},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(Wide(FromHex(row.hex), 0), L"") << row.hex;
-        EXPECT_EQ(Wide(FromHex(row.hex), kLenient), row.lenient) << row.hex;
+        EXPECT_EQ(Wide(Raw(row.hex), 0), L"") << row.hex;
+        EXPECT_EQ(Wide(Raw(row.hex), kLenient), row.lenient) << row.hex;
     }
     // Longer than needed, but not by its first byte.
-    EXPECT_EQ(Wide(FromHex("E08081"), 0), L"\x01");
-    EXPECT_EQ(Wide(FromHex("61EFBBBF62"), kDrop), L"ab");
-    EXPECT_EQ(Wide(FromHex("61EFBBBF62"), 0),
+    EXPECT_EQ(Wide(Raw("e08081"), 0), L"\x01");
+    EXPECT_EQ(Wide(Raw("61efbbbf62"), kDrop), L"ab");
+    EXPECT_EQ(Wide(Raw("61efbbbf62"), 0),
               L"a\xFEFF"
               L"b");
 

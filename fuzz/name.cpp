@@ -87,7 +87,6 @@ void FuzzDer(const std::uint8_t* data, std::size_t size) {
     CertNameInfoWrapper info;
     std::wstring text;
     if (!X500NameDecoder().Decode(name, info)) return;
-    // Only a constructed string, which a record refuses too, could make these differ.
     Require(X500NameDecoder().Decode(name, text, 0));
     Require(name == name);
 

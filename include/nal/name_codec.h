@@ -187,8 +187,8 @@ private:
 /// DER to text or to CERT_NAME_INFO.
 ///
 /// Reads strict DER: SEQUENCE OF SET OF SEQUENCE { type OBJECT IDENTIFIER, value ANY } and nothing behind it. A SET
-/// without attributes is taken, and text leaves it out. A string with invalid bytes, an unpaired surrogate or a
-/// constructed encoding fails the name.
+/// without attributes is taken, and text leaves it out. A text with invalid bytes, an unpaired surrogate or a
+/// constructed encoding fails the name; in texts of types 3 to 10 every byte is valid.
 class NAL_EXPORT X500NameDecoder {
 public:
     /// The characters that force quotes around a printed value, next to the apostrophe and white space at the ends.
@@ -222,6 +222,7 @@ private:
     static bool DecodeElem(nal::NameCursor& rdn, CertNameInfoWrapper::Storage& storage);
     static bool DecodeAttrOid(const asnt::View& oid, std::string& text);
     static bool DecodeAttrData(const asnt::Element& value, unsigned valueType, std::wstring& text);
+    static bool RefuseAttrData(unsigned valueType);
 
     unsigned m_options = 0;
 };

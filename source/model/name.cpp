@@ -130,8 +130,6 @@ private:
             good = good && nal::AppendText(value, type, m_text);
             attr.encoding = {};
             attr.textSize = m_text.size() - attr.textBegin;
-        } else if (type != CERT_RDN_ENCODED_BLOB) {
-            good = good && !value.tag.IsConstructed();
         }
         if (!good) ThrowUndecodable("operator==");
         if (first) m_attrs.push_back(attr);

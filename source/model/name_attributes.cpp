@@ -99,11 +99,9 @@ int AttrPriority(std::string_view oid) {
 }
 
 unsigned ValueTypeOf(asnt::Tag tag) {
-    if (tag == asnt::tag::OctetString) return CERT_RDN_OCTET_STRING;
-    if (tag.IsUniversal()) {
-        for (unsigned type = CERT_RDN_NUMERIC_STRING; type <= CERT_RDN_UTF8_STRING; ++type) {
-            if (kTagNumbers[type - kFirstTagged] == tag.number) return type;
-        }
+    if (!tag.IsUniversal()) return CERT_RDN_ENCODED_BLOB;
+    for (unsigned type = kFirstTagged; type <= CERT_RDN_UTF8_STRING; ++type) {
+        if (kTagNumbers[type - kFirstTagged] == tag.number && (IsText(type) || !tag.IsConstructed())) return type;
     }
     return CERT_RDN_ENCODED_BLOB;
 }

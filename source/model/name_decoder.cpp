@@ -127,8 +127,8 @@ bool X500NameDecoder::DecodeElem(nal::NameCursor& rdn, CertNameInfoWrapper::Stor
             attr.Value.cbData = static_cast<DWORD>((storage.m_wide.size() - place.value) * sizeof(wchar_t));
             storage.m_wide.push_back(L'\0');
         } else {
+            if (nal::IsByteText(type) && element.tag.IsConstructed()) return RefuseAttrData(type);
             const asnt::View bytes = type == CERT_RDN_ENCODED_BLOB ? element.whole : element.content;
-            if (type != CERT_RDN_ENCODED_BLOB && element.tag.IsConstructed()) return false;
             place.value = storage.m_bytes.size();
             attr.Value.cbData = static_cast<DWORD>(bytes.size);
             storage.m_bytes.append(bytes.begin(), bytes.end()).push_back('\0');
@@ -146,7 +146,10 @@ bool X500NameDecoder::DecodeAttrOid(const asnt::View& oid, std::string& text) {
 }
 
 bool X500NameDecoder::DecodeAttrData(const asnt::Element& value, unsigned valueType, std::wstring& text) {
-    if (nal::AppendText(value, valueType, text)) return true;
+    return nal::AppendText(value, valueType, text) || RefuseAttrData(valueType);
+}
+
+bool X500NameDecoder::RefuseAttrData(unsigned valueType) {
     std::fputs(nal::IsByteText(valueType) ? "X500NameDecoder::DecodeAttrData IA5 failed\n"
                                           : "X500NameDecoder::DecodeAttrData UTF failed\n",
                stderr);

@@ -76,8 +76,7 @@ bool IsValue(const IdentObj& blob) {
     if (!reader.TryNext(element) || !reader.AtEnd()) return false;
     const unsigned type = nal::ValueTypeOf(element.tag);
     std::wstring text;
-    if (nal::IsText(type)) return nal::AppendText(element, type, text) && !text.empty();
-    return type == CERT_RDN_ENCODED_BLOB || !element.tag.IsConstructed();
+    return !nal::IsText(type) || (nal::AppendText(element, type, text) && !text.empty());
 }
 
 bool ToIdentObj(const std::string& bytes, IdentObj& out) {

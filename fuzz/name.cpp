@@ -1,5 +1,5 @@
-// Names: the input as DER, decoded in every form; and as text, encoded. What is encoded must come out of the decoder again,
-// and encode to the same bytes once more.
+// Names: the input as DER, decoded in every form; and as text, encoded. What is encoded must come out of the decoder
+// again, and encode to the same bytes once more.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -60,8 +60,9 @@ void CheckStable(const IdentObj& der, unsigned options, bool sort, unsigned sepa
 void FuzzText(const std::uint8_t* data, std::size_t size) {
     const unsigned choice = data[0];
     std::wstring text(size, L'\0');
-    const std::size_t count = UTF8Conversion::utf8_to_wchar(reinterpret_cast<const char*>(data + 1), size - 1, text.data(),
-                                                            size * sizeof(wchar_t), UTF8Conversion::kLenient);
+    const std::size_t count =
+        UTF8Conversion::utf8_to_wchar(reinterpret_cast<const char*>(data + 1), size - 1, text.data(),
+                                      size * sizeof(wchar_t), UTF8Conversion::kLenient);
     text.resize(count);
     const bool sort = (choice & 0x10) != 0;
     const unsigned options = StringOptions(choice) | Separator(choice >> 2);

@@ -20,8 +20,8 @@ const char* FindKeywordOf(std::string_view oid);
 /// See X500NameParser::GetAttrPriority.
 int AttrPriority(std::string_view oid);
 
-/// The value type (CERT_RDN_*) that an element has as an attribute's value: 2 to 13 by its tag, CERT_RDN_ENCODED_BLOB for
-/// anything else. A constructed text has the type of its text, so that AppendText refuses it.
+/// The value type (CERT_RDN_*) that an element has as an attribute's value: 2 to 13 by its tag, CERT_RDN_ENCODED_BLOB
+/// for anything else. A constructed text has the type of its text, so that AppendText refuses it.
 unsigned ValueTypeOf(asnt::Tag tag);
 /// The reverse, for types 2 to 13. @return false for any other
 bool TagOf(unsigned valueType, asnt::Tag& tag);

@@ -272,8 +272,8 @@ TEST(NameDecoder, RefusesDamage) {
         Tlv(0x30, Tlv(0x31, Tlv(0x30, Tlv(6, "") + Tlv(19, "a")))),
         Tlv(0x30, Tlv(0x31, Tlv(0x30, Tlv(6, "\x55\x84") + Tlv(19, "a")))),      // truncated arc
         Tlv(0x30, Tlv(0x31, Tlv(0x30, Tlv(6, "\x55\x80\x04") + Tlv(19, "a")))),  // padded arc
-        Raw("30818c") + Tlv(0x31, Attr(3, Tlv(19, "a"))),                    // longer than what is there
-        Raw("308110") + Tlv(0x31, Attr(3, Tlv(19, "abcdef"))),               // a length in a longer form
+        Raw("30818c") + Tlv(0x31, Attr(3, Tlv(19, "a"))),                        // longer than what is there
+        Raw("308110") + Tlv(0x31, Attr(3, Tlv(19, "abcdef"))),                   // a length in a longer form
     };
     for (const std::string& der : ders) {
         CertNameInfoWrapper info;

@@ -19,7 +19,9 @@ inline std::string Raw(std::string_view hex) {
     return {bytes.begin(), bytes.end()};
 }
 
-inline std::string Hex(const IdentObj& bytes) { return ToHex(bytes.GetData(), bytes.GetSize()); }
+inline std::string Hex(const IdentObj& bytes) {
+    return ToHex(bytes.GetData(), bytes.GetSize());
+}
 
 inline IdentObj ToBytes(std::string_view bytes) {
     return {bytes.data(), static_cast<unsigned>(bytes.size())};

@@ -102,6 +102,8 @@ constexpr CodePair c_win32[] = {
 constexpr CodePair c_win32Only[] = {
     {5, TOO_E_ACCESS},
     {13, TOO_E_BAD_STRUCTURE},
+    {29, TOO_E_WRITE},
+    {30, TOO_E_READ},
     {32, TOO_E_LOCK},
     {50, TOO_E_UNSUPPORTED},
 };

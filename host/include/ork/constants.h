@@ -39,7 +39,7 @@ inline constexpr DWORD ORK_OPEN_VERIFY =
 inline constexpr DWORD ORK_OPEN_NEW = 0x8;      ///< makes a container that does not exist yet
 inline constexpr DWORD ORK_OPEN_DELETE = 0x10;  ///< deletes the container; no handle results
 inline constexpr DWORD ORK_OPEN_SILENT = 0x40;  ///< never ask the user; this provider never does
-inline constexpr DWORD ORK_OPEN_NO_PASSWORD = 0x200;  ///< only a container that needs neither password nor PIN opens so
+inline constexpr DWORD ORK_OPEN_NO_PASSWORD = 0x200;  ///< without asking for a password: for containers that need none
 
 // --- Flags of the other calls ---
 
@@ -117,37 +117,36 @@ inline constexpr DWORD ORK_HASH_PARAM_SIZE = 4;  ///< get: DWORD, the size of th
 
 // --- Last errors ---
 
-inline constexpr DWORD ORK_E_FILE_NOT_FOUND = 2;       ///< the container's folder does not exist
-inline constexpr DWORD ORK_E_ACCESS_DENIED = 5;        ///< the system refuses access to the container's file
-inline constexpr DWORD ORK_E_INVALID_HANDLE = 6;       ///< stale, invented, or of another kind
-inline constexpr DWORD ORK_E_CRC = 23;                 ///< the container's file is damaged
-inline constexpr DWORD ORK_E_WRITE_FAULT = 29;         ///< the container's file could not be written; it is as before
-inline constexpr DWORD ORK_E_READ_FAULT = 30;          ///< the container's file could not be read
-inline constexpr DWORD ORK_E_NOT_SUPPORTED = 50;       ///< no such parameter here
-inline constexpr DWORD ORK_E_INVALID_PASSWORD = 86;    ///< wrong password or PIN, or one is needed and none was given
-inline constexpr DWORD ORK_E_INVALID_PARAMETER = 87;   ///< null or impossible argument
-inline constexpr DWORD ORK_E_DISK_FULL = 112;          ///< no room for the container's file; it is as before
-inline constexpr DWORD ORK_E_NO_MORE_ITEMS = 259;      ///< the end of an enumeration
-inline constexpr DWORD ORK_E_BAD_HASH = 0x80090002;    ///< the hash's algorithm does not go with the key's
-inline constexpr DWORD ORK_E_BAD_KEY = 0x80090003;     ///< the key cannot do this, or fails its checks
-inline constexpr DWORD ORK_E_BAD_LENGTH = 0x80090004;  ///< a value of the wrong size
-inline constexpr DWORD ORK_E_BAD_DATA = 0x80090005;    ///< a blob or record that cannot be read, or does not unwrap
-inline constexpr DWORD ORK_E_BAD_SIGNATURE = 0x80090006;
-inline constexpr DWORD ORK_E_BAD_VERSION = 0x80090007;  ///< a blob or container of a version that is not known
-inline constexpr DWORD ORK_E_BAD_ALGID = 0x80090008;    ///< unknown algorithm or parameter set, or not one for this use
-inline constexpr DWORD ORK_E_BAD_FLAGS = 0x80090009;
-inline constexpr DWORD ORK_E_BAD_TYPE = 0x8009000A;        ///< unknown parameter number or blob type
-inline constexpr DWORD ORK_E_BAD_KEY_STATE = 0x8009000B;   ///< not generated yet, or not exportable
-inline constexpr DWORD ORK_E_BAD_HASH_STATE = 0x8009000C;  ///< the hash is finished already
+inline constexpr DWORD ORK_E_INVALID_HANDLE = 6;      ///< stale, invented, or of another kind
+inline constexpr DWORD ORK_E_INVALID_PASSWORD = 86;   ///< wrong password or PIN, or one is needed and was not given
+inline constexpr DWORD ORK_E_INVALID_PARAMETER = 87;  ///< null or impossible argument
+inline constexpr DWORD ORK_E_DISK_FULL = 112;         ///< no room for the container's file; it is as before
+inline constexpr DWORD ORK_E_NO_MORE_ITEMS = 259;     ///< the end of an enumeration
+inline constexpr DWORD ORK_E_PATH_NOT_FOUND = 0x80070003;  ///< the folder of a new container does not exist
+inline constexpr DWORD ORK_E_ACCESS_DENIED = 0x80070005;   ///< the system refuses access to the container's file
+inline constexpr DWORD ORK_E_WRITE_FAULT = 0x8007001D;  ///< the container's file could not be written; it is as before
+inline constexpr DWORD ORK_E_READ_FAULT = 0x8007001E;   ///< the container's file could not be read
+inline constexpr DWORD ORK_E_LOCKED = 0x80070020;       ///< the container's lock could not be taken
+inline constexpr DWORD ORK_E_BAD_HASH = 0x80090002;     ///< the hash's algorithm does not go with the key's
+inline constexpr DWORD ORK_E_BAD_KEY = 0x80090003;      ///< the key cannot do this, or fails its checks
+inline constexpr DWORD ORK_E_BAD_LENGTH = 0x80090004;   ///< a value of the wrong size
+inline constexpr DWORD ORK_E_BAD_DATA = 0x80090005;     ///< a blob or record that cannot be read, or does not unwrap
+inline constexpr DWORD ORK_E_BAD_SIGNATURE = 0x80090006;  ///< the signature does not hold
+inline constexpr DWORD ORK_E_BAD_VERSION = 0x80090007;    ///< a blob or container of a version that is not known
+inline constexpr DWORD ORK_E_BAD_ALGID = 0x80090008;  ///< unknown algorithm or parameter set, or not one for this use
+inline constexpr DWORD ORK_E_BAD_FLAGS = 0x80090009;  ///< unknown flags, or flags that exclude one another
+inline constexpr DWORD ORK_E_BAD_TYPE = 0x8009000A;   ///< a parameter or blob type that this object does not have
+inline constexpr DWORD ORK_E_BAD_KEY_STATE = 0x8009000B;   ///< not generated yet, generated already, or not exportable
+inline constexpr DWORD ORK_E_BAD_HASH_STATE = 0x8009000C;  ///< the hash is finished, or data went into it already
 inline constexpr DWORD ORK_E_NO_KEY = 0x8009000D;          ///< the container has no such key
 inline constexpr DWORD ORK_E_NO_MEMORY = 0x8009000E;       ///< memory, or the pool of locked memory, is used up
-inline constexpr DWORD ORK_E_EXISTS = 0x8009000F;          ///< a container or key of this name exists already
-inline constexpr DWORD ORK_E_PERMISSION = 0x80090010;  ///< the protection key of the container is missing or another
-inline constexpr DWORD ORK_E_NOT_FOUND = 0x80090011;   ///< no such value: entry without certificate, no current entry
-inline constexpr DWORD ORK_E_BAD_PUBLIC_KEY =
-    0x80090015;                                        ///< not a point of the curve, or of small order, or out of range
-inline constexpr DWORD ORK_E_BAD_KEYSET = 0x80090016;  ///< the container does not exist, or the context has none
-inline constexpr DWORD ORK_E_PROVIDER_NOT_REGISTERED = 0x80090019;  ///< no provider of this name is registered
+inline constexpr DWORD ORK_E_EXISTS = 0x8009000F;          ///< a container of this name, or this key, is there already
+inline constexpr DWORD ORK_E_PERMISSION = 0x80090010;      ///< the container needs its protection key (parameter 99)
+inline constexpr DWORD ORK_E_NOT_FOUND = 0x80090011;       ///< no such value: an entry without certificate, no entry
+inline constexpr DWORD ORK_E_BAD_PUBLIC_KEY = 0x80090015;  ///< not a point of the curve, of small order, out of range
+inline constexpr DWORD ORK_E_BAD_KEYSET = 0x80090016;      ///< the container does not exist, or the context has none
 inline constexpr DWORD ORK_E_TYPE_NOT_REGISTERED = 0x80090017;      ///< no provider of this type is registered
-inline constexpr DWORD ORK_E_BAD_KEYSET_NAME = 0x8009001F;          ///< a name that no container can have
-inline constexpr DWORD ORK_E_FAIL = 0x80090020;  ///< the cryptographic library failed where it should not
+inline constexpr DWORD ORK_E_PROVIDER_NOT_REGISTERED = 0x80090019;  ///< no provider of this name is registered
+inline constexpr DWORD ORK_E_DAMAGED = 0x8009001A;          ///< the container's file is damaged, or is no container
+inline constexpr DWORD ORK_E_BAD_KEYSET_NAME = 0x8009001F;  ///< a name that no container can have
+inline constexpr DWORD ORK_E_FAIL = 0x80090020;             ///< the cryptographic library failed where it should not

@@ -2,5 +2,6 @@
 #pragma once
 
 #include "ork/constants.h"
+#include "ork/container_info.h"
 #include "ork/oid_info.h"
 #include "ork/provider.h"

@@ -110,7 +110,8 @@ NAL_HOST_EXPORT BOOL ORKGenKey(unsigned long hProv, DWORD algId, DWORD flags, un
 NAL_HOST_EXPORT BOOL ORKDeriveKey(unsigned long hProv, DWORD algId, unsigned long hBaseData, DWORD flags,
                                   unsigned long* hKey);
 
-/// Makes an independent copy of a key with its state. The copy of a container's key makes its entry current.
+/// Makes an independent copy of a key with its parameters; a session key's copy stands at its initialisation vector.
+/// The copy of a container's key makes its entry current.
 /// @param reserved  null
 NAL_HOST_EXPORT BOOL ORKDuplicateKey(unsigned long hKey, const DWORD* reserved, DWORD flags, unsigned long* hCopy);
 

@@ -243,20 +243,34 @@ void CRecFile::Change(const Slot& change) {
         WriteSlot(change);
         Place(change);
     } catch (const XTOOFile&) {
-        // The caller learns that nothing changed, so the old bytes are made to count again. The slot's room is there
-        // already, which is why this works on a full disk.
-        try {
-            WriteSlot(old);
-            if (isNew) SetDescriptorLength(m_descriptor, OffsetOf(change.index), m_path);
-        } catch (const XTOOFile&) {  // NOLINT(bugprone-empty-catch): the first failure says more
-        }
+        Undo(change, old);
         throw;
     }
     try {
-        const IdentObj empty = MakePrologue();
-        WriteAt(m_descriptor, empty.GetData() + c_slotOffset, c_slotHeadSize, c_slotOffset, m_path);
+        ClearSlot();
     } catch (const XTOOFile&) {  // NOLINT(bugprone-empty-catch): the change is made; the next one tidies up
     }
+}
+
+// The caller of a failed change learns that nothing changed, so the old bytes are put back. The slot goes last: as long
+// as it is there, what it holds is whole, whatever the place looks like. On a full disk this works, since it needs no
+// room; on one that does nothing more, the change may turn out to have been made.
+void CRecFile::Undo(const Slot& change, const Slot& old) {
+    try {
+        if (old.index == c_nothing) {
+            SetDescriptorLength(m_descriptor, OffsetOf(change.index), m_path);
+        } else {
+            Place(old);
+        }
+        ClearSlot();
+        SyncDescriptor(m_descriptor, m_path);
+    } catch (const XTOOFile&) {  // NOLINT(bugprone-empty-catch): the first failure says more
+    }
+}
+
+void CRecFile::ClearSlot() {
+    const IdentObj prologue = MakePrologue();
+    WriteAt(m_descriptor, prologue.GetData() + c_slotOffset, c_slotHeadSize, c_slotOffset, m_path);
 }
 
 template <class Call>

@@ -8,8 +8,9 @@
 /// A file of records of one size, numbered from 0, behind a header of the caller's.
 ///
 /// A change is on the disk when its call returns. After a crash at any moment each record and the header are whole,
-/// either as before the change or as after it; a record that was only half added does not exist. Each call locks the
-/// file, so several objects, in any threads and processes, may work on one file; who needs several calls to be one
+/// either as before the change or as after it; a record that was only half added does not exist. After a failed change
+/// the file is as before it, unless the disk refuses every further write; then it may be as after it. Each call locks
+/// the file, so several objects, in any threads and processes, may work on one file; who needs several calls to be one
 /// change takes an inter-process lock around them. One object is for one thread at a time.
 ///
 /// The constructor throws; record calls report by result and GetReturnCode: 0 success, 37 a record beyond the end,
@@ -82,6 +83,8 @@ private:
     long CountRecords(const Slot& slot) const;
     void Place(const Slot& slot);
     void Change(const Slot& change);
+    void Undo(const Slot& change, const Slot& old);
+    void ClearSlot();
 
     CTOOString m_path;
     unsigned char m_mode;

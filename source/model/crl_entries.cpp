@@ -39,7 +39,8 @@ std::uint32_t TagOf(asnt::View serial) {
     return static_cast<std::uint32_t>(FoldedProduct(state, c_multiplier));
 }
 
-// Reads the fields of an entry in the order in which they stand, and steps over its extensions to see that each is one.
+// Reads the fields of an entry in the order in which they stand, and looks at all of its extensions that CNALCertExtension looks
+// at, so that giving the entry out later does not fail.
 CNAL_CRL_EntryView Decode(const asnt::Element& entry, const char* context) {
     asnt::Reader fields = asnt::Reader(entry.whole, context).Enter(asnt::tag::Sequence);
     CNAL_CRL_EntryView view;
@@ -50,10 +51,10 @@ CNAL_CRL_EntryView Decode(const asnt::Element& entry, const char* context) {
     if (fields.OptionalEnter(asnt::tag::Sequence, extensions)) {
         while (!extensions.AtEnd()) {
             asnt::Reader extension = extensions.Enter(asnt::tag::Sequence);
-            extension.Next(asnt::tag::Oid);
+            extension.Oid();
             asnt::Element critical;
-            extension.Optional(asnt::tag::Boolean, critical);
-            extension.Next(asnt::tag::OctetString);
+            if (extension.TryPeek(critical) && critical.Is(asnt::tag::Boolean)) extension.Boolean();
+            extension.Octets();
             extension.ExpectEnd();
         }
     }

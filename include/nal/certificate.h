@@ -39,7 +39,8 @@ public:
     /// Replaces what the record describes: all fields but m_friendlyName and m_privateKeyType; m_encodedCertificate becomes empty.
     CNALCertInfo& operator=(const CERT_INFO& info);
     CNALCertInfo& operator=(const CERT_CONTEXT& context);
-    /// Takes over subject, public key and requested extensions of a certification request.
+    /// Takes subject, public key and requested extensions from a certification request; the other fields become empty.
+    /// @throws XTOOStatus(TOO_E_BAD_STRUCTURE) when the requested extensions are damaged, with nothing changed
     CNALCertInfo& operator=(const CNALPKCS10Data& request);
 
     /// Fills the record from a TBSCertificate, as operator= does, but leaves the state words.

@@ -4,6 +4,7 @@
 #include "model/cert_info_decoder.h"
 #include "model/integer_order.h"
 #include "nal/certificate.h"
+#include "nal/pkcs10.h"
 
 namespace {
 
@@ -110,6 +111,16 @@ CNALCertInfo& CNALCertInfo::operator=(const CERT_CONTEXT& context) {
     m_state = 1;
     m_stateDetail = 1;
     return *this;
+}
+
+CNALCertInfo& CNALCertInfo::operator=(const CNALPKCS10Data& request) {
+    CNALCertInfo read;
+    read.m_subject = request.m_subject;
+    read.m_publicKeyInfo = request.m_publicKey;
+    read.m_extensions = request.GetExtensions();
+    read.m_friendlyName = std::move(m_friendlyName);
+    read.m_privateKeyType = m_privateKeyType;
+    return *this = std::move(read);
 }
 
 bool CNALCertInfo::DecodeInfo(const IdentObj& der) {

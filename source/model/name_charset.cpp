@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -52,7 +53,7 @@ public:
     Iconv(const Iconv&) = delete;
     Iconv& operator=(const Iconv&) = delete;
 
-    bool IsOpen() const { return m_handle != reinterpret_cast<iconv_t>(-1); }
+    bool IsOpen() const { return IsOpen(m_handle); }
 
     // Converts once over the input. @return whether all of it was converted; `written` counts what was in any case
     bool Convert(const char* in, std::size_t inBytes, char* out, std::size_t outBytes, std::size_t& written) {
@@ -65,6 +66,9 @@ public:
     }
 
 private:
+    // iconv_open fails with (iconv_t)-1.
+    static bool IsOpen(iconv_t handle) { return reinterpret_cast<std::intptr_t>(handle) != -1; }
+
     // The set that LANG names: what follows its last ".", or all of it.
     static const char* LangSet() {
         const char* lang = std::getenv("LANG");
@@ -76,7 +80,7 @@ private:
     static iconv_t Open(const char* to, const char* from) {
         const char* lang = to && from ? nullptr : LangSet();
         const iconv_t handle = iconv_open(to ? to : lang, from ? from : lang);
-        if (handle != reinterpret_cast<iconv_t>(-1) || lang == nullptr) return handle;
+        if (IsOpen(handle) || lang == nullptr) return handle;
         return iconv_open(to ? to : "UTF-8", from ? from : "UTF-8");
     }
 
@@ -147,7 +151,7 @@ unsigned long UTF8Conversion::wchar_to_utf8(const wchar_t* in, unsigned long inB
         const unsigned length = SequenceLength(c);
         if (out) {
             if (outBytes - count < length) return 0;
-            auto value = static_cast<std::uint32_t>(c);
+            std::uint32_t value = c;  // not negative, see above
             for (unsigned i = length - 1; i > 0; --i, value >>= 6) {
                 out[count + i] = static_cast<char>(0x80 | (value & 0x3F));
             }

@@ -2,7 +2,6 @@
 
 #include <iconv.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -151,7 +150,7 @@ unsigned long UTF8Conversion::wchar_to_utf8(const wchar_t* in, unsigned long inB
         const unsigned length = SequenceLength(c);
         if (out) {
             if (outBytes - count < length) return 0;
-            std::uint32_t value = c;  // not negative, see above
+            std::uint32_t value = c;  // not negative, see above. NOLINT(bugprone-signed-char-misuse)
             for (unsigned i = length - 1; i > 0; --i, value >>= 6) {
                 out[count + i] = static_cast<char>(0x80 | (value & 0x3F));
             }

@@ -212,6 +212,7 @@ TEST_P(EverySet, KeysServeSeveralThreadsAtOnce) {
     const SecureBytes kek = key.Agree(publicKey, ukm);
     std::array<int, 4> good{};
     std::vector<std::thread> threads;
+    threads.reserve(good.size());
     for (int& count : good) {
         threads.emplace_back([&] {
             for (int i = 0; i < 5; ++i) {

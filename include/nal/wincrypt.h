@@ -359,7 +359,7 @@ extern "C" {
 /// @param pvPara             the narrow path for the file providers, else ignored
 /// @return the store with one reference; null for any other provider, without setting an error; null with the last
 ///         error set to an `errno` when the file cannot be opened or is not a sound store (EINVAL for a null or empty
-///         path, EFTYPE or EINVAL for a file that is damaged or something else). A file that is refused is not changed.
+///         path, EISDIR, EUCLEAN for a file that is damaged or no store). A file that is refused is not changed.
 NAL_EXPORT HCERTSTORE CertOpenStore(LPCSTR lpszStoreProvider, DWORD dwEncodingType, HCRYPTPROV hCryptProv, DWORD dwFlags,
                                     const void* pvPara);
 
@@ -402,7 +402,8 @@ NAL_EXPORT BOOL CertFreeCertificateContext(PCCERT_CONTEXT pCertContext);
 /// @param pvData    receives the value; null asks for the size. Property 2 is one block whose pointers name places
 ///                  inside it; align the buffer as a CRYPT_KEY_PROV_INFO.
 /// @param pcbData   in: size of `pvData`; out: size of the value. For properties 1 and 14 the buffer must be larger
-///                  than the value to receive it: 8 or less (1) and 4 or less (14) only report the size.
+///                  than the value to receive it: 8 or less (1) and 4 or less (14) only report the size. A handle (1)
+///                  that is received leaves the size as it was given.
 ///                  For 2 a short buffer fails; for the others it receives nothing and the size is reported.
 /// @return TRUE when the property is there. FALSE for a null context, any other id, a missing property, a stored
 ///         property 2 that is not well-formed. Sets no last error.
@@ -538,7 +539,7 @@ NAL_EXPORT BOOL CertAddCRLContextToStore(HCERTSTORE hCertStore, PCCRL_CONTEXT pC
                                          PCCRL_CONTEXT* ppStoreContext);
 
 /// Deletes the CRL and its properties from the context's store, and frees the context.
-/// @return TRUE when deleted, or when the context has no store; FALSE for null, or with an `errno` when the tree fails
+/// @return TRUE when deleted; FALSE for null, for a context without store, and with an `errno` when the tree fails
 NAL_EXPORT BOOL CertDeleteCRLFromStore(PCCRL_CONTEXT pCrlContext);
 
 /// @return 1 when the time is later than NextUpdate, else -1 when it is earlier than ThisUpdate, else 0. A zero

@@ -6,6 +6,8 @@
 
 #include <cerrno>
 
+#include "certstorage/db_memory.h"
+
 namespace nal {
 namespace {
 
@@ -22,6 +24,7 @@ extern "C" int CompareDbt(const DBT* a, const DBT* b) { return CompareKeys(ToVie
 extern "C" size_t PrefixDbt(const DBT* a, const DBT* b) { return KeyPrefix(ToView(*a), ToView(*b)); }
 
 DB* Open(const char* path, int flags, int mode, const TreeSettings& settings) {
+    PrepareDbMemory();
     BTREEINFO info{};
     info.cachesize = settings.cacheSize;
     info.minkeypage = settings.minKeysPerPage;

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 
+#include "certstorage/db_memory.h"
 #include "certstorage/record_key.h"
 
 namespace nal {
@@ -25,6 +26,7 @@ constexpr unsigned kVerifyCache = 8U << 20;
 }  // namespace
 
 int VerifyTreeFile(const std::string& path, std::string* finding) {
+    PrepareDbMemory();
     DB* db = nullptr;
     if (int error = db_create(&db, nullptr, 0)) return error > 0 ? error : EIO;
     t_finding.clear();

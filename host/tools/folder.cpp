@@ -94,7 +94,7 @@ CTOOString CTOOFolder::UniqueFileName(const CTOOString& folder, const CTOOString
     const CTOOString extension = hasExtension ? name.substr(dot) : CTOOString();
     for (unsigned trial = 0; trial < c_mostTrials; ++trial) {
         const CTOOString number = trial == 0 ? CTOOString() : CTOOString(fmt::format("~{}", trial));
-        const CTOOString path = storedev::MakeFullPath(folder, stem + number + extension);
+        CTOOString path = storedev::MakeFullPath(folder, stem + number + extension);
         struct stat info {};
         if (lstat(SystemPath(path, "cannot use the name"), &info) != 0) {
             if (errno == ENOENT) return path;

@@ -145,11 +145,12 @@ public:
     }
 
     // Gives a state back; the last one to do so removes it.
-    void Forget(const CTOOString& file, std::shared_ptr<LockState> state) {
+    void Forget(const CTOOString& file, std::shared_ptr<LockState>& state) {
         std::lock_guard lock(m_mutex);
-        const bool isLast = state.use_count() == 2;
         const auto found = m_states.find(file);
-        if (isLast && found != m_states.end() && found->second == state) m_states.erase(found);
+        const bool isOurs = found != m_states.end() && found->second == state;
+        state.reset();
+        if (isOurs && found->second.use_count() == 1) m_states.erase(found);
     }
 
 private:
@@ -203,14 +204,14 @@ public:
         try {
             m_isWriter = asWriter ? m_state->EnterAsWriter() : m_state->EnterAsReader();
         } catch (...) {
-            LockRegistry::Instance().Forget(m_file, std::move(m_state));
+            LockRegistry::Instance().Forget(m_file, m_state);
             throw;
         }
     }
     ~HeldLock() override {
         if (m_process != getpid()) return;
         m_state->Leave(m_thread, m_isWriter);
-        LockRegistry::Instance().Forget(m_file, std::move(m_state));
+        LockRegistry::Instance().Forget(m_file, m_state);
     }
 
 private:

@@ -11,7 +11,7 @@
 namespace storedev {
 
 bool ParseFullPath(const CTOOString& path, CTOOString& folder, CTOOString& name) {
-    const std::string text = path.str();  // a copy: `folder` or `name` may be the path itself
+    const std::string text(path.view());  // a copy: `folder` or `name` may be the path itself
     const std::size_t slash = text.rfind('/');
     if (slash == std::string::npos) {
         folder.clear();

@@ -100,12 +100,8 @@ constexpr CodePair c_win32[] = {
 
 // Win32 codes that are other things as errno; looked up only in the form 0x8007xxxx.
 constexpr CodePair c_win32Only[] = {
-    {5, TOO_E_ACCESS},
-    {13, TOO_E_BAD_STRUCTURE},
-    {29, TOO_E_WRITE},
-    {30, TOO_E_READ},
-    {32, TOO_E_LOCK},
-    {50, TOO_E_UNSUPPORTED},
+    {5, TOO_E_ACCESS}, {13, TOO_E_BAD_STRUCTURE}, {29, TOO_E_WRITE},
+    {30, TOO_E_READ},  {32, TOO_E_LOCK},          {50, TOO_E_UNSUPPORTED},
 };
 
 constexpr CodePair c_windows[] = {

@@ -9,7 +9,7 @@
 ///
 /// An object starts with one user, its maker. It lives on the heap and is given up by Release, never by delete, so
 /// the destructor is protected. Thread-safe: any thread may add or release a reference that it holds.
-class NAL_HOST_EXPORT CTOOReference {
+class NAL_HOST_EXPORT CTOOReference {  // NOLINT(cppcoreguidelines-virtual-class-destructor): Release deletes
 public:
     /// Adds a user. @return the number of users now
     long AddRef() const noexcept { return m_users.fetch_add(1, std::memory_order_relaxed) + 1; }

@@ -34,7 +34,10 @@ class CTOOFileTime : public FILETIME {
 public:
     CTOOFileTime() : FILETIME{0, 0} {}
     CTOOFileTime(const FILETIME& time) : FILETIME(time) {}
-    explicit CTOOFileTime(std::uint64_t ticks) : FILETIME{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)} {}
+    explicit CTOOFileTime(std::uint64_t ticks) : FILETIME{0, 0} {
+        dwLowDateTime = static_cast<DWORD>(ticks);
+        dwHighDateTime = static_cast<DWORD>(ticks >> 32);
+    }
 
     /// @return the present time
     static CTOOFileTime Now() {

@@ -6,7 +6,9 @@
 #include <regex>
 #include <string>
 
+#include "model/integer_order.h"
 #include "nal/certificate.h"
+#include "ork/csp.h"
 #include "support/process.h"
 #include "support/temp_folder.h"
 #include "too/text.h"
@@ -71,6 +73,24 @@ protected:
 
     nal_test::TempFolder m_folder;
 };
+
+// Whether the provider verifies the certificate's signature under the issuer's key.
+bool Verifies(const CNALX509Certificate& certificate, const CNALCertPublicKeyInfo& issuerKey) {
+    unsigned long provider = 0;
+    unsigned long hash = 0;
+    unsigned long key = 0;
+    const IdentObj& data = certificate.m_signedPart;
+    EXPECT_TRUE(ORKAcquireContext(&provider, nullptr, nullptr, ORK_PROVIDER_TYPE, ORK_OPEN_VERIFY));
+    EXPECT_TRUE(NALIportPKInfo(provider, issuerKey, &key));
+    EXPECT_TRUE(ORKCreateHash(provider, ORK_ALG_GOSTR3411, 0, &hash, 0));
+    EXPECT_TRUE(ORKHashData(hash, data.GetData(), data.GetSize(), 0));
+    const bool verifies =
+        ORKVerifySignature(hash, nal::ToProviderOrder(certificate.m_signature.m_data), key, 0) != FALSE;
+    EXPECT_TRUE(ORKDestroyHash(hash));
+    EXPECT_TRUE(ORKDestroyKey(key));
+    EXPECT_TRUE(ORKReleaseContext(provider));
+    return verifies;
+}
 
 class OpenSslCertificates : public Certificates, public testing::WithParamInterface<const char*> {
 protected:
@@ -160,6 +180,14 @@ TEST_P(OpenSslCertificates, FieldsAreWhatItPrints) {
 
         const auto subjectKey = Read<CNALSubjectKeyID>(info, c_NAL_OID_SUBJECT_KEY_ID);
         EXPECT_THAT(Print(name, {"-ext", "subjectKeyIdentifier"}), HasSubstr("    " + Hex(subjectKey.m_keyId, ":") + "\n"));
+    }
+
+    for (const char* name : {"root", "leaf"}) {
+        CNALX509Certificate certificate = ReadCertificate(name);
+        const CNALCertPublicKeyInfo issuerKey = ReadCertificate("root").m_info.m_publicKeyInfo;
+        EXPECT_TRUE(Verifies(certificate, issuerKey)) << name;
+        certificate.m_signedPart.GetData()[20] ^= 1;
+        EXPECT_FALSE(Verifies(certificate, issuerKey)) << name;
     }
 
     const CNALCertInfo root = ReadCertificate("root").m_info;

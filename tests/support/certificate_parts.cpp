@@ -59,10 +59,10 @@ CertificateParts::CertificateParts()
                       writer.Oid("1.2.643.2.2.30.1");
                   });
               });
-              writer.Raw(Der([](auto& inner) {
-                  const IdentObj key = Der([](auto& octets) { octets.OctetString(Run(0, 64)); });
-                  inner.BitString(key);
-              }));
+              IdentObj bits("", 1);
+              const IdentObj key = Der([](auto& octets) { octets.OctetString(Run(0, 64)); });
+              bits.Append(key.GetData(), key.GetSize());
+              writer.Primitive(asnt::tag::BitString, std::move(bits));
           });
       })),
       outerAlgorithm(innerAlgorithm) {

@@ -171,6 +171,7 @@ TEST_F(Contexts, ServeManyThreads) {
     const Prov prov = Create("threads");
     const Key shared = Generate(prov, ORK_KEY_SIGNATURE);
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             for (int round = 0; round < 10; ++round) {

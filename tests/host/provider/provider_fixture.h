@@ -66,7 +66,7 @@ inline DWORD ErrorOf(BOOL result) {
 #define EXPECT_ERROR(call, code) EXPECT_EQ(::provider_test::ErrorOf(call), static_cast<DWORD>(code))
 
 class ProviderTest : public testing::Test {
-protected:
+public:
     ProviderTest() {
         std::string pattern = (std::filesystem::temp_directory_path() / "nal-provider-XXXXXX").string();
         m_home = mkdtemp(pattern.data());
@@ -77,6 +77,7 @@ protected:
         std::filesystem::remove_all(m_home);
     }
 
+protected:
     std::string PathOf(const std::string& name) const { return m_home + "/csp/" + name; }
 
     static Prov Verify() {

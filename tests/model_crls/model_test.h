@@ -9,6 +9,7 @@
 #include "asnt/writer.h"
 #include "nal/crl.h"
 #include "support/hex.h"
+#include "support/status_of.h"
 #include "too/status.h"
 
 namespace nal_test {
@@ -18,17 +19,6 @@ inline IdentObj Hex(std::string digits) {
     std::erase(digits, ' ');
     const Bytes bytes = FromHex(digits);
     return {bytes.data(), static_cast<unsigned>(bytes.size())};
-}
-
-/// The status that `call` throws, 0 when it throws none.
-template <class Call>
-int StatusOf(Call&& call) {
-    try {
-        call();
-        return TOO_OK;
-    } catch (const XTOOStatus& status) {
-        return status.GetCode();
-    }
 }
 
 /// Reads every shorter beginning of `der` with `read`, each from memory of its own size, so that a sanitizer sees a step

@@ -20,6 +20,7 @@ constexpr char kExtensionRequest[] = "301D 0609 2A864886F70D01090E 3110 300E 300
 
 IdentObj MakeContent(const std::vector<std::string>& parts) {
     std::vector<IdentObj> elements;
+    elements.reserve(parts.size());
     for (const std::string& part : parts) elements.push_back(Hex(part));
     return Wrap(asnt::tag::Sequence, elements);
 }

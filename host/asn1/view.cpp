@@ -91,6 +91,29 @@ bool FindEndOfContents(View content, unsigned depth, std::size_t& size) {
     }
 }
 
+// Nearly every header has a tag of one octet and a length of one to three in its shortest form, which both rules take. False for
+// any other: the general case decides about it.
+inline bool ParseCommonHeader(View input, Header& header) {
+    if (input.size < 4) return false;
+    const unsigned char first = input[0];
+    if (first == 0 || (first & 0x1F) == 0x1F) return false;
+    unsigned size = 2;
+    unsigned length = input[1];
+    if (length == 0x81 && input[2] >= 0x80) {
+        size = 3;
+        length = input[2];
+    } else if (length == 0x82 && input[2] != 0) {
+        size = 4;
+        length = static_cast<unsigned>(input[2] << 8 | input[3]);
+    } else if (length >= 0x80) {
+        return false;
+    }
+    header.tag = Tag{static_cast<unsigned char>(first & 0xE0), first & 0x1Fu};
+    header.size = size;
+    header.contentSize = length;
+    return true;
+}
+
 constexpr std::size_t kEndOfContentsSize = 2;
 
 bool IsWellFormedInside(Reader reader) {
@@ -172,7 +195,7 @@ bool DecodeBitString(View content, BitString& value, Rules rules) {
 
 bool Reader::TryNext(Element& element) {
     Header header;
-    if (ParseHeader(m_rest, m_rules, header) != HeaderState::Read) return false;
+    if (!ParseCommonHeader(m_rest, header) && ParseHeader(m_rest, m_rules, header) != HeaderState::Read) return false;
     std::size_t contentSize = static_cast<std::size_t>(header.contentSize);
     std::size_t trailer = 0;
     if (header.indefinite) {
@@ -194,11 +217,14 @@ bool Reader::TryNext(Element& element) {
 }
 
 bool Reader::TryNext(Tag expected, Element& element) {
-    Reader ahead(*this);
+    const View rest = m_rest;
     Element next;
-    if (!ahead.TryNext(next) || next.tag != expected) return false;
+    if (!TryNext(next)) return false;
+    if (next.tag != expected) {
+        m_rest = rest;
+        return false;
+    }
     element = next;
-    m_rest = ahead.m_rest;
     return true;
 }
 
@@ -211,11 +237,12 @@ bool Reader::TryInside(const Element& element, Reader& inside) const {
 }
 
 bool Reader::TryEnter(Tag expected, Reader& inside) {
-    Reader ahead(*this);
+    const View rest = m_rest;
     Element element;
-    if (!ahead.TryNext(expected, element) || !TryInside(element, inside)) return false;
-    m_rest = ahead.m_rest;
-    return true;
+    if (!TryNext(expected, element)) return false;
+    if (TryInside(element, inside)) return true;
+    m_rest = rest;
+    return false;
 }
 
 Element Reader::Next() {

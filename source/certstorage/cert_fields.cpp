@@ -48,6 +48,33 @@ ExtensionFields ReadExtension(asnt::Reader& extensions) {
     return extension;
 }
 
+// A find steps over every certificate of a store, and asnt::Reader, which checks all that DER asks, would cost as much there as
+// the walk. This checks bounds alone; what fits is then decoded with every check.
+struct Piece {
+    asnt::View content;
+    asnt::View whole;
+};
+
+constexpr unsigned char kIntegerOctet = 0x02;
+
+bool Take(asnt::View& rest, Piece& piece) {
+    if (rest.size < 2) return false;
+    std::size_t header = 2;
+    std::size_t length = rest[1];
+    if (length >= 0x80) {
+        const std::size_t count = length - 0x80;
+        if (count == 0 || count > 4 || rest.size < header + count) return false;
+        length = 0;
+        for (std::size_t i = 0; i < count; ++i) length = length << 8 | rest[header + i];
+        header += count;
+    }
+    if (length > rest.size - header) return false;
+    piece.content = {rest.data + header, length};
+    piece.whole = {rest.data, header + length};
+    rest = {rest.data + header + length, rest.size - header - length};
+    return true;
+}
+
 }  // namespace
 
 CertFields ReadCertFields(asnt::View encoded) {
@@ -99,18 +126,18 @@ KeyIdentifier ToKeyIdentifier(asnt::View value) {
 }
 
 bool StepToNames(asnt::View encoded, CertNames& names) {
-    asnt::Reader top(encoded);
-    asnt::Reader certificate;
-    asnt::Reader tbs;
-    if (!top.TryEnter(asnt::tag::Sequence, certificate) || !certificate.TryEnter(asnt::tag::Sequence, tbs)) return false;
-    asnt::Element item;
-    if (!tbs.TryNext(item)) return false;
-    if (item.Is(asnt::tag::Context(0)) && !tbs.TryNext(item)) return false;
-    if (!item.Is(asnt::tag::Integer)) return false;
+    Piece certificate;
+    Piece tbs;
+    Piece item;
+    if (!Take(encoded, certificate) || !Take(certificate.content, tbs)) return false;
+    asnt::View rest = tbs.content;
+    if (!Take(rest, item)) return false;
+    if (item.whole[0] != kIntegerOctet && !Take(rest, item)) return false;  // the version is not asked for
+    if (item.whole[0] != kIntegerOctet) return false;
     names.serial = item.content;
-    if (!tbs.TryNext(item) || !tbs.TryNext(item)) return false;  // signature algorithm, issuer
+    if (!Take(rest, item) || !Take(rest, item)) return false;  // signature algorithm, issuer
     names.issuer = item.whole;
-    if (!tbs.TryNext(item) || !tbs.TryNext(item)) return false;  // validity, subject
+    if (!Take(rest, item) || !Take(rest, item)) return false;  // validity, subject
     names.subject = item.whole;
     return true;
 }

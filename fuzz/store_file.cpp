@@ -1,0 +1,56 @@
+// Store files from outside: the input is a file, opened, walked and changed as a program would. A file whose verification passes
+// must do no harm. See tests/certstorage/damaged_file_test.cpp for the same with processes.
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "nal/wincrypt.h"
+
+namespace {
+
+class ScratchFile {
+public:
+    ScratchFile(const std::uint8_t* data, std::size_t size) {
+        const int descriptor = mkstemp(m_path.data());
+        if (descriptor < 0 || write(descriptor, data, size) != static_cast<ssize_t>(size)) std::abort();
+        close(descriptor);
+    }
+    ~ScratchFile() { unlink(m_path.c_str()); }
+    ScratchFile(const ScratchFile&) = delete;
+    ScratchFile& operator=(const ScratchFile&) = delete;
+    const char* Path() const { return m_path.c_str(); }
+
+private:
+    std::string m_path = "/dev/shm/nal-fuzz-store-XXXXXX";
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size > 1U << 20) return 0;
+    const ScratchFile file(data, size);
+    HCERTSTORE store = CertOpenStore(CERT_STORE_PROV_FILENAME_A, 0x10001, 0, 0, file.Path());
+    if (store == nullptr) return 0;
+
+    PCCERT_CONTEXT certificate = nullptr;
+    PCCERT_CONTEXT last = nullptr;
+    while ((certificate = CertEnumCertificatesInStore(store, certificate)) != nullptr) {
+        alignas(8) unsigned char info[512];
+        DWORD infoSize = sizeof info;
+        CertGetCertificateContextProperty(certificate, CERT_KEY_PROV_INFO_PROP_ID, info, &infoSize);
+        CertFreeCertificateContext(last);
+        last = CertDuplicateCertificateContext(certificate);
+    }
+    PCCRL_CONTEXT crl = nullptr;
+    while ((crl = CertGetCRLFromStore(store, nullptr, crl, nullptr)) != nullptr) continue;
+
+    if (last != nullptr) {
+        CertAddEncodedCertificateToStore(store, 0x10001, last->pbCertEncoded, last->cbCertEncoded,
+                                         CERT_STORE_ADD_REPLACE_EXISTING_INHERIT_PROPERTIES, nullptr);
+        CertDeleteCertificateFromStore(last);
+    }
+    CertCloseStore(store, 0);
+    return 0;
+}

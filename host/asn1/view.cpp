@@ -217,6 +217,11 @@ bool Reader::TryNext(Element& element) {
 }
 
 bool Reader::TryNext(Tag expected, Element& element) {
+    constexpr std::uint32_t kFirstOfMoreOctets = 31;
+    if (expected.number < kFirstOfMoreOctets) {
+        // The tag is the first octet.
+        return !m_rest.empty() && m_rest[0] == (expected.bits | expected.number) && TryNext(element);
+    }
     const View rest = m_rest;
     Element next;
     if (!TryNext(next)) return false;

@@ -96,6 +96,31 @@ TEST(DamagedStore, FilesThatAreCutAreRefused) {
     }
 }
 
+// Berkeley DB's verification is not safe for all of these, so they must not come to it.
+TEST(DamagedStore, PagesOfOtherAccessMethodsAreRefused) {
+    const TempFolder folder;
+    const nal_test::Bytes sound = MakeStore(folder, 10);
+    const std::string path = folder.File("other");
+    for (unsigned page = 0; page < 3; ++page) {
+        for (unsigned type = 0; type < 20; ++type) {
+            SCOPED_TRACE(std::to_string(page) + " " + std::to_string(type));
+            nal_test::Bytes other = sound;
+            unsigned char& place = other[page * 4096 + 25];
+            if (place == type) continue;
+            place = static_cast<unsigned char>(type);
+            WriteFile(path, other);
+            EXPECT_EQ(0, UseInChild(path));
+        }
+    }
+    for (const std::size_t offset : {12, 16, 20, 24, 48}) {
+        SCOPED_TRACE(offset);
+        nal_test::Bytes other = sound;
+        other[offset] ^= 0x20;
+        WriteFile(path, other);
+        EXPECT_EQ(0, UseInChild(path));
+    }
+}
+
 TEST(DamagedStore, IsVerifiedAgainWhenItChanges) {
     const TempFolder folder;
     nal_test::Bytes bytes = MakeStore(folder, 10);

@@ -4,6 +4,7 @@
 #include "nal/algorithm.h"
 #include "nal/attributes.h"
 #include "nal/certificate.h"
+#include "nal/context.h"
 #include "nal/crl.h"
 #include "nal/errors.h"
 #include "nal/export.h"

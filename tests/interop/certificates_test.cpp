@@ -8,6 +8,7 @@
 
 #include "model/integer_order.h"
 #include "nal/certificate.h"
+#include "nal/context.h"
 #include "ork/csp.h"
 #include "support/process.h"
 #include "support/temp_folder.h"
@@ -69,6 +70,10 @@ protected:
         CNALX509Certificate certificate;
         EXPECT_EQ(certificate.ReadEncodetData(der.data(), static_cast<unsigned>(der.size())), der.size());
         return certificate;
+    }
+
+    CNALCertContext ContextOf(const std::string& name) const {
+        return CNALCertContext(ReadCertificate(name).m_encodedCertificate);
     }
 
     nal_test::TempFolder m_folder;
@@ -188,6 +193,8 @@ TEST_P(OpenSslCertificates, FieldsAreWhatItPrints) {
         EXPECT_TRUE(Verifies(certificate, issuerKey)) << name;
         certificate.m_signedPart.GetData()[20] ^= 1;
         EXPECT_FALSE(Verifies(certificate, issuerKey)) << name;
+        EXPECT_TRUE(ContextOf(name).IsValidSignature(ContextOf("root"))) << name;
+        EXPECT_FALSE(ContextOf(name).IsValidSignature(ContextOf("leaf"))) << name;
     }
 
     const CNALCertInfo root = ReadCertificate("root").m_info;

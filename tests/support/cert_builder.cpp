@@ -135,7 +135,11 @@ IdentObj CertBuilder::Build() const {
             writer.Time(notAfter);
         });
         writer.Raw(NameDer(subject));
-        WriteKey(writer);
+        if (publicKeyInfo.IsEmpty()) {
+            WriteKey(writer);
+        } else {
+            writer.Raw(asnt::View(publicKeyInfo));
+        }
         WriteExtensions(writer, 3, all);
     });
     return Envelope(writer);

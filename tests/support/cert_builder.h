@@ -39,6 +39,7 @@ struct CertBuilder {
     std::optional<IdentObj> subjectKeyId = Filled(1);  // nothing: no extension
     std::optional<IdentObj> authorityKeyId;            // nothing: no extension
     std::vector<BuiltExtension> extensions;
+    IdentObj publicKeyInfo;                            // DER; empty: a key that nobody has
 
     IdentObj Build() const;
 };

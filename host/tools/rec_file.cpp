@@ -135,10 +135,11 @@ void CRecFile::Open() const {
 void CRecFile::MakeIfCutShort() const {
     struct stat info {};
     if (fstat(m_descriptor, &info) != 0 || info.st_size >= DataOffset()) return;
-    // Only a file that is the beginning of a new one is made; anything else that is short is somebody's.
+    // Only the beginning of a file of these sizes, which holds no record yet or any more, is made whole; anything else
+    // that is short is somebody's.
     const IdentObj prologue = MakePrologue();
     IdentObj found;
-    found.SetSize(static_cast<unsigned>(info.st_size));
+    found.SetSize(static_cast<unsigned>(std::min<off_t>(info.st_size, c_slotOffset)));
     ReadAt(m_descriptor, found.GetData(), found.GetSize(), 0, m_path);
     if (found != IdentObj(prologue.GetData(), found.GetSize())) return;
     WriteAt(m_descriptor, prologue.GetData(), prologue.GetSize(), 0, m_path);
@@ -409,5 +410,22 @@ bool CRecFile::ReplaceAll(const void* records, long count) {
         file.Write(prologue);
         file.Write(records, static_cast<std::size_t>(count) * static_cast<std::size_t>(m_recordSize));
         file.Commit();
+    });
+}
+
+bool CRecFile::Repair() {
+    return Report([&] {
+        CheckArguments(this, true);
+        const Lock lock(*this, LOCK_EX);
+        const Slot pending = ReadSlot();
+        if (pending.index != c_nothing) {
+            Place(pending);
+            ClearSlot();
+        }
+        const off_t end = OffsetOf(static_cast<unsigned>(PlacedRecords()));
+        struct stat info {};
+        if (fstat(m_descriptor, &info) != 0 || info.st_size <= end) return;
+        SetDescriptorLength(m_descriptor, end, m_path);
+        SyncDescriptor(m_descriptor, m_path);
     });
 }

@@ -6,6 +6,7 @@
 #include "nal/certificate.h"
 #include "nal/context.h"
 #include "nal/crl.h"
+#include "nal/dh_certs.h"
 #include "nal/errors.h"
 #include "nal/export.h"
 #include "nal/extensions.h"

@@ -52,6 +52,9 @@ public:
     bool PutHeader(const void* header);
     /// Replaces all records by `count` others, all or none; the header stays.
     bool ReplaceAll(const void* records, long count);
+    /// Finishes what a crash left unfinished and cuts off bytes at the end that are no whole record. Nothing depends on
+    /// it: other calls pass over both. @return success
+    bool Repair();
 
     /// @return the return code of the last record call
     int GetReturnCode() const noexcept { return m_returnCode; }

@@ -38,6 +38,7 @@ constexpr unsigned kVerifyCache = 8U << 20;
 //       20     4  page size, a power of two from 512 to 65536
 //       24     1  encryption, 0
 //       25     1  type, 9
+//       26     1  flags of all kinds of databases, 0: no checksums, no partitions in other files
 //       48     4  flags, 0: no duplicates, no record numbers, no databases inside
 constexpr std::size_t kMetaSize = 512;
 constexpr std::size_t kTypeOffset = 25;
@@ -81,7 +82,7 @@ int CheckPages(const std::string& path, std::string& finding) {
     if (!file.Read(0, meta.data(), meta.size())) return EUCLEAN;
     const std::uint32_t pageSize = WordAt(meta, 20);
     const bool isTree = WordAt(meta, 12) == 0x053162 && WordAt(meta, 16) == 9 && meta[24] == 0 && meta[kTypeOffset] == 9 &&
-                        WordAt(meta, 48) == 0;
+                        meta[26] == 0 && WordAt(meta, 48) == 0;
     if (!isTree || pageSize < 512 || pageSize > 65536 || (pageSize & (pageSize - 1)) != 0) return EUCLEAN;
     finding = "it is cut off";
     const off_t size = file.Size();

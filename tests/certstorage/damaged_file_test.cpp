@@ -112,7 +112,7 @@ TEST(DamagedStore, PagesOfOtherAccessMethodsAreRefused) {
             EXPECT_EQ(0, UseInChild(path));
         }
     }
-    for (const std::size_t offset : {12, 16, 20, 24, 48}) {
+    for (const std::size_t offset : {12, 16, 20, 24, 26, 48}) {
         SCOPED_TRACE(offset);
         nal_test::Bytes other = sound;
         other[offset] ^= 0x20;

@@ -107,8 +107,9 @@ unsigned int FirstRule(const BitsRule (&rules)[N], unsigned int bits, unsigned i
 }
 
 const char* MessageText(int id) {
-    const int index = id - kFirstMessage;
-    return id >= kFirstMessage && index < static_cast<int>(kMessages.size()) ? kMessages[index] : "";
+    if (id < kFirstMessage) return "";
+    const auto index = static_cast<std::size_t>(id - kFirstMessage);
+    return index < kMessages.size() ? kMessages[index] : "";
 }
 
 }  // namespace

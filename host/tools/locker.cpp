@@ -132,10 +132,18 @@ private:
 // The locks that threads of this process hold or wait for, by lock file.
 class LockRegistry {
 public:
+    // Never destroyed: objects with static lifetime may hold locks while the process ends.
     static LockRegistry& Instance() {
-        static LockRegistry registry;
+        static LockRegistry& registry = *std::make_unique<LockRegistry>().release();
         return registry;
     }
+
+    LockRegistry() {
+        pthread_atfork([] { Instance().m_mutex.lock(); }, [] { Instance().m_mutex.unlock(); },
+                       [] { Instance().StartAnewInChild(); });
+    }
+    LockRegistry(const LockRegistry&) = delete;
+    LockRegistry& operator=(const LockRegistry&) = delete;
 
     std::shared_ptr<LockState> Find(const CTOOString& file) {
         std::lock_guard lock(m_mutex);
@@ -154,11 +162,6 @@ public:
     }
 
 private:
-    LockRegistry() {
-        pthread_atfork([] { Instance().m_mutex.lock(); }, [] { Instance().m_mutex.unlock(); },
-                       [] { Instance().StartAnewInChild(); });
-    }
-
     void StartAnewInChild() {
         // The states may be in the middle of a change by threads that do not exist here, so they are put aside as
         // they are and never touched again.

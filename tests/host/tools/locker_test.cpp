@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <future>
 #include <list>
 #include <string>
@@ -166,6 +167,55 @@ TEST_F(Locker, AForkedChildHoldsNothingOfItsParent) {
     close(file);
     lock.reset();
     EXPECT_EQ(ChildEnd::success, child.Wait());
+}
+
+// Waits until a thread of this process sleeps, as one that waits for a lock does; not longer than it takes to read its
+// state some thousand times.
+void AwaitSleep(pid_t thread) {
+    for (int i = 0; i < 100000; ++i) {
+        std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+        std::string stat;
+        std::getline(file, stat);
+        const std::size_t name = stat.rfind(')');
+        if (name != std::string::npos && stat.compare(name, 3, ") S") == 0) return;
+    }
+}
+
+// Made before anything takes a lock, and so destroyed after everything that locks make.
+std::unique_ptr<IPC::CLocker> g_heldToTheEnd;
+
+TEST_F(Locker, ALockMayBeHeldUntilTheProcessHasEnded) {
+    EXPECT_EQ(ChildEnd::success, nal_test::RunInChild([] {
+                  g_heldToTheEnd = CreateWriteLockerDeprecated("name");
+                  std::exit(0);
+              }));
+    const auto lock = CreateWriteLockerDeprecated("name");
+}
+
+TEST_F(Locker, ALockFileThatIsReplacedMeanwhileIsTakenAnew) {
+    { const auto lock = CreateWriteLockerDeprecated("name"); }
+    const std::string path = m_folder.File("locks/name.lock");
+    const int removed = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(0, flock(removed, LOCK_EX));
+    std::promise<pid_t> started;
+    std::promise<void> entered;
+    std::promise<void> checked;
+    std::thread waiting([&] {
+        started.set_value(gettid());
+        const auto lock = CreateWriteLockerDeprecated("name");
+        entered.set_value();
+        checked.get_future().wait();
+    });
+    AwaitSleep(started.get_future().get());
+    std::filesystem::remove(path);
+    close(removed);
+    entered.get_future().wait();
+    // What others find under the name is locked.
+    const int present = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(-1, flock(present, LOCK_EX | LOCK_NB));
+    close(present);
+    checked.set_value();
+    waiting.join();
 }
 
 TEST_F(Locker, NamesOfAnyBytesAndLengthMakeFilesInTheLockFolder) {

@@ -52,6 +52,8 @@ bool ParseMode(const char* text, OpenMode& mode) {
         }
     }
     if (exclusive && !writes) return false;
+    // A reader has written nothing that could be waited for.
+    mode.commit = mode.commit && (writes || both);
     mode.creates = writes;
     mode.flags = both ? O_RDWR : writes ? O_WRONLY : O_RDONLY;
     if (writes) mode.flags |= exclusive ? O_CREAT | O_EXCL | O_NOFOLLOW : O_CREAT | O_TRUNC;
@@ -310,10 +312,11 @@ void CTOOWholeFile::Commit() {
         struct stat old {};
         if (lstat(m_target.c_str(), &old) == 0 && S_ISREG(old.st_mode)) {
             permissions = old.st_mode & 0777;
-            // Only a privileged process may give a file away; for any other the new file is its own.
+            // Only a privileged process may give a file away; for any other the new file is its own. Where not even the
+            // group can be kept, another group gets no more than everybody does.
             if (fchown(descriptor, old.st_uid, old.st_gid) != 0 &&
                 fchown(descriptor, static_cast<uid_t>(-1), old.st_gid) != 0) {
-                errno = 0;
+                permissions &= 0707 | (permissions & 07) << 3;
             }
         } else {
             permissions = c_ordinaryPermissions & ~CurrentUmask();

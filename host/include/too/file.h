@@ -107,7 +107,7 @@ private:
 /// left.
 ///
 /// The target gets the permissions (and, where the system lets us, owner and group) of the file that it replaces, or
-/// 0666 less the umask. A link of the target's name is replaced, not followed. Errors are those of CTOOFile and name
+/// 0666 less the umask. Where the group cannot be kept, the new one gets no more than everybody does. A link of the target's name is replaced, not followed. Errors are those of CTOOFile and name
 /// the target. One object is for one thread at a time.
 class NAL_HOST_EXPORT CTOOWholeFile {
 public:

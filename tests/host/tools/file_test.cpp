@@ -1,5 +1,6 @@
 #include "too/file.h"
 
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,6 +8,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "support/child.h"
 #include "support/temp_folder.h"
@@ -168,6 +170,18 @@ TEST(File, ADiskThatFillsIsReported) {
     }
 }
 
+TEST(File, OnlyAWriterWaitsForTheDisk) {
+    const TempFolder folder;
+    const std::string path = folder.File("f");
+    Store(path, "text");
+    for (const auto& [mode, syncs] : {std::pair("rbc", 0U), std::pair("rb+", 0U), std::pair("rbc+", 1U)}) {
+        CTOOFile file(path, mode);
+        too_testing::ResetSteps();
+        file.Close();
+        EXPECT_EQ(syncs, too_testing::GetStepCount()) << mode;
+    }
+}
+
 TEST(File, ExistsDeleteMoveCopy) {
     const TempFolder folder;
     const std::string a = folder.File("a");
@@ -260,6 +274,23 @@ TEST(WholeFile, RefusesATargetThatIsNoFileAndReplacesALink) {
 }
 
 // What a store does when its nth step fails, or its process dies there: the target holds the old or the new content.
+TEST(WholeFile, AGroupThatCannotBeKeptBringsNobodyIn) {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root to make a file of another group";
+    const TempFolder folder;
+    constexpr unsigned nobody = 65534;
+    const std::string path = folder.File("f");
+    Store(path, "old");
+    ASSERT_EQ(0, chmod(folder.Path().c_str(), 0777));
+    ASSERT_EQ(0, chmod(path.c_str(), 0664));
+    ASSERT_EQ(0, chown(path.c_str(), nobody, 0));
+    EXPECT_EQ(ChildEnd::success, nal_test::RunInChild([&] {
+                  if (setgroups(0, nullptr) != 0 || setgid(nobody) != 0 || setuid(nobody) != 0) _exit(1);
+                  CTOOWholeFile::Store(path, "new", 3);
+              }));
+    EXPECT_EQ("new", Load(path));
+    EXPECT_EQ(0644U, PermissionsOf(path));
+}
+
 TEST(WholeFile, IsOldOrNewWhereverItStops) {
     const std::string oldText(3000, 'o');
     const std::string newText(5000, 'n');

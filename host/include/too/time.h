@@ -32,7 +32,7 @@ NAL_HOST_EXPORT BOOL SystemTimeToFileTime(const SYSTEMTIME* from, FILETIME* to);
 /// Zero stands for "no time".
 class CTOOFileTime : public FILETIME {
 public:
-    CTOOFileTime() : FILETIME{0, 0} {}
+    CTOOFileTime() : CTOOFileTime(std::uint64_t{0}) {}
     CTOOFileTime(const FILETIME& time) : FILETIME(time) {}
     explicit CTOOFileTime(std::uint64_t ticks) : FILETIME{0, 0} {
         dwLowDateTime = static_cast<DWORD>(ticks);

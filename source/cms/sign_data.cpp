@@ -1,0 +1,345 @@
+#include "nal/signed_data.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "cms/file_content.h"
+#include "cms/sign_data_reader.h"
+#include "frame/failure.h"
+#include "too/status.h"
+
+namespace {
+
+constexpr char c_attachContext[] = "CNALSignData::AttachData";
+constexpr char c_detachContext[] = "CNALSignData::DetachData";
+constexpr char c_writeContext[] = "CNALSignData::WriteObject";
+constexpr char c_writeFileContext[] = "CNALSignData::WriteData";
+
+// Large enough that calls of the system do not show, small enough that a host does not notice it.
+constexpr std::size_t c_copyChunk = 256 * 1024;
+
+IdentObj TextOf(const char* oid) {
+    return {oid, static_cast<unsigned>(std::char_traits<char>::length(oid))};
+}
+
+std::string_view OidOf(const IdentObj& text) {
+    return {reinterpret_cast<const char*>(text.GetData()), text.GetSize()};
+}
+
+void SetContentIsData(CNALSignData& message) {
+    message.eContentType = CASNTIdData(c_NAL_OID_DATA);
+}
+
+/// What is written as eContent: bytes of the message or a file region, or nothing.
+class OutgoingContent {
+public:
+    OutgoingContent(const CNALSignData& message, const char* context) : m_memory(message.eContent) {
+        if (message.dataSource.IsFile()) m_file = std::make_unique<nal::FileContent>(message.dataSource, context);
+    }
+
+    bool IsThere() const { return m_file || !m_memory.empty(); }
+    nal::FileContent* File() const { return m_file.get(); }
+
+    void Declare(asnt::Writer& writer) const {
+        if (!IsThere()) return;
+        writer.Context(0, [&] {
+            if (m_file) {
+                writer.ExternalPrimitive(asnt::tag::OctetString, m_file->Size());
+            } else {
+                writer.OctetString(m_memory);
+            }
+        });
+    }
+
+private:
+    asnt::View m_memory;
+    std::unique_ptr<nal::FileContent> m_file;
+};
+
+void WriteElements(asnt::Writer& writer, const std::list<IdentObj>& elements) {
+    for (const IdentObj& element : elements) {
+        asnt::Header header;
+        if (asnt::ParseHeader(element, asnt::Rules::Der, header) != asnt::HeaderState::Read ||
+            header.size + header.contentSize != element.GetSize()) {
+            throw XTOOStatus(TOO_E_ENCODE);
+        }
+        writer.Raw(element);
+    }
+}
+
+template <class Content>
+void Declare(const CNALSignData& message, asnt::Writer& writer, Content&& content) {
+    writer.Sequence([&] {
+        writer.Oid(OidOf(message.contentType));
+        writer.Context(0, [&] {
+            writer.Sequence([&] {
+                writer.Integer(message.version);
+                writer.Set([&] {
+                    for (const CNALAlgorithmIdentifier& algorithm : message.digestAlgorithms) algorithm.WriteData(writer);
+                });
+                writer.Sequence([&] {
+                    writer.Oid(OidOf(message.eContentType.m_algorithm));
+                    content();
+                });
+                if (!message.certificates.empty()) {
+                    writer.Context(0, [&] { WriteElements(writer, message.certificates); });
+                }
+                if (!message.crls.empty()) writer.Context(1, [&] { WriteElements(writer, message.crls); });
+                writer.Set([&] { WriteElements(writer, message.signerInfos); });
+            });
+        });
+    });
+}
+
+/// Declares the whole message and knows its size, which is in bounds. Writes nothing.
+class OutgoingMessage {
+public:
+    OutgoingMessage(const CNALSignData& message, const char* context) : m_content(message, context) {
+        // First without the content: what fails here cannot be encoded, and what fails with it is too large.
+        try {
+            asnt::Writer trial;
+            Declare(message, trial, [] {});
+        } catch (const XTOOStatus&) {
+            throw XTOOStatus(TOO_E_ENCODE, context);
+        }
+        try {
+            Declare(message, m_writer, [this] { m_content.Declare(m_writer); });
+        } catch (const XTOOStatus&) {
+            throw XTOOStatus(TOO_E_TOO_LARGE, context);
+        }
+        if (m_writer.Size() > c_NAL_MAX_MESSAGE_SIZE) throw XTOOStatus(TOO_E_TOO_LARGE, context);
+    }
+
+    unsigned Size() const { return static_cast<unsigned>(m_writer.Size()); }
+    nal::FileContent* File() const { return m_content.File(); }
+
+    IdentObj Encode() {
+        if (File() == nullptr) return m_writer.Finish();
+        IdentObj der;
+        der.SetSize(Size());
+        IdentObj before;
+        IdentObj after;
+        m_writer.FinishParts(before, after);
+        unsigned char* out = std::copy_n(before.GetData(), before.GetSize(), der.GetData());
+        File()->CopyTo(out);
+        std::copy_n(after.GetData(), after.GetSize(), out + File()->Size());
+        return der;
+    }
+
+    void Write(CTOOFile& file) {
+        if (File() == nullptr) {
+            file.Write(m_writer.Finish());
+            return;
+        }
+        IdentObj before;
+        IdentObj after;
+        m_writer.FinishParts(before, after);
+        file.Write(before);
+        File()->ForEachChunk(c_copyChunk, [&](asnt::View chunk) { file.Write(chunk.data, chunk.size); });
+        file.Write(after);
+    }
+
+private:
+    OutgoingContent m_content;
+    asnt::Writer m_writer;
+};
+
+bool IsSameFile(const CTOOFile& a, const CTOOFile& b) {
+    struct stat first {};
+    struct stat second {};
+    return fstat(a.GetDescriptor(), &first) == 0 && fstat(b.GetDescriptor(), &second) == 0 &&
+           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+/// Cuts a file back to its length before, unless what was written is complete.
+class Undo {
+public:
+    explicit Undo(CTOOFile& file) : m_file(file), m_length(file.Length()) {}
+    Undo(const Undo&) = delete;
+    Undo& operator=(const Undo&) = delete;
+    ~Undo() {
+        if (m_done) return;
+        try {
+            if (m_file.Length() > m_length) m_file.SetLength(m_length);
+        } catch (const XTOOStatus&) {
+            // The failure that led here is on its way to the caller already.
+        }
+    }
+    void Done() { m_done = true; }
+
+private:
+    CTOOFile& m_file;
+    std::uint64_t m_length;
+    bool m_done = false;
+};
+
+/// Runs `action`, and reports what it throws.
+template <class Action>
+bool Report(int* err, Action&& action) {
+    nal::Outcome outcome;
+    try {
+        action();
+    } catch (const XTOOStatus& status) {
+        outcome.Fail(status);
+    }
+    return outcome.Finish(err) != FALSE;
+}
+
+void StoreOpenEnd(CNALSignData& message, const nal::FileContent* content) {
+    if (content != nullptr) message.dataSource.end = content->End();
+}
+
+}  // namespace
+
+void CNALContentSource::Assign(const WhatToSignStruct& what) {
+    // Taken before anything changes: `what` may be this object.
+    const bool isFile = (what.flags & c_NAL_CONTENT_IN_FILE) != 0 && what.data != nullptr;
+    CTOOString path(isFile ? static_cast<const char*>(what.data) : nullptr);
+    static_cast<WhatToSignStruct&>(*this) = what;
+    m_path = std::move(path);
+    if (isFile) data = m_path.c_str();
+}
+
+CNALSignData::CNALSignData() : contentType(TextOf(c_NAL_OID_SIGNED_DATA)) {
+    SetContentIsData(*this);
+}
+
+int CNALSignData::AttachData(const WhatToSignStruct& what, int* err) {
+    return Report(err, [&] {
+        const bool inFile = (what.flags & c_NAL_CONTENT_IN_FILE) != 0;
+        if (what.data == nullptr && (inFile || what.start != what.end)) {
+            throw XTOOStatus(TOO_E_BAD_ARGUMENT, c_attachContext);
+        }
+        if (inFile) {
+            const CNALContentSource source = what;
+            if (!CTOOFile::Exists(source.GetPath())) throw XTOOStatus(TOO_E_FILE_NOT_FOUND, source.GetPath());
+            dataSource = source;
+            eContent.Clear();
+        } else {
+            if (what.end < what.start) throw XTOOStatus(TOO_E_RANGE, c_attachContext);
+            // The bytes may be this message's own.
+            IdentObj bytes;
+            if (what.end != what.start) {
+                bytes.SetData(static_cast<const unsigned char*>(what.data) + what.start, what.end - what.start);
+            }
+            dataSource = WhatToSignStruct();
+            eContent = std::move(bytes);
+        }
+        m_detached.reset();
+        SetContentIsData(*this);
+    });
+}
+
+int CNALSignData::DetachData(WhatToSignStruct& what, int* err) {
+    return Report(err, [&] {
+        const bool toFile = (what.flags & c_NAL_CONTENT_IN_FILE) != 0;
+        if (toFile && what.data == nullptr) throw XTOOStatus(TOO_E_BAD_ARGUMENT, c_detachContext);
+        if (!IsAttached()) throw XTOOStatus(TOO_E_NOT_INITIALIZED, c_detachContext);
+
+        std::unique_ptr<nal::FileContent> source;
+        if (dataSource.IsFile()) source = std::make_unique<nal::FileContent>(dataSource, c_detachContext);
+        const DWORD size = source ? static_cast<DWORD>(source->Size()) : eContent.GetSize();
+        auto detached = std::make_shared<IdentObj>();
+        if (toFile) {
+            CTOOWholeFile target(CTOOString(static_cast<const char*>(what.data)));
+            if (source) {
+                source->ForEachChunk(c_copyChunk, [&](asnt::View chunk) { target.Write(chunk.data, chunk.size); });
+            } else {
+                target.Write(eContent);
+            }
+            target.Commit();
+        } else if (source) {
+            detached->SetSize(size);
+            source->CopyTo(detached->GetData());
+        } else {
+            *detached = std::move(eContent);
+        }
+        m_detached = std::move(detached);
+        if (!toFile) what.data = m_detached->GetData();
+        what.start = 0;
+        what.end = size;
+        what.flags &= ~c_NAL_CONTENT_IN_PIECES;
+        eContent.Clear();
+        dataSource = WhatToSignStruct();
+    });
+}
+
+IdentObj CNALSignData::WriteObject(int* err) {
+    IdentObj der;
+    Report(err, [&] {
+        OutgoingMessage message(*this, c_writeContext);
+        der = message.Encode();
+        StoreOpenEnd(*this, message.File());
+    });
+    return der;
+}
+
+int CNALSignData::WriteObject(CTOOFile& file, unsigned int /*flags*/) {
+    OutgoingMessage message(*this, c_writeFileContext);
+    if (message.File() != nullptr && IsSameFile(message.File()->File(), file)) {
+        throw XTOOStatus(TOO_E_BAD_ARGUMENT, c_writeFileContext);
+    }
+    Undo undo(file);
+    message.Write(file);
+    undo.Done();
+    StoreOpenEnd(*this, message.File());
+    return TRUE;
+}
+
+int CNALSignData::ReadObject(const unsigned char* data, unsigned int len, int* err) {
+    // Kept until the end: `data` may be bytes of this message.
+    const CNALSignData previous = std::exchange(*this, CNALSignData());
+    return Report(err, [&] { *this = nal::ReadSignData({data, data != nullptr ? len : 0}); });
+}
+
+int CNALSignData::ReadObject(const CTOOFile& file, unsigned int offset, int* err) {
+    *this = CNALSignData();
+    return Report(err, [&] { *this = nal::ReadSignData(file, offset); });
+}
+
+void CNALSignData::FillEntry(const CASNTUnit& unit) {
+    *this = CNALSignData();
+    *this = nal::ReadSignData(unit.GetWhole());
+}
+
+void CNALSignData::ReadObject_AlgList(const IdentObj& element) {
+    nal::ReadDigestAlgorithms(element, *this);
+}
+
+void CNALSignData::ReadObject_EncapsContentInfo(const IdentObj& element) {
+    nal::ReadEncapContentInfo(element, *this);
+}
+
+void CNALSignData::ReadObject_CertificateSet(const IdentObj& element) {
+    nal::ReadCertificates(element, *this);
+}
+
+void CNALSignData::ReadObject_CRLList(const IdentObj& element) {
+    nal::ReadCrls(element, *this);
+}
+
+unsigned int CNALSignData::GetDataSize() const {
+    constexpr std::uint64_t fixedPart = 12;
+    constexpr std::uint64_t listHeader = 4;
+    std::uint64_t size = fixedPart + eContentType.WriteID().GetSize();
+    for (const CNALAlgorithmIdentifier& algorithm : digestAlgorithms) size += algorithm.GetObjectSize();
+    for (const auto* list : {&certificates, &crls, &signerInfos}) {
+        size += listHeader;
+        for (const IdentObj& element : *list) size += element.GetSize();
+    }
+    return static_cast<unsigned>(std::min<std::uint64_t>(size, std::numeric_limits<unsigned>::max()));
+}
+
+unsigned int CNALSignData::GetObjectSize() const {
+    return OutgoingMessage(*this, c_writeContext).Size();
+}
+
+std::list<IdentObj> CNALSignData::GetSigersInfo(int* err) const {
+    nal::Outcome().Finish(err);
+    return signerInfos;
+}

@@ -14,6 +14,7 @@
 #include "nal/name_codec.h"
 #include "nal/pkcs10.h"
 #include "nal/progress.h"
+#include "nal/signed_data.h"
 #include "nal/signed_envelope.h"
 #include "nal/wide_string.h"
 #include "nal/wincrypt.h"

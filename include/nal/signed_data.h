@@ -66,7 +66,7 @@ class NAL_EXPORT CNALContentSource : public WhatToSignStruct {
 public:
     CNALContentSource() = default;
     CNALContentSource(const WhatToSignStruct& what) { Assign(what); }  // NOLINT(google-explicit-constructor)
-    CNALContentSource(const CNALContentSource& other) { Assign(other); }
+    CNALContentSource(const CNALContentSource& other) : WhatToSignStruct(other) { Assign(other); }
     CNALContentSource& operator=(const CNALContentSource& other) {
         Assign(other);
         return *this;

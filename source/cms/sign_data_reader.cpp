@@ -35,6 +35,9 @@ public:
     /// @param budget  how many bytes beside the content may be loaded
     SignDataReader(ByteSource& source, CNALSignData& message, std::uint64_t budget)
         : m_source(source), m_message(message), m_budget(budget) {}
+    SignDataReader(const SignDataReader&) = delete;
+    SignDataReader& operator=(const SignDataReader&) = delete;
+    virtual ~SignDataReader() = default;
 
     BerCursor CursorAt(std::uint64_t start) const { return {m_source, start, m_source.Size(), c_readContext}; }
 
@@ -79,9 +82,6 @@ public:
 
     void ReadCertificates(BerCursor& body) { ReadElements(body, asnt::tag::Context(0), m_message.certificates); }
     void ReadCrls(BerCursor& body) { ReadElements(body, asnt::tag::Context(1), m_message.crls); }
-
-protected:
-    ~SignDataReader() = default;
 
 private:
     // Anything may be handed over as a signed message, so what does not even begin as one is told from a damaged one.

@@ -15,6 +15,7 @@
 #include "nal/pkcs10.h"
 #include "nal/progress.h"
 #include "nal/signed_data.h"
+#include "nal/request_files.h"
 #include "nal/signed_envelope.h"
 #include "nal/wide_string.h"
 #include "nal/wincrypt.h"

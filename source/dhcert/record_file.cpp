@@ -11,7 +11,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <filesystem>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -20,11 +19,10 @@
 #include <vector>
 
 #include "dhcert/send_record.h"
+#include "frame/full_path.h"
 #include "frame/log.h"
 #include "nal/dh_certs.h"
-#include "too/file.h"
 #include "too/locker.h"
-#include "too/path.h"
 #include "too/status.h"
 
 namespace {
@@ -37,16 +35,6 @@ constexpr std::size_t c_mostNameLength = 4095;
 long RequireRecordSize(long recordSize) {
     if (recordSize != CNALSendCertRecord::c_size) throw XTOOStatus(TOO_E_BAD_ARGUMENT, "CNALRecFileDHCert");
     return recordSize;
-}
-
-// The same for every way to write the path, unless its last part is a link.
-CTOOString LockNameOf(const CTOOString& path) {
-    CTOOString folder;
-    CTOOString name;
-    if (!storedev::ParseFullPath(path, folder, name)) folder = ".";
-    std::error_code error;
-    const std::filesystem::path full = std::filesystem::canonical(folder.str(), error);
-    return CNALRecFileDHCert::FormLockName(error ? path.c_str() : storedev::MakeFullPath(full.string(), name).c_str());
 }
 
 const char* OperationName(int op) {
@@ -136,7 +124,7 @@ private:
 
 CNALRecFileDHCert::CNALRecFileDHCert(const char* path, unsigned char mode, long recordSize)
     : CRecFile(path, mode, RequireRecordSize(recordSize), c_headerSize),
-      m_lockName(LockNameOf(GetPath())),
+      m_lockName(FormLockName(nal::FullPath(GetPath()).c_str())),
       m_isOpenedToCreate(mode == c_create) {
     ReadHeader();
     if (!m_created.IsZero() || !m_isOpenedToCreate) return;

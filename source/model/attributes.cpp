@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "asnt/oid.h"
+#include "model/encoding.h"
 #include "too/status.h"
 
 namespace {
@@ -32,12 +33,12 @@ asnt::View TypeOf(const CNALAttributesSet& attribute) {
 
 CNALAttributesSet::CNALAttributesSet(const CTOOString& oid, const IdentObj& value) {
     if (!asnt::IsWellFormed(value)) throw XTOOStatus(TOO_E_ENCODE, "CNALAttributesSet");
-    asnt::Writer writer;
-    writer.Sequence([&] {
-        writer.Oid(oid);
-        writer.Set([&] { writer.Raw(value); });
+    m_encoded = nal::Encoded([&](asnt::Writer& writer) {
+        writer.Sequence([&] {
+            writer.Oid(oid);
+            writer.Set([&] { writer.Raw(value); });
+        });
     });
-    m_encoded = writer.Finish();
 }
 
 CTOOString CNALAttributesSet::GetOID() const { return m_encoded.IsEmpty() ? CTOOString() : Body().Oid(); }
@@ -55,9 +56,7 @@ asnt::Reader CNALAttributesSet::ValueReader() const {
 }
 
 std::size_t CNALAttributesSet::GetValueCount() const {
-    std::size_t count = 0;
-    for (asnt::Reader values = ValueReader(); !values.AtEnd(); values.Skip()) ++count;
-    return count;
+    return nal::CountElements(ValueReader());
 }
 
 std::vector<asnt::View> CNALAttributesSet::GetValues() const {
@@ -77,15 +76,15 @@ bool CNALAttributesSet::GetSingleValue(asnt::View& value) const {
 
 void CNALAttributesSet::AddValue(const IdentObj& value) {
     if (m_encoded.IsEmpty() || !asnt::IsWellFormed(value)) throw XTOOStatus(TOO_E_ENCODE, "CNALAttributesSet");
-    asnt::Writer writer;
-    writer.Sequence([&] {
-        writer.Raw(Body().Next().whole);
-        writer.Set([&] {
-            writer.Raw(ValueReader().Rest());
-            writer.Raw(value);
+    m_encoded = nal::Encoded([&](asnt::Writer& writer) {
+        writer.Sequence([&] {
+            writer.Raw(Body().Next().whole);
+            writer.Set([&] {
+                writer.Raw(ValueReader().Rest());
+                writer.Raw(value);
+            });
         });
     });
-    m_encoded = writer.Finish();
 }
 
 void CNALAttributesSet::Adopt(const asnt::Element& attribute, const char* context) {
@@ -97,10 +96,7 @@ void CNALAttributesSet::Adopt(const asnt::Element& attribute, const char* contex
 }
 
 unsigned CNALAttributesSet::ReadData(const void* data, unsigned size) {
-    if (data == nullptr || size == 0) return 0;
-    const asnt::Element attribute = asnt::Reader({data, size}, c_setContext).Next();
-    Adopt(attribute, c_setContext);
-    return static_cast<unsigned>(attribute.whole.size);
+    return nal::ReadStart(data, size, c_setContext, [&](asnt::Reader& reader) { Adopt(reader.Next(), c_setContext); });
 }
 
 std::size_t CNALAttributesList::Remove(const char* oid) {
@@ -128,21 +124,16 @@ bool CNALAttributesList::GetSingleValue(const char* oid, asnt::View& value) cons
 }
 
 unsigned CNALAttributesList::ReadData(const void* data, unsigned size) {
-    if (data == nullptr || size == 0) return 0;
-    asnt::Reader outer({data, size}, c_listContext);
-    const asnt::Element list = outer.Next();
-    if (list.tag != asnt::tag::Set && list.tag != asnt::tag::Context(list.tag.number)) outer.Fail();
+    return nal::ReadStart(data, size, c_listContext, [&](asnt::Reader& outer) {
+        const asnt::Element list = outer.Next();
+        if (list.tag != asnt::tag::Set && list.tag != asnt::tag::Context(list.tag.number)) outer.Fail();
+        asnt::Reader items = outer.Inside(list);
+        std::vector<CNALAttributesSet> read(nal::CountElements(items));
+        for (auto& item : read) item.Adopt(items.Next(), c_listContext);
 
-    // Counted first: a hostile list of millions then takes the memory of its items and not that of a growing vector as well.
-    asnt::Reader items = outer.Inside(list);
-    std::size_t count = 0;
-    for (asnt::Reader counter = items; !counter.AtEnd(); counter.Skip()) ++count;
-    std::vector<CNALAttributesSet> read(count);
-    for (auto& item : read) item.Adopt(items.Next(), c_listContext);
-
-    m_items = std::move(read);
-    SetTag(list.tag.number, list.tag.IsUniversal());
-    return static_cast<unsigned>(list.whole.size);
+        m_items = std::move(read);
+        SetTag(list.tag.number, list.tag.IsUniversal());
+    });
 }
 
 asnt::Tag CNALAttributesList::Tag() const {
@@ -156,9 +147,7 @@ void CNALAttributesList::WriteData(asnt::Writer& writer) const {
 }
 
 IdentObj CNALAttributesList::WriteData() const {
-    asnt::Writer writer;
-    WriteData(writer);
-    return writer.Finish();
+    return nal::Encoded([&](asnt::Writer& writer) { WriteData(writer); });
 }
 
 IdentObj CNALAttributesList::WriteSorted() const {
@@ -178,7 +167,5 @@ IdentObj CNALAttributesList::WriteSorted() const {
 }
 
 unsigned CNALAttributesList::GetObjectSize() const {
-    asnt::Writer writer;
-    WriteData(writer);
-    return static_cast<unsigned>(writer.Size());
+    return nal::EncodedSize([&](asnt::Writer& writer) { WriteData(writer); });
 }

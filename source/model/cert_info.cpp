@@ -1,6 +1,7 @@
 #include <utility>
 
 #include "asnt/time.h"
+#include "model/bit_string.h"
 #include "model/cert_info_decoder.h"
 #include "model/integer_order.h"
 #include "nal/certificate.h"
@@ -12,14 +13,10 @@ IdentObj ToBytes(const CRYPTOAPI_BLOB& blob) {
     return asnt::View(blob.pbData, blob.cbData).Copy();
 }
 
-CTOOCryptBitBlob ToBitBlob(const CRYPT_BIT_BLOB& bits) {
-    return CTOOCryptBitBlob(asnt::View(bits.pbData, bits.cbData).Copy(), bits.cUnusedBits);
-}
-
-CTOOCryptBitBlob ToBitBlob(asnt::View content) {
+CTOOCryptBitBlob DecodeUniqueId(asnt::View content) {
     asnt::BitString bits;
     if (!asnt::DecodeBitString(content, bits)) asnt::ThrowBadStructure("");
-    return CTOOCryptBitBlob(bits.bytes.Copy(), bits.unusedBits);
+    return nal::ToBitBlob(bits);
 }
 
 FILETIME ToTime(const asnt::Element& element) {
@@ -60,8 +57,8 @@ void DecodeTbs(const TbsFields& fields, CNALCertInfo& info) {
     read.m_notAfter = ToTime(fields.notAfter);
     read.m_subject = fields.subject.Copy();
     read.m_publicKeyInfo.ReadData(fields.publicKeyInfo.data, static_cast<unsigned>(fields.publicKeyInfo.size));
-    if (!fields.issuerUniqueId.empty()) read.m_issuerUniqueId = ToBitBlob(fields.issuerUniqueId);
-    if (!fields.subjectUniqueId.empty()) read.m_subjectUniqueId = ToBitBlob(fields.subjectUniqueId);
+    if (!fields.issuerUniqueId.empty()) read.m_issuerUniqueId = DecodeUniqueId(fields.issuerUniqueId);
+    if (!fields.subjectUniqueId.empty()) read.m_subjectUniqueId = DecodeUniqueId(fields.subjectUniqueId);
     read.m_extensions.ReadData(fields.extensions.data, static_cast<unsigned>(fields.extensions.size));
 
     read.m_state = info.m_state;
@@ -95,8 +92,8 @@ CNALCertInfo& CNALCertInfo::operator=(const CERT_INFO& info) {
     read.m_notAfter = info.NotAfter;
     read.m_subject = ToBytes(info.Subject);
     read.m_publicKeyInfo = info.SubjectPublicKeyInfo;
-    read.m_issuerUniqueId = ToBitBlob(info.IssuerUniqueId);
-    read.m_subjectUniqueId = ToBitBlob(info.SubjectUniqueId);
+    read.m_issuerUniqueId = nal::ToBitBlob(info.IssuerUniqueId);
+    read.m_subjectUniqueId = nal::ToBitBlob(info.SubjectUniqueId);
     for (DWORD i = 0; i < info.cExtension; ++i) read.m_extensions.Add(CNALCertExtension(info.rgExtension[i]));
     read.m_friendlyName = std::move(m_friendlyName);
     read.m_privateKeyType = m_privateKeyType;

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "model/crl_entries.h"
+#include "model/encoding.h"
 #include "model/integer_order.h"
 #include "model/signature_fields.h"
 #include "too/status.h"
@@ -45,11 +46,10 @@ CNAL_CRL_Entry ToEntry(const CNAL_CRL_EntryView& view) {
 }  // namespace
 
 unsigned CNAL_CRL_Entry::ReadData(const void* data, unsigned size) {
-    if (data == nullptr || size == 0) return 0;
-    const asnt::Element entry = asnt::Reader({data, size}, c_entryContext).Next(asnt::tag::Sequence);
-    const nal::CrlEntries one(nullptr, entry.whole, c_entryContext);
-    *this = ToEntry(one.Get(0));
-    return static_cast<unsigned>(entry.whole.size);
+    return nal::ReadStart(data, size, c_entryContext, [&](asnt::Reader& reader) {
+        const nal::CrlEntries one(nullptr, reader.Next(asnt::tag::Sequence).whole, c_entryContext);
+        *this = ToEntry(one.Get(0));
+    });
 }
 
 void CNAL_CRL_Entry::WriteData(asnt::Writer& writer) const {
@@ -61,15 +61,11 @@ void CNAL_CRL_Entry::WriteData(asnt::Writer& writer) const {
 }
 
 IdentObj CNAL_CRL_Entry::WriteData() const {
-    asnt::Writer writer;
-    WriteData(writer);
-    return writer.Finish();
+    return nal::Encoded([&](asnt::Writer& writer) { WriteData(writer); });
 }
 
 unsigned CNAL_CRL_Entry::GetObjectSize() const {
-    asnt::Writer writer;
-    WriteData(writer);
-    return static_cast<unsigned>(writer.Size());
+    return nal::EncodedSize([&](asnt::Writer& writer) { WriteData(writer); });
 }
 
 void CNAL_CRL_Info::Read(const std::shared_ptr<const IdentObj>& encoded, asnt::View tbs) {
@@ -99,28 +95,27 @@ void CNAL_CRL_Info::Read(const std::shared_ptr<const IdentObj>& encoded, asnt::V
 }
 
 unsigned CNAL_CRL_Info::ReadData(const void* data, unsigned size) {
-    if (data == nullptr || size == 0) return 0;
-    const asnt::Element tbs = asnt::Reader({data, size}, c_infoContext).Next(asnt::tag::Sequence);
-    const auto encoded = std::make_shared<const IdentObj>(tbs.whole.Copy());
-    Read(encoded, *encoded);
-    return encoded->GetSize();
+    return nal::ReadStart(data, size, c_infoContext, [&](asnt::Reader& reader) {
+        const auto encoded = std::make_shared<const IdentObj>(reader.Next(asnt::tag::Sequence).whole.Copy());
+        Read(encoded, *encoded);
+    });
 }
 
 IdentObj CNAL_CRL_Info::WriteData() const {
     if (m_issuer.IsEmpty() || m_signatureAlgorithm.m_algorithm.IsEmpty() || IsZero(m_thisUpdate)) {
         throw XTOOStatus(TOO_E_NOT_INITIALIZED, "CNAL_CRL_Info");
     }
-    asnt::Writer writer;
-    writer.Sequence([&] {
-        writer.Unsigned(c_version2);
-        m_signatureAlgorithm.WriteData(writer);
-        writer.Raw(m_issuer);
-        writer.Time(m_thisUpdate);
-        if (!IsZero(m_nextUpdate)) writer.Time(m_nextUpdate);
-        if (GetEntryCount() != 0) writer.Sequence([&] { writer.Raw(m_entries->Bytes()); });
-        if (!m_extensions.empty()) writer.Context(0, [&] { m_extensions.WriteData(writer); });
+    return nal::Encoded([&](asnt::Writer& writer) {
+        writer.Sequence([&] {
+            writer.Unsigned(c_version2);
+            m_signatureAlgorithm.WriteData(writer);
+            writer.Raw(m_issuer);
+            writer.Time(m_thisUpdate);
+            if (!IsZero(m_nextUpdate)) writer.Time(m_nextUpdate);
+            if (GetEntryCount() != 0) writer.Sequence([&] { writer.Raw(m_entries->Bytes()); });
+            if (!m_extensions.empty()) writer.Context(0, [&] { m_extensions.WriteData(writer); });
+        });
     });
-    return writer.Finish();
 }
 
 unsigned CNAL_CRL_Info::GetObjectSize() const { return WriteData().GetSize(); }
@@ -160,17 +155,16 @@ IdentObj CNAL_CRL_Info::GetSerial() const {
 }
 
 unsigned CNAL_CRL_List::ReadData(const void* data, unsigned size) {
-    if (data == nullptr || size == 0) return 0;
-    const asnt::Element whole = asnt::Reader({data, size}, c_listContext).Next(asnt::tag::Sequence);
-    CNAL_CRL_List read;
-    read.m_encoded = std::make_shared<const IdentObj>(whole.whole.Copy());
-    asnt::Reader fields = asnt::Reader(*read.m_encoded, c_listContext).Enter(asnt::tag::Sequence);
-    read.m_signedPart = fields.Next(asnt::tag::Sequence).whole;
-    nal::ReadSignatureFields(fields, read.m_signatureAlgorithm, read.m_signature);
-    // Last, because this is what takes time: a list that is damaged behind its entries is refused without it.
-    read.m_info.Read(read.m_encoded, read.m_signedPart);
-    *this = std::move(read);
-    return m_encoded->GetSize();
+    return nal::ReadStart(data, size, c_listContext, [&](asnt::Reader& reader) {
+        CNAL_CRL_List read;
+        read.m_encoded = std::make_shared<const IdentObj>(reader.Next(asnt::tag::Sequence).whole.Copy());
+        asnt::Reader fields = asnt::Reader(*read.m_encoded, c_listContext).Enter(asnt::tag::Sequence);
+        read.m_signedPart = fields.Next(asnt::tag::Sequence).whole;
+        nal::ReadSignatureFields(fields, read.m_signatureAlgorithm, read.m_signature);
+        // Last, because this is what takes time: a list that is damaged behind its entries is refused without it.
+        read.m_info.Read(read.m_encoded, read.m_signedPart);
+        *this = std::move(read);
+    });
 }
 
 CNAL_CRL_Key NALCheckCRLKey(const CNAL_CRL_Info& crl) {

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "model/bit_string.h"
+#include "model/encoding.h"
 #include "model/integer_order.h"
 #include "nal/extensions.h"
 
@@ -71,9 +73,7 @@ std::vector<CNALGeneralName> ReadIssuer(asnt::Reader issuer, bool& isName) {
     } else {
         asnt::View sets = issuer.Rest();
         while (!issuer.AtEnd()) issuer.Next(asnt::tag::Set);
-        asnt::Writer writer;
-        writer.Sequence([&] { writer.Raw(sets); });
-        name = writer.Finish();
+        name = nal::Encoded([&](asnt::Writer& writer) { writer.Sequence([&] { writer.Raw(sets); }); });
     }
     std::vector<CNALGeneralName> read;
     read.emplace_back(CNALGeneralName::DirectoryName, std::move(name));
@@ -156,7 +156,7 @@ void CNALCRLDistributionPoints::Decode(asnt::Reader& reader) {
         if (point.m_hasReasons) {
             asnt::BitString bits;
             if (!asnt::DecodeBitString(reasons.content, bits)) fields.Fail();
-            point.m_reasons = CTOOCryptBitBlob(bits.bytes.Copy(), bits.unusedBits);
+            point.m_reasons = nal::ToBitBlob(bits);
         }
         asnt::Reader issuer;
         if (fields.OptionalEnter(asnt::tag::Context(2), issuer)) point.m_crlIssuer = ReadNames(issuer);

@@ -3,15 +3,12 @@
 #include <utility>
 
 #include "asnt/time.h"
+#include "model/bit_string.h"
 #include "model/integer_order.h"
 #include "nal/extensions.h"
 #include "too/status.h"
 
 namespace {
-
-CTOOCryptBitBlob ToBitBlob(const asnt::BitString& bits) {
-    return CTOOCryptBitBlob(bits.bytes.Copy(), bits.unusedBits);
-}
 
 void WriteBits(asnt::Writer& writer, const CTOOCryptBitBlob& bits) {
     writer.BitString(bits.m_data, bits.m_unusedBits);
@@ -73,7 +70,7 @@ void CNALBasicConstraints::Encode(asnt::Writer& writer) const {
 void CNALOldBasicConstraints::Decode(asnt::Reader& reader) {
     asnt::Reader fields = reader.Enter(asnt::tag::Sequence);
     CNALOldBasicConstraints read;
-    read.m_subjectType = ToBitBlob(fields.Bits());
+    read.m_subjectType = nal::ToBitBlob(fields.Bits());
     read.m_hasPathLength = ReadPathLength(fields, read.m_pathLength);
     asnt::Reader subtrees;
     if (fields.OptionalEnter(asnt::tag::Context(0), subtrees)) {
@@ -108,7 +105,7 @@ unsigned CNALKeyUsage::GetFlags() const {
 }
 
 void CNALKeyUsage::Decode(asnt::Reader& reader) {
-    m_bits = ToBitBlob(reader.Bits());
+    m_bits = nal::ToBitBlob(reader.Bits());
 }
 
 void CNALKeyUsage::Encode(asnt::Writer& writer) const {

@@ -1,8 +1,10 @@
 #include "nal/extensions.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
+#include "model/encoding.h"
 #include "too/status.h"
 
 namespace {
@@ -31,10 +33,9 @@ CNALCertExtension::CNALCertExtension(const CERT_EXTENSION& extension)
       m_value(asnt::View(extension.Value.pbData, extension.Value.cbData).Copy()) {}
 
 unsigned CNALCertExtension::ReadData(const void* data, unsigned size) {
-    if (data == nullptr || size == 0) return 0;
-    asnt::Reader reader({data, size}, c_context);
-    *this = DecodeExtension(reader.Enter(asnt::tag::Sequence));
-    return size - static_cast<unsigned>(reader.Rest().size);
+    return nal::ReadStart(data, size, c_context, [&](asnt::Reader& reader) {
+        *this = DecodeExtension(reader.Enter(asnt::tag::Sequence));
+    });
 }
 
 void CNALCertExtension::WriteData(asnt::Writer& writer) const {
@@ -46,15 +47,11 @@ void CNALCertExtension::WriteData(asnt::Writer& writer) const {
 }
 
 IdentObj CNALCertExtension::WriteData() const {
-    asnt::Writer writer;
-    WriteData(writer);
-    return writer.Finish();
+    return nal::Encoded([&](asnt::Writer& writer) { WriteData(writer); });
 }
 
 unsigned CNALCertExtension::GetObjectSize() const {
-    asnt::Writer writer;
-    WriteData(writer);
-    return static_cast<unsigned>(writer.Size());
+    return nal::EncodedSize([&](asnt::Writer& writer) { WriteData(writer); });
 }
 
 const CNALCertExtension* CNALCertExtensionList::FindExtension(const char* oid) const {
@@ -80,23 +77,18 @@ void CNALCertExtensionList::Replace(CNALCertExtension extension) {
 }
 
 unsigned CNALCertExtensionList::ReadData(const void* data, unsigned size) {
-    if (data == nullptr || size == 0) return 0;
-    asnt::Reader reader({data, size}, c_context);
-    asnt::Reader items = reader.Enter(asnt::tag::Sequence);
+    return nal::ReadStart(data, size, c_context, [&](asnt::Reader& reader) {
+        asnt::Reader items = reader.Enter(asnt::tag::Sequence);
+        std::vector<CNALCertExtension> read;
+        read.reserve(nal::CountElements(items));
+        while (!items.AtEnd()) read.push_back(DecodeExtension(items.Enter(asnt::tag::Sequence)));
 
-    // Counted first: a hostile list of millions then takes the memory of its items and not that of a growing vector as well.
-    std::size_t count = 0;
-    for (asnt::Reader counter = items; !counter.AtEnd(); counter.Skip()) ++count;
-    std::vector<CNALCertExtension> read;
-    read.reserve(m_items.size() + count);
-    while (!items.AtEnd()) read.push_back(DecodeExtension(items.Enter(asnt::tag::Sequence)));
-
-    if (m_items.empty()) {
-        m_items = std::move(read);
-    } else {
-        m_items.insert(m_items.end(), std::make_move_iterator(read.begin()), std::make_move_iterator(read.end()));
-    }
-    return size - static_cast<unsigned>(reader.Rest().size);
+        if (m_items.empty()) {
+            m_items = std::move(read);
+        } else {
+            m_items.insert(m_items.end(), std::make_move_iterator(read.begin()), std::make_move_iterator(read.end()));
+        }
+    });
 }
 
 void CNALCertExtensionList::WriteData(asnt::Writer& writer) const {
@@ -106,15 +98,11 @@ void CNALCertExtensionList::WriteData(asnt::Writer& writer) const {
 }
 
 IdentObj CNALCertExtensionList::WriteData() const {
-    asnt::Writer writer;
-    WriteData(writer);
-    return writer.Finish();
+    return nal::Encoded([&](asnt::Writer& writer) { WriteData(writer); });
 }
 
 unsigned CNALCertExtensionList::GetObjectSize() const {
-    asnt::Writer writer;
-    WriteData(writer);
-    return static_cast<unsigned>(writer.Size());
+    return nal::EncodedSize([&](asnt::Writer& writer) { WriteData(writer); });
 }
 
 bool CNALCertExtensionList::operator<(const CNALCertExtensionList& other) const {
@@ -123,10 +111,7 @@ bool CNALCertExtensionList::operator<(const CNALCertExtensionList& other) const 
 }
 
 unsigned CNALExtensionValue::ReadData(const void* data, unsigned size) {
-    if (data == nullptr || size == 0) return 0;
-    asnt::Reader reader({data, size}, Name());
-    Decode(reader);
-    return size - static_cast<unsigned>(reader.Rest().size);
+    return nal::ReadStart(data, size, Name(), [&](asnt::Reader& reader) { Decode(reader); });
 }
 
 void CNALExtensionValue::Read(const CNALCertExtension& extension) {
@@ -155,9 +140,7 @@ bool CNALExtensionValue::ReadFrom(const CNALCertExtensionList& list, const char*
 }
 
 IdentObj CNALExtensionValue::WriteData() const {
-    asnt::Writer writer;
-    Encode(writer);
-    return writer.Finish();
+    return nal::Encoded([&](asnt::Writer& writer) { Encode(writer); });
 }
 
 CNALCertExtension CNALExtensionValue::ToExtension(const char* oid, bool critical) const {
@@ -165,7 +148,5 @@ CNALCertExtension CNALExtensionValue::ToExtension(const char* oid, bool critical
 }
 
 unsigned CNALExtensionValue::GetObjectSize() const {
-    asnt::Writer writer;
-    Encode(writer);
-    return static_cast<unsigned>(writer.Size());
+    return nal::EncodedSize([&](asnt::Writer& writer) { Encode(writer); });
 }

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "model/encoding.h"
 #include "model/integer_order.h"
 #include "model/signature_fields.h"
 #include "too/status.h"
@@ -17,65 +18,62 @@ constexpr unsigned char c_emptySequence[] = {0x30, 0x00};
 }  // namespace
 
 unsigned CNALSecondSignature::ReadData(const void* data, unsigned size) {
-    if (data == nullptr || size == 0) return 0;
-    CNALSecondSignature read;
-    asnt::Reader outer({data, size}, c_secondContext);
-    asnt::Reader fields = outer.Enter(asnt::tag::Sequence);
-    asnt::Reader signer = fields.Enter(asnt::tag::Sequence);
-    read.m_issuer = signer.Next(asnt::tag::Sequence).whole.Copy();
-    read.m_serialNumber = nal::Reversed(signer.Integer());
-    signer.ExpectEnd();
-    read.m_keyIdentifier = fields.Octets().Copy();
-    nal::ReadSignatureFields(fields, read.m_algorithm, read.m_signature);
-    *this = std::move(read);
-    return size - static_cast<unsigned>(outer.Rest().size);
+    return nal::ReadStart(data, size, c_secondContext, [&](asnt::Reader& outer) {
+        CNALSecondSignature read;
+        asnt::Reader fields = outer.Enter(asnt::tag::Sequence);
+        asnt::Reader signer = fields.Enter(asnt::tag::Sequence);
+        read.m_issuer = signer.Next(asnt::tag::Sequence).whole.Copy();
+        read.m_serialNumber = nal::Reversed(signer.Integer());
+        signer.ExpectEnd();
+        read.m_keyIdentifier = fields.Octets().Copy();
+        nal::ReadSignatureFields(fields, read.m_algorithm, read.m_signature);
+        *this = std::move(read);
+    });
 }
 
 IdentObj CNALSecondSignature::WriteData() const {
-    asnt::Writer writer;
-    writer.Sequence([&] {
+    return nal::Encoded([&](asnt::Writer& writer) {
         writer.Sequence([&] {
-            writer.Raw(m_issuer);
-            writer.IntegerReversed(m_serialNumber);
+            writer.Sequence([&] {
+                writer.Raw(m_issuer);
+                writer.IntegerReversed(m_serialNumber);
+            });
+            writer.OctetString(m_keyIdentifier);
+            nal::WriteSignatureFields(writer, m_algorithm, m_signature);
         });
-        writer.OctetString(m_keyIdentifier);
-        m_algorithm.WriteData(writer);
-        writer.BitString(m_signature.m_data, m_signature.m_unusedBits);
     });
-    return writer.Finish();
 }
 
 unsigned CNALSecondSignature::GetObjectSize() const { return WriteData().GetSize(); }
 
 unsigned CNALPKCS10Data::ReadData(const void* data, unsigned size) {
-    if (data == nullptr || size == 0) return 0;
-    CNALPKCS10Data read;
-    asnt::Reader outer({data, size}, c_dataContext);
-    asnt::Reader fields = outer.Enter(asnt::tag::Sequence);
-    if (fields.Unsigned() != 0) fields.Fail();
-    read.m_subject = fields.Next(asnt::tag::Sequence).whole.Copy();
-    read.m_publicKey.ReadData(fields);
-    // The standard wants the field even when it is empty; some programs leave it out.
-    asnt::Element attributes;
-    if (fields.Optional(asnt::tag::Context(0), attributes)) {
-        read.m_attributes.ReadData(attributes.whole.data, static_cast<unsigned>(attributes.whole.size));
-    }
-    fields.ExpectEnd();
-    *this = std::move(read);
-    return size - static_cast<unsigned>(outer.Rest().size);
+    return nal::ReadStart(data, size, c_dataContext, [&](asnt::Reader& outer) {
+        CNALPKCS10Data read;
+        asnt::Reader fields = outer.Enter(asnt::tag::Sequence);
+        if (fields.Unsigned() != 0) fields.Fail();
+        read.m_subject = fields.Next(asnt::tag::Sequence).whole.Copy();
+        read.m_publicKey.ReadData(fields);
+        // The standard wants the field even when it is empty; some programs leave it out.
+        asnt::Element attributes;
+        if (fields.Optional(asnt::tag::Context(0), attributes)) {
+            read.m_attributes.ReadData(attributes.whole.data, static_cast<unsigned>(attributes.whole.size));
+        }
+        fields.ExpectEnd();
+        *this = std::move(read);
+    });
 }
 
 IdentObj CNALPKCS10Data::WriteData() const {
-    asnt::Writer writer;
     CNALAttributesList attributes = m_attributes;
     attributes.SetTag(0, false);
-    writer.Sequence([&] {
-        writer.Unsigned(0);
-        writer.Raw(m_subject.IsEmpty() ? asnt::View(c_emptySequence, sizeof c_emptySequence) : asnt::View(m_subject));
-        m_publicKey.WriteData(writer);
-        attributes.WriteData(writer);
+    return nal::Encoded([&](asnt::Writer& writer) {
+        writer.Sequence([&] {
+            writer.Unsigned(0);
+            writer.Raw(m_subject.IsEmpty() ? asnt::View(c_emptySequence, sizeof c_emptySequence) : asnt::View(m_subject));
+            m_publicKey.WriteData(writer);
+            attributes.WriteData(writer);
+        });
     });
-    return writer.Finish();
 }
 
 unsigned CNALPKCS10Data::GetObjectSize() const { return WriteData().GetSize(); }

@@ -1,5 +1,7 @@
 #include <algorithm>
 
+#include "model/bit_string.h"
+#include "model/encoding.h"
 #include "model/file_element.h"
 #include "nal/algorithm.h"
 #include "too/file.h"
@@ -8,10 +10,6 @@
 namespace {
 
 constexpr unsigned c_keyIdSize = 20;
-
-CTOOCryptBitBlob ToBitBlob(const CRYPT_BIT_BLOB& bits) {
-    return CTOOCryptBitBlob(asnt::View(bits.pbData, bits.cbData).Copy(), bits.cUnusedBits);
-}
 
 // Keys of the GOST family stand in the BIT STRING as an OCTET STRING. A header of two or three bytes is taken off once; anything
 // else is the key as it stands.
@@ -32,7 +30,7 @@ void AppendWord(IdentObj& out, DWORD value) {
 }  // namespace
 
 CNALCertPublicKeyInfo::CNALCertPublicKeyInfo(const CERT_PUBLIC_KEY_INFO& info)
-    : m_algorithm(info.Algorithm), m_publicKey(ToBitBlob(info.PublicKey)) {}
+    : m_algorithm(info.Algorithm), m_publicKey(nal::ToBitBlob(info.PublicKey)) {}
 
 CNALCertPublicKeyInfo& CNALCertPublicKeyInfo::operator=(const CERT_PUBLIC_KEY_INFO& info) {
     return *this = CNALCertPublicKeyInfo(info);
@@ -71,10 +69,7 @@ unsigned CNALCertPublicKeyInfo::GetKeyLength() const {
 }
 
 unsigned CNALCertPublicKeyInfo::ReadData(const void* data, unsigned size) {
-    if (data == nullptr || size == 0) return 0;
-    asnt::Reader reader({data, size}, "CNALCertPublicKeyInfo::ReadData");
-    ReadData(reader);
-    return size - static_cast<unsigned>(reader.Rest().size);
+    return nal::ReadStart(data, size, "CNALCertPublicKeyInfo::ReadData", [&](asnt::Reader& reader) { ReadData(reader); });
 }
 
 unsigned CNALCertPublicKeyInfo::ReadData(const CTOOFile& file) {
@@ -88,7 +83,7 @@ void CNALCertPublicKeyInfo::ReadData(asnt::Reader& reader) {
     algorithm.ReadData(fields);
     const asnt::BitString key = fields.Bits();
     fields.ExpectEnd();
-    m_publicKey = CTOOCryptBitBlob(key.bytes.Copy(), key.unusedBits);
+    m_publicKey = nal::ToBitBlob(key);
     m_algorithm = std::move(algorithm);
 }
 
@@ -101,9 +96,7 @@ void CNALCertPublicKeyInfo::WriteData(asnt::Writer& writer) const {
 }
 
 IdentObj CNALCertPublicKeyInfo::WriteData() const {
-    asnt::Writer writer;
-    WriteData(writer);
-    return writer.Finish();
+    return nal::Encoded([&](asnt::Writer& writer) { WriteData(writer); });
 }
 
 unsigned CNALCertPublicKeyInfo::WriteData(CTOOFile& file) const {
@@ -113,9 +106,7 @@ unsigned CNALCertPublicKeyInfo::WriteData(CTOOFile& file) const {
 }
 
 unsigned CNALCertPublicKeyInfo::GetObjectSize() const {
-    asnt::Writer writer;
-    WriteData(writer);
-    return static_cast<unsigned>(writer.Size());
+    return nal::EncodedSize([&](asnt::Writer& writer) { WriteData(writer); });
 }
 
 IdentObj NALConvertPublicKeyInfo(const CNALCertPublicKeyInfo& info) {

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "frame/failure.h"
+#include "model/encoding.h"
 #include "model/signature_fields.h"
 #include "too/status.h"
 
@@ -41,13 +42,12 @@ IdentObj CNALSignedData::WriteData(int* err) const {
         outcome.Fail(TOO_E_NOT_INITIALIZED, c_writeContext);
     } else {
         try {
-            asnt::Writer writer;
-            writer.Sequence([&] {
-                writer.Raw(m_data);
-                m_algorithm.WriteData(writer);
-                writer.BitString(m_signature.m_data, m_signature.m_unusedBits);
+            der = nal::Encoded([&](asnt::Writer& writer) {
+                writer.Sequence([&] {
+                    writer.Raw(m_data);
+                    nal::WriteSignatureFields(writer, m_algorithm, m_signature);
+                });
             });
-            der = writer.Finish();
         } catch (const XTOOStatus& status) {
             outcome.Fail(status.GetCode(), c_writeContext);
         }

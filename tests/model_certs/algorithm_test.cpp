@@ -6,6 +6,7 @@
 
 #include "nal/algorithm.h"
 #include "support/certificate_parts.h"
+#include "support/hex.h"
 #include "support/status_of.h"
 #include "support/temp_folder.h"
 #include "too/file.h"
@@ -13,15 +14,11 @@
 namespace {
 
 using nal_test::Der;
+using nal_test::FromHexText;
 using nal_test::StatusOf;
 
 IdentObj FromText(const char* text) {
     return {text, static_cast<unsigned>(std::string(text).size())};
-}
-
-IdentObj FromHexText(const std::string& hex) {
-    const nal_test::Bytes bytes = nal_test::FromHex(hex);
-    return {bytes.data(), static_cast<unsigned>(bytes.size())};
 }
 
 std::vector<std::string> Texts(const std::list<CTOOString>& list) {
@@ -144,9 +141,7 @@ TEST(PublicKey, RefusesWhatIsNone) {
     // One item, three items, no bit string, a bit string without its first octet, nine unused bits.
     for (const char* damaged : {"3008300606042a850302", "300c300606042a850302030100 0500", "300b300606042a850302040100",
                                 "300a300606042a8503020300", "300c300606042a85030203020900"}) {
-        std::string hex(damaged);
-        hex.erase(std::remove(hex.begin(), hex.end(), ' '), hex.end());
-        const IdentObj bytes = FromHexText(hex);
+        const IdentObj bytes = FromHexText(damaged);
         EXPECT_EQ(StatusOf([&] { key.ReadData(bytes.GetData(), bytes.GetSize()); }), TOO_E_BAD_STRUCTURE) << damaged;
     }
     EXPECT_EQ(key, before);

@@ -20,12 +20,8 @@ namespace {
 
 using nal_test::CertificateParts;
 using nal_test::Der;
+using nal_test::FromHexText;
 using nal_test::StatusOf;
-
-IdentObj FromHexText(const std::string& hex) {
-    const nal_test::Bytes bytes = nal_test::FromHex(hex);
-    return {bytes.data(), static_cast<unsigned>(bytes.size())};
-}
 
 CNALX509Certificate Decoded(const IdentObj& der) {
     CNALX509Certificate certificate;

@@ -16,12 +16,8 @@
 namespace {
 
 using nal_test::Der;
+using nal_test::FromHexText;
 using nal_test::StatusOf;
-
-IdentObj FromHexText(const std::string& hex) {
-    const nal_test::Bytes bytes = nal_test::FromHex(hex);
-    return {bytes.data(), static_cast<unsigned>(bytes.size())};
-}
 
 // The Name CN=CA, in hexadecimal.
 const std::string c_name = "300d310b300906035504030c024341";
@@ -61,12 +57,6 @@ const Sample c_samples[] = {
                                       "301f 300406022a03 301706022a04301130 0f06082b060105050702011603637073"),
 };
 
-IdentObj BytesOf(const Sample& sample) {
-    std::string hex = sample.hex;
-    std::erase(hex, ' ');
-    return FromHexText(hex);
-}
-
 template <class Value>
 Value Decoded(const std::string& hex) {
     Value value;
@@ -79,7 +69,7 @@ Value Decoded(const std::string& hex) {
 TEST(ExtensionValues, RoundTrip) {
     for (const auto& sample : c_samples) {
         SCOPED_TRACE(sample.type);
-        const IdentObj der = BytesOf(sample);
+        const IdentObj der = FromHexText(sample.hex);
         auto value = sample.make();
         EXPECT_EQ(value->ReadData(der.GetData(), der.GetSize()), der.GetSize());
         EXPECT_EQ(value->WriteData(), der);
@@ -93,7 +83,7 @@ TEST(ExtensionValues, RoundTrip) {
 TEST(ExtensionValues, WhatIsNotTheirsIsRefused) {
     for (const auto& sample : c_samples) {
         SCOPED_TRACE(sample.type);
-        const IdentObj der = BytesOf(sample);
+        const IdentObj der = FromHexText(sample.hex);
         auto value = sample.make();
         value->ReadData(der.GetData(), der.GetSize());
         auto refuses = [&](const IdentObj& bytes) { return !value->TryRead(CNALCertExtension("1.2.3", false, bytes)); };
@@ -104,7 +94,7 @@ TEST(ExtensionValues, WhatIsNotTheirsIsRefused) {
         EXPECT_TRUE(refuses(longer));
         for (const auto& other : c_samples) {
             if (typeid(*other.make()) == typeid(*value)) continue;
-            EXPECT_TRUE(refuses(BytesOf(other))) << other.type;
+            EXPECT_TRUE(refuses(FromHexText(other.hex))) << other.type;
         }
         EXPECT_EQ(value->WriteData(), der);
         EXPECT_EQ(StatusOf([&] { value->Read(CNALCertExtension("1.2.3", false, longer)); }), TOO_E_BAD_STRUCTURE);

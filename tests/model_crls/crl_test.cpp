@@ -10,7 +10,7 @@
 
 namespace {
 
-using nal_test::Hex;
+using nal_test::FromHexText;
 using nal_test::kAlgorithm;
 using nal_test::kLater;
 using nal_test::kName;
@@ -31,10 +31,10 @@ const IdentObj& FullCrl() {
         asnt::Writer entry;
         entry.Sequence([&] {
             entry.Unsigned(0x0A1B2C);
-            entry.Raw(Hex("18 0F 32303235303130313132303030305A"));  // 2025-01-01 12:00:00
+            entry.Raw(FromHexText("18 0F 32303235303130313132303030305A"));  // 2025-01-01 12:00:00
             entry.Sequence([&] { entry.Raw(reason); });
         });
-        return MakeCrl({Hex("020101"), Hex(kAlgorithm), Hex(kName), Hex(kUpdate), Hex(kLater),
+        return MakeCrl({FromHexText("020101"), FromHexText(kAlgorithm), FromHexText(kName), FromHexText(kUpdate), FromHexText(kLater),
                         Wrap(asnt::tag::Sequence, {MakeEntry("00FF"), entry.Finish()}),
                         Wrap(asnt::tag::Context(0), {Wrap(asnt::tag::Sequence, {MakeExtension("2.5.29.20", "02021001")})})});
     }();
@@ -59,16 +59,16 @@ TEST(Crl, GivesEveryFieldAndTheBytesThatWereRead) {
     const CNAL_CRL_Info& info = crl.m_info;
     EXPECT_EQ(info.m_version, 1u);
     EXPECT_EQ(info.m_signatureAlgorithm.GetID(), "1.2.643.2.2.3");
-    EXPECT_EQ(static_cast<const IdentObj&>(info.m_issuer), Hex(kName));
+    EXPECT_EQ(static_cast<const IdentObj&>(info.m_issuer), FromHexText(kName));
     EXPECT_EQ(Ticks(info.m_nextUpdate) - Ticks(info.m_thisUpdate), 30ull * 86400 * 10000000);
-    EXPECT_EQ(crl.m_signature.m_data, Hex("ABCD"));
-    EXPECT_EQ(info.GetSerial(), Hex("0110 0000 0000 0000 0000 0000 0000 0000"));
+    EXPECT_EQ(crl.m_signature.m_data, FromHexText("ABCD"));
+    EXPECT_EQ(info.GetSerial(), FromHexText("0110 0000 0000 0000 0000 0000 0000 0000"));
 
     ASSERT_EQ(info.GetEntryCount(), 2u);
-    EXPECT_EQ(info.GetEntry(0).m_serialNumber, Hex("FF00"));
+    EXPECT_EQ(info.GetEntry(0).m_serialNumber, FromHexText("FF00"));
     EXPECT_EQ(info.GetEntry(0).m_revocationDate.dwLowDateTime, info.m_thisUpdate.dwLowDateTime);
     const CNAL_CRL_Entry second = info.GetEntry(1);
-    EXPECT_EQ(second.m_serialNumber, Hex("2C1B0A"));
+    EXPECT_EQ(second.m_serialNumber, FromHexText("2C1B0A"));
     CNALReasonCode reason;
     ASSERT_TRUE(reason.ReadFrom(second.m_extensions, c_NAL_OID_REASON_CODE));
     EXPECT_EQ(reason.m_reason, 1u);
@@ -84,11 +84,11 @@ TEST(Crl, GivesEveryFieldAndTheBytesThatWereRead) {
 }
 
 TEST(Crl, AcceptsAndRefusesShapes) {
-    const IdentObj v2 = Hex("020101");
-    const IdentObj algorithm = Hex(kAlgorithm);
-    const IdentObj name = Hex(kName);
-    const IdentObj now = Hex(kUpdate);
-    const IdentObj later = Hex(kLater);
+    const IdentObj v2 = FromHexText("020101");
+    const IdentObj algorithm = FromHexText(kAlgorithm);
+    const IdentObj name = FromHexText(kName);
+    const IdentObj now = FromHexText(kUpdate);
+    const IdentObj later = FromHexText(kLater);
     const IdentObj number = MakeExtension("2.5.29.20", "020105");
     const auto extensions = [](const std::vector<IdentObj>& items) {
         return Wrap(asnt::tag::Context(0), {Wrap(asnt::tag::Sequence, items)});
@@ -102,29 +102,33 @@ TEST(Crl, AcceptsAndRefusesShapes) {
         {"version 1", {algorithm, name, now, later, entries({MakeEntry("01")})}, true},
         {"no next update", {v2, algorithm, name, now, extensions({number})}, true},
         {"an empty list of entries", {v2, algorithm, name, now, later, entries({})}, true},
-        {"an unknown version", {Hex("020102"), algorithm, name, now, later}, false},
-        {"an endless version", {Hex("0209 010000000000000000"), algorithm, name, now, later}, false},
+        {"an unknown version", {FromHexText("020102"), algorithm, name, now, later}, false},
+        {"an endless version", {FromHexText("0209 010000000000000000"), algorithm, name, now, later}, false},
         {"no issuer", {v2, algorithm, now, later}, false},
         {"no algorithm", {v2, name, now, later}, false},
         {"no time", {v2, algorithm, name}, false},
-        {"a time that is none", {v2, algorithm, name, Hex("17 0D 3236313333323130303030305A"), later}, false},
+        {"a time that is none", {v2, algorithm, name, FromHexText("17 0D 3236313333323130303030305A"), later}, false},
         {"a third time", {v2, algorithm, name, now, later, later}, false},
-        {"a bare number among the entries", {v2, algorithm, name, now, later, entries({Hex("020101")})}, false},
-        {"an entry without a date", {v2, algorithm, name, now, later, entries({Hex("3003 020101")})}, false},
-        {"an entry with an empty serial", {v2, algorithm, name, now, later, entries({Wrap(asnt::tag::Sequence, {Hex("0200"), now})})}, false},
+        {"a bare number among the entries", {v2, algorithm, name, now, later, entries({FromHexText("020101")})}, false},
+        {"an entry without a date", {v2, algorithm, name, now, later, entries({FromHexText("3003 020101")})}, false},
+        {"an entry with an empty serial",
+         {v2, algorithm, name, now, later, entries({Wrap(asnt::tag::Sequence, {FromHexText("0200"), now})})},
+         false},
         {"an entry with something behind",
-         {v2, algorithm, name, now, later, entries({Wrap(asnt::tag::Sequence, {Hex("020101"), now, Hex("3000"), Hex("0500")})})},
+         {v2, algorithm, name, now, later,
+          entries({Wrap(asnt::tag::Sequence, {FromHexText("020101"), now, FromHexText("3000"), FromHexText("0500")})})},
          false},
         {"an entry with damaged extensions",
-         {v2, algorithm, name, now, later, entries({Wrap(asnt::tag::Sequence, {Hex("020101"), now, Hex("3004 30020500")})})},
+         {v2, algorithm, name, now, later,
+          entries({Wrap(asnt::tag::Sequence, {FromHexText("020101"), now, FromHexText("3004 30020500")})})},
          false},
         {"an entry with an extension of no OID",
          {v2, algorithm, name, now, later,
-          entries({Wrap(asnt::tag::Sequence, {Hex("020101"), now, Hex("300A 3008 0603 551DE3 0401 00")})})},
+          entries({Wrap(asnt::tag::Sequence, {FromHexText("020101"), now, FromHexText("300A 3008 0603 551DE3 0401 00")})})},
          false},
         {"an entry with a critical flag that is none",
          {v2, algorithm, name, now, later,
-          entries({Wrap(asnt::tag::Sequence, {Hex("020101"), now, Hex("300C 300A 0602 2A03 0101 01 0401 00")})})},
+          entries({Wrap(asnt::tag::Sequence, {FromHexText("020101"), now, FromHexText("300C 300A 0602 2A03 0101 01 0401 00")})})},
          false},
         {"extensions twice", {v2, algorithm, name, now, later, extensions({number}), extensions({number})}, false},
         {"extensions in no list", {v2, algorithm, name, now, later, Wrap(asnt::tag::Context(0), {number, number})}, false},
@@ -164,7 +168,7 @@ TEST(Crl, ClaimedSizesCostNoMemory) {
         {"no length", "3080 020101 0000"},
     };
     for (const auto& c : cases) {
-        const IdentObj der = Hex(c.der);
+        const IdentObj der = FromHexText(c.der);
         EXPECT_EQ(StatusOf([&] { Read(der); }), TOO_E_BAD_STRUCTURE) << c.what;
     }
 }
@@ -176,9 +180,9 @@ TEST(CrlLookup, FindsTheFirstEntryOfASerial) {
         const char* serial;  // least significant first
         std::size_t index;
     } cases[] = {{"05", 0}, {"0001", 1}, {"01FF", 3}, {"FF00", 4}, {"0500", npos}, {"0100", npos}, {"FF", npos}, {"", npos}};
-    for (const auto& c : cases) EXPECT_EQ(crl.m_info.FindEntry(Hex(c.serial)), c.index) << c.serial;
-    EXPECT_EQ(crl.m_info.FindEntryByOctets(Hex("0100")), 1u);
-    EXPECT_EQ(CNAL_CRL_Info().FindEntry(Hex("05")), npos);
+    for (const auto& c : cases) EXPECT_EQ(crl.m_info.FindEntry(FromHexText(c.serial)), c.index) << c.serial;
+    EXPECT_EQ(crl.m_info.FindEntryByOctets(FromHexText("0100")), 1u);
+    EXPECT_EQ(CNAL_CRL_Info().FindEntry(FromHexText("05")), npos);
 }
 
 TEST(CrlLookup, AgreesWithAScanWhateverTheSerials) {
@@ -220,17 +224,17 @@ TEST(CrlLookup, AgreesWithAScanWhateverTheSerials) {
 TEST(CrlLookup, SeesAddedEntriesAndCopiesDoNot) {
     const CNAL_CRL_List crl = Read(FullCrl());
     CNAL_CRL_Info changed = crl.m_info;
-    EXPECT_EQ(changed.FindEntry(Hex("07")), npos);
+    EXPECT_EQ(changed.FindEntry(FromHexText("07")), npos);
     CNAL_CRL_Entry entry;
-    entry.m_serialNumber = Hex("07");
+    entry.m_serialNumber = FromHexText("07");
     entry.m_revocationDate = crl.m_info.m_thisUpdate;
     changed.AddEntry(entry);
     CNAL_CRL_Info copy = changed;
-    entry.m_serialNumber = Hex("08");
+    entry.m_serialNumber = FromHexText("08");
     changed.AddEntry(entry);
-    EXPECT_EQ(changed.FindEntry(Hex("07")), 2u);
-    EXPECT_EQ(changed.FindEntry(Hex("08")), 3u);
-    EXPECT_EQ(copy.FindEntry(Hex("08")), npos);
+    EXPECT_EQ(changed.FindEntry(FromHexText("07")), 2u);
+    EXPECT_EQ(changed.FindEntry(FromHexText("08")), 3u);
+    EXPECT_EQ(copy.FindEntry(FromHexText("08")), npos);
     EXPECT_EQ(copy.GetEntryCount(), 3u);
     EXPECT_EQ(crl.m_info.GetEntryCount(), 2u);
 }
@@ -290,11 +294,11 @@ TEST(CrlKey, ComesFromNumberAndIssuer) {
         const CNAL_CRL_List crl = ReadCrl({}, extensions);
         EXPECT_EQ(StatusOf([&] { NALCheckCRLKey(crl.m_info); }), c.status) << c.what;
         if (c.serial != nullptr) {
-            EXPECT_EQ(crl.m_info.GetSerial(), Hex(c.serial)) << c.what;
+            EXPECT_EQ(crl.m_info.GetSerial(), FromHexText(c.serial)) << c.what;
         }
         if (c.status != TOO_OK) continue;
-        EXPECT_EQ(NALCheckCRLKey(crl.m_info).m_crlSerial, Hex(c.serial)) << c.what;
-        EXPECT_EQ(NALCheckCRLKey(crl.m_info).m_issuerID, Hex("000102030405060708090A0B0C0D0E0F10111213")) << c.what;
+        EXPECT_EQ(NALCheckCRLKey(crl.m_info).m_crlSerial, FromHexText(c.serial)) << c.what;
+        EXPECT_EQ(NALCheckCRLKey(crl.m_info).m_issuerID, FromHexText("000102030405060708090A0B0C0D0E0F10111213")) << c.what;
     }
 }
 

@@ -1,4 +1,4 @@
-// What the tests of CRLs, attributes and requests share: bytes from hexadecimal text, CRLs of any shape, refusals.
+// What the tests of CRLs, attributes and requests share: CRLs of any shape, refusals.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,13 +13,6 @@
 #include "too/status.h"
 
 namespace nal_test {
-
-/// Bytes from pairs of hexadecimal digits; blanks may stand anywhere.
-inline IdentObj Hex(std::string digits) {
-    std::erase(digits, ' ');
-    const Bytes bytes = FromHex(digits);
-    return {bytes.data(), static_cast<unsigned>(bytes.size())};
-}
 
 /// Reads every shorter beginning of `der` with `read`, each from memory of its own size, so that a sanitizer sees a step
 /// too far. @return how many were not refused with 206
@@ -46,8 +39,8 @@ inline IdentObj MakeCrl(const std::vector<IdentObj>& signedParts) {
         writer.Sequence([&] {
             for (const IdentObj& part : signedParts) writer.Raw(part);
         });
-        writer.Raw(Hex(kAlgorithm));
-        writer.Raw(Hex(kSignature));
+        writer.Raw(FromHexText(kAlgorithm));
+        writer.Raw(FromHexText(kSignature));
     });
     return writer.Finish();
 }
@@ -61,23 +54,24 @@ inline IdentObj Wrap(asnt::Tag tag, const std::vector<IdentObj>& parts) {
 }
 
 inline IdentObj MakeEntry(const std::string& serialOctets) {
-    const IdentObj serial = Hex(serialOctets);
+    const IdentObj serial = FromHexText(serialOctets);
     asnt::Writer writer;
     writer.Sequence([&] {
         writer.IntegerOctets(serial);
-        writer.Raw(Hex(kUpdate));
+        writer.Raw(FromHexText(kUpdate));
     });
     return writer.Finish();
 }
 
 /// An extension whose value is this DER.
 inline IdentObj MakeExtension(const char* oid, const std::string& value) {
-    return CNALCertExtension(oid, false, Hex(value)).WriteData();
+    return CNALCertExtension(oid, false, FromHexText(value)).WriteData();
 }
 
 /// A version 2 CRL with these entries and extensions.
 inline CNAL_CRL_List ReadCrl(const std::vector<IdentObj>& entries, const std::vector<IdentObj>& extensions) {
-    std::vector<IdentObj> parts = {Hex("020101"), Hex(kAlgorithm), Hex(kName), Hex(kUpdate), Hex(kLater)};
+    std::vector<IdentObj> parts;
+    for (const char* part : {"020101", kAlgorithm, kName, kUpdate, kLater}) parts.push_back(FromHexText(part));
     if (!entries.empty()) parts.push_back(Wrap(asnt::tag::Sequence, entries));
     if (!extensions.empty()) parts.push_back(Wrap(asnt::tag::Context(0), {Wrap(asnt::tag::Sequence, extensions)}));
     const IdentObj der = MakeCrl(parts);

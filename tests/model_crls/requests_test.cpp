@@ -7,7 +7,7 @@
 
 namespace {
 
-using nal_test::Hex;
+using nal_test::FromHexText;
 using nal_test::kAlgorithm;
 using nal_test::kName;
 using nal_test::kSignature;
@@ -21,7 +21,7 @@ constexpr char kExtensionRequest[] = "301D 0609 2A864886F70D01090E 3110 300E 300
 IdentObj MakeContent(const std::vector<std::string>& parts) {
     std::vector<IdentObj> elements;
     elements.reserve(parts.size());
-    for (const std::string& part : parts) elements.push_back(Hex(part));
+    for (const std::string& part : parts) elements.push_back(FromHexText(part));
     return Wrap(asnt::tag::Sequence, elements);
 }
 
@@ -45,17 +45,17 @@ CNALCertExtensionList KeyUsage(unsigned flags) {
 
 CNALSecondSignature MakeSecondSignature() {
     CNALSecondSignature second;
-    second.m_issuer = Hex(kName);
-    second.m_serialNumber = Hex("0201");
-    second.m_keyIdentifier = Hex("AABB");
+    second.m_issuer = FromHexText(kName);
+    second.m_serialNumber = FromHexText("0201");
+    second.m_keyIdentifier = FromHexText("AABB");
     second.m_algorithm.m_algorithm = IdentObj("1.2.643.2.2.3", 13);
-    second.m_signature = CTOOCryptBitBlob(Hex("ABCD"));
+    second.m_signature = CTOOCryptBitBlob(FromHexText("ABCD"));
     return second;
 }
 
 TEST(Request, GivesFieldsAndWritesWhatItRead) {
     const IdentObj content = MakeContent({"020100", kName, kKey, "A000"});
-    const IdentObj der = Wrap(asnt::tag::Sequence, {content, Hex(kAlgorithm), Hex(kSignature)});
+    const IdentObj der = Wrap(asnt::tag::Sequence, {content, FromHexText(kAlgorithm), FromHexText(kSignature)});
     IdentObj padded = der;
     padded.Append("behind", 6);
     CNALPKCS10Request request;
@@ -64,8 +64,8 @@ TEST(Request, GivesFieldsAndWritesWhatItRead) {
     EXPECT_EQ(request.GetObjectSize(), der.GetSize());
     EXPECT_EQ(request.GetEnvelope().m_data, content);
     EXPECT_EQ(request.GetEnvelope().m_algorithm.GetID(), "1.2.643.2.2.3");
-    EXPECT_EQ(static_cast<const IdentObj&>(request.GetData().m_subject), Hex(kName));
-    EXPECT_EQ(request.GetData().m_publicKey.m_publicKey.m_data, Hex("ABCDEF"));
+    EXPECT_EQ(static_cast<const IdentObj&>(request.GetData().m_subject), FromHexText(kName));
+    EXPECT_EQ(request.GetData().m_publicKey.m_publicKey.m_data, FromHexText("ABCDEF"));
     EXPECT_EQ(request.GetData().WriteData(), content);
 
     EXPECT_EQ(nal_test::CountAcceptedBeginnings(der, [](const IdentObj& cut) { ReadRequest(cut); }), 0u);
@@ -94,7 +94,7 @@ TEST(Request, AcceptsAndRefusesShapes) {
         {"a damaged attribute", {"020100", kName, kKey, "A002 0500"}, false},
     };
     for (const auto& c : cases) {
-        const IdentObj der = Wrap(asnt::tag::Sequence, {MakeContent(c.parts), Hex(kAlgorithm), Hex(kSignature)});
+        const IdentObj der = Wrap(asnt::tag::Sequence, {MakeContent(c.parts), FromHexText(kAlgorithm), FromHexText(kSignature)});
         EXPECT_EQ(StatusOf([&] { ReadRequest(der); }), c.accepted ? TOO_OK : TOO_E_BAD_STRUCTURE) << c.what;
     }
 }
@@ -105,7 +105,7 @@ TEST(Request, CarriesExtensions) {
     ASSERT_TRUE(usage.ReadFrom(data.GetExtensions(), c_NAL_OID_KEY_USAGE));
     EXPECT_EQ(usage.GetFlags(), static_cast<unsigned>(CNALKeyUsage::DigitalSignature));
 
-    data.m_attributes.Add("1.2.3", Hex("0500"));
+    data.m_attributes.Add("1.2.3", FromHexText("0500"));
     data.SetExtensions(KeyUsage(CNALKeyUsage::KeyCertSign));
     ASSERT_EQ(data.m_attributes.size(), 2u);
     ASSERT_TRUE(usage.ReadFrom(ReadContent(data.WriteData()).GetExtensions(), c_NAL_OID_KEY_USAGE));
@@ -114,19 +114,19 @@ TEST(Request, CarriesExtensions) {
     EXPECT_EQ(data.m_attributes.size(), 1u);
     EXPECT_TRUE(data.GetExtensions().empty());
 
-    data.m_attributes.Add(c_NAL_OID_EXTENSION_REQUEST, Hex("3000"));
+    data.m_attributes.Add(c_NAL_OID_EXTENSION_REQUEST, FromHexText("3000"));
     EXPECT_TRUE(data.GetExtensions().empty());
-    data.m_attributes.Add(c_NAL_OID_EXTENSION_REQUEST, Hex("3000"));
+    data.m_attributes.Add(c_NAL_OID_EXTENSION_REQUEST, FromHexText("3000"));
     EXPECT_EQ(StatusOf([&] { data.GetExtensions(); }), TOO_E_BAD_STRUCTURE) << "repeated";
     data.m_attributes.Clear();
-    data.m_attributes.Add(c_NAL_OID_EXTENSION_REQUEST, Hex("0500"));
+    data.m_attributes.Add(c_NAL_OID_EXTENSION_REQUEST, FromHexText("0500"));
     EXPECT_EQ(StatusOf([&] { data.GetExtensions(); }), TOO_E_BAD_STRUCTURE) << "no list";
 }
 
 TEST(SecondSignature, IsReadTakenOutAndRefused) {
     const CNALSecondSignature second = MakeSecondSignature();
     const IdentObj der = second.WriteData();
-    EXPECT_EQ(der, Hex(std::string("302A 3015") + kName + "02020102 0402AABB" + kAlgorithm + kSignature));
+    EXPECT_EQ(der, FromHexText(std::string("302A 3015") + kName + "02020102 0402AABB" + kAlgorithm + kSignature));
     EXPECT_EQ(nal_test::CountAcceptedBeginnings(der, [](const IdentObj& cut) {
                   CNALSecondSignature read;
                   read.ReadData(cut.GetData(), cut.GetSize());
@@ -148,27 +148,27 @@ TEST(SecondSignature, IsReadTakenOutAndRefused) {
     data.m_attributes.Add(c_NAL_OID_SECOND_SIGNATURE, der);
     EXPECT_EQ(StatusOf([&] { data.GetSecondSignature(read); }), TOO_E_BAD_STRUCTURE) << "repeated";
     data.m_attributes.Remove(c_NAL_OID_SECOND_SIGNATURE);
-    data.m_attributes.Add(c_NAL_OID_SECOND_SIGNATURE, Hex("0500"));
+    data.m_attributes.Add(c_NAL_OID_SECOND_SIGNATURE, FromHexText("0500"));
     EXPECT_EQ(StatusOf([&] { data.TakeSecondSignature(read); }), TOO_E_BAD_STRUCTURE);
     EXPECT_EQ(data.m_attributes.size(), 2u) << "what cannot be read stays";
 }
 
 TEST(SignedEnvelope, ReadsWritesAndReports) {
-    const IdentObj der = Wrap(asnt::tag::Sequence, {Hex("3003 020101"), Hex(kAlgorithm), Hex(kSignature)});
+    const IdentObj der = Wrap(asnt::tag::Sequence, {FromHexText("3003 020101"), FromHexText(kAlgorithm), FromHexText(kSignature)});
     CNALSignedData envelope;
     int err = -1;
     EXPECT_EQ(envelope.ReadData(der.GetData(), der.GetSize(), &err), der.GetSize());
     EXPECT_EQ(err, TOO_OK);
-    EXPECT_EQ(envelope.m_data, Hex("3003 020101"));
-    EXPECT_EQ(envelope.m_signature.m_data, Hex("ABCD"));
+    EXPECT_EQ(envelope.m_data, FromHexText("3003 020101"));
+    EXPECT_EQ(envelope.m_signature.m_data, FromHexText("ABCD"));
     EXPECT_EQ(envelope.WriteData(&err), der);
 
     const std::vector<IdentObj> bad = {
-        Wrap(asnt::tag::Sequence, {Hex("3000"), Hex(kAlgorithm)}),
-        Wrap(asnt::tag::Sequence, {Hex("3000"), Hex(kAlgorithm), Hex(kSignature), Hex("0500")}),
-        Wrap(asnt::tag::Sequence, {Hex("3000"), Hex(kAlgorithm), Hex("0402 ABCD")}),
-        Wrap(asnt::tag::Sequence, {Hex("3000"), Hex(kAlgorithm), Hex("0302 09FF")}),
-        Wrap(asnt::tag::Set, {Hex("3000"), Hex(kAlgorithm), Hex(kSignature)}),
+        Wrap(asnt::tag::Sequence, {FromHexText("3000"), FromHexText(kAlgorithm)}),
+        Wrap(asnt::tag::Sequence, {FromHexText("3000"), FromHexText(kAlgorithm), FromHexText(kSignature), FromHexText("0500")}),
+        Wrap(asnt::tag::Sequence, {FromHexText("3000"), FromHexText(kAlgorithm), FromHexText("0402 ABCD")}),
+        Wrap(asnt::tag::Sequence, {FromHexText("3000"), FromHexText(kAlgorithm), FromHexText("0302 09FF")}),
+        Wrap(asnt::tag::Set, {FromHexText("3000"), FromHexText(kAlgorithm), FromHexText(kSignature)}),
         IdentObj(),
     };
     for (const IdentObj& input : bad) {

@@ -10,7 +10,7 @@
 
 namespace {
 
-using nal_test::Hex;
+using nal_test::FromHexText;
 using nal_test::kAlgorithm;
 using nal_test::kName;
 using nal_test::kUpdate;
@@ -50,7 +50,7 @@ private:
 
 CNALPKCS10Data MakeContent(const Signer& signer) {
     CNALPKCS10Data data;
-    data.m_subject = Hex(kName);
+    data.m_subject = FromHexText(kName);
     data.m_publicKey = signer.publicKey;
     return data;
 }
@@ -69,7 +69,7 @@ TEST_F(Signatures, HoldForEveryKindOfKeyAndForNothingElse) {
         SCOPED_TRACE(testing::Message() << std::hex << c.algId);
         const Signer signer = MakeSigner(c.algId);
         CNALSignedData envelope;
-        envelope.m_data = Hex("3003 020101");
+        envelope.m_data = FromHexText("3003 020101");
         int err = -1;
         ASSERT_EQ(envelope.SignData(signer.context.Get(), signer.key.Get(), &err), 1);
         EXPECT_EQ(err, TOO_OK);
@@ -98,7 +98,7 @@ TEST_F(Signatures, HoldForEveryKindOfKeyAndForNothingElse) {
 TEST_F(Signatures, OfAWrongShapeDoNotHold) {
     const Signer signer = MakeSigner();
     CNALSignedData envelope;
-    envelope.m_data = Hex("3003 020101");
+    envelope.m_data = FromHexText("3003 020101");
     ASSERT_EQ(envelope.SignData(signer.context.Get(), signer.key.Get(), nullptr), 1);
     int err = -1;
     for (const unsigned size : {0u, 1u, 63u, 65u, 128u}) {
@@ -140,7 +140,7 @@ TEST_F(Signatures, ReportBadHandlesUnderTheirText) {
                  {signer.key.Get(), signer.key.Get(), TOO_E_UNKNOWN_ALGORITHM}};
     for (const auto& c : cases) {
         CNALSignedData envelope;
-        envelope.m_data = Hex("3000");
+        envelope.m_data = FromHexText("3000");
         int err = -1;
         EXPECT_EQ(envelope.SignData(c.context, c.key, &err), 0);
         EXPECT_EQ(err, c.status);
@@ -160,7 +160,7 @@ TEST_F(Signatures, ReportBadHandlesUnderTheirText) {
 TEST_F(Signatures, OfACrlCoverItsAlgorithmToo) {
     const Signer signer = MakeSigner();
     CNAL_CRL_Info info;
-    info.m_issuer = Hex(kName);
+    info.m_issuer = FromHexText(kName);
     info.m_thisUpdate = {0, 0x01DC5B00};
     info.m_signatureAlgorithm = CNALSignedData::GetSignatureAlgorithm(signer.key.Get());
     CNALSignedData envelope;
@@ -212,15 +212,15 @@ TEST_F(Signatures, OfAnOldKeyVouchForTheContentAlone) {
     const Signer fresh = MakeSigner();
     const Signer old = MakeSigner(ORK_ALG_GOST94_SIGN);
     CNALPKCS10Data content = MakeContent(fresh);
-    content.m_attributes.Add("1.2.3", Hex("0500"));
+    content.m_attributes.Add("1.2.3", FromHexText("0500"));
     const IdentObj without = content.WriteData();
 
     CNALSecondSignature second;
     int err = -1;
     EXPECT_EQ(content.AddSecondSignature(second, old.context.Get(), old.key.Get(), &err), 0);
     EXPECT_EQ(err, TOO_E_NOT_INITIALIZED);
-    second.m_issuer = Hex(kName);
-    second.m_serialNumber = Hex("0201");
+    second.m_issuer = FromHexText(kName);
+    second.m_serialNumber = FromHexText("0201");
     second.m_keyIdentifier = old.publicKey.GetKeyID();
     EXPECT_EQ(content.AddSecondSignature(second, old.context.Get(), 0, &err), 0);
     EXPECT_EQ(err, TOO_E_BAD_ARGUMENT);

@@ -18,12 +18,12 @@ TEST(Name, EmptyNames) {
 
     CTOOString value = "x";
     std::list<std::list<CNALRDNAttr>> rdns;
-    EXPECT_EQ(Status([&] { empty.GetSimpleRDN("2.5.4.3", value); }), TOO_E_NAME_DECODE);
+    EXPECT_EQ(StatusOf([&] { empty.GetSimpleRDN("2.5.4.3", value); }), TOO_E_NAME_DECODE);
     EXPECT_EQ(value, "");
-    EXPECT_EQ(Status([&] { empty.GetNameInfo(rdns); }), TOO_E_NAME_DECODE);
+    EXPECT_EQ(StatusOf([&] { empty.GetNameInfo(rdns); }), TOO_E_NAME_DECODE);
     EXPECT_TRUE(empty == Name({}));
     EXPECT_FALSE(empty == Name({Attr(3, Tlv(19, "a"))}));
-    EXPECT_EQ(Status([&] { Text(CNALX509Name(ToBytes("x"))); }), TOO_E_NAME_DECODE);
+    EXPECT_EQ(StatusOf([&] { Text(CNALX509Name(ToBytes("x"))); }), TOO_E_NAME_DECODE);
 }
 
 TEST(Name, Equality) {
@@ -68,7 +68,7 @@ TEST(Name, Equality) {
     }
     // A name that does not decode is an error even against itself, wherever the damage is.
     const CNALX509Name damaged = Name({a + Attr(4, Tlv(12, "\xFF"))});
-    EXPECT_EQ(Status([&] { return damaged == damaged; }), TOO_E_NAME_DECODE);
+    EXPECT_EQ(StatusOf([&] { return damaged == damaged; }), TOO_E_NAME_DECODE);
 }
 
 TEST(Name, WideTextKeepsOneUtf8BitOnly) {
@@ -81,7 +81,7 @@ TEST(Name, WideTextKeepsOneUtf8BitOnly) {
     EXPECT_EQ(Text(CNALX509Name(L"CN=a,C=RU", 0, true)), L"c=RU,cn=a");
     EXPECT_EQ(Text(CNALX509Name(L"CN=a,C=RU", 0, false)), L"cn=a,c=RU");
     CNALX509Name name(L"CN=before", 0, true);
-    EXPECT_EQ(Status([&] { name.SetBy(L"ST=x", 0, true); }), TOO_E_NAME_ENCODE);
+    EXPECT_EQ(StatusOf([&] { name.SetBy(L"ST=x", 0, true); }), TOO_E_NAME_ENCODE);
     EXPECT_EQ(Text(name), L"cn=before");
 }
 
@@ -95,9 +95,9 @@ TEST(Name, NarrowTextIsNotParsed) {
     EXPECT_EQ(Text(name), L"cn=before");
 
     CNALRDNAttr attr;
-    EXPECT_EQ(Status([&] { CNALX509Name::MakeRDNAttr("CN", "a", attr); }), TOO_E_ENCODE);
-    EXPECT_EQ(Status([&] { CNALRDNAttr("CN", "a"); }), TOO_E_ENCODE);
-    EXPECT_EQ(Status([&] { name.SetSimpleRDN("2.5.4.3", "b"); }), TOO_E_ENCODE);
+    EXPECT_EQ(StatusOf([&] { CNALX509Name::MakeRDNAttr("CN", "a", attr); }), TOO_E_ENCODE);
+    EXPECT_EQ(StatusOf([&] { CNALRDNAttr("CN", "a"); }), TOO_E_ENCODE);
+    EXPECT_EQ(StatusOf([&] { name.SetSimpleRDN("2.5.4.3", "b"); }), TOO_E_ENCODE);
     EXPECT_FALSE(name.SetSimpleRDN(CNALSimpleRDN("2.5.4.4", "b")));
     EXPECT_FALSE(CNALX509Name().SetSimpleRDN("2.5.4.3", "b"));
     EXPECT_FALSE(CNALX509Name(ToBytes("x")).SetSimpleRDN("2.5.4.3", "b"));
@@ -129,7 +129,7 @@ TEST(Name, PairsInAndOut) {
     CNALX509Name kept = name;
     for (const CNALSimpleRDN& bad : {CNALSimpleRDN("ST", "a"), CNALSimpleRDN("CN", ""), CNALSimpleRDN("CN", "\xFF"),
                                      CNALSimpleRDN("C", "\xD0\xA0")}) {
-        EXPECT_EQ(Status([&] { kept.SetBy(std::list<CNALSimpleRDN>{bad}, true, true); }), TOO_E_NAME_DECODE);
+        EXPECT_EQ(StatusOf([&] { kept.SetBy(std::list<CNALSimpleRDN>{bad}, true, true); }), TOO_E_NAME_DECODE);
     }
     EXPECT_EQ(Hex(kept), Hex(name));
     kept.SetBy(std::list<CNALSimpleRDN>{{"CN", "abc"}}, false, false);
@@ -171,7 +171,7 @@ TEST(Name, NarrowTextByLangAndLocale) {
     for (const auto& row : rows) {
         const LocaleScope scope(row.lang, nullptr);
         std::string text;
-        EXPECT_EQ(Status([&] { name.GetX500String(text, 0); }), row.text ? 0 : TOO_E_NAME_DECODE);
+        EXPECT_EQ(StatusOf([&] { name.GetX500String(text, 0); }), row.text ? 0 : TOO_E_NAME_DECODE);
         if (row.text) {
             EXPECT_EQ(text, row.text);
             const CNALX509Name read(std::list<CNALSimpleRDN>{{"CN", row.text + 3}});

@@ -10,6 +10,7 @@
 #include "nal/name.h"
 #include "nal/name_codec.h"
 #include "support/hex.h"
+#include "support/status_of.h"
 #include "too/status.h"
 
 namespace nal_test {
@@ -60,17 +61,6 @@ inline std::wstring Text(const CNALX509Name& name, unsigned flags = 0) {
     std::wstring text;
     name.GetX500String(text, flags);
     return text;
-}
-
-/// The status that a call throws, 0 when it throws none.
-template <class Call>
-int Status(Call&& call) {
-    try {
-        call();
-    } catch (const XTOOStatus& status) {
-        return status.GetCode();
-    }
-    return 0;
 }
 
 /// Sets LANG and the process's locale; null unsets LANG or keeps the locale. The end of the scope puts both back.

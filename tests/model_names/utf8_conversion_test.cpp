@@ -29,19 +29,9 @@ TEST(Utf8Conversion, EveryLength) {
         const char* hex;
         wchar_t c;
     } rows[] = {
-        {"00", 0},
-        {"7F", 0x7F},
-        {"c280", 0x80},
-        {"dfbf", 0x7FF},
-        {"e0a080", 0x800},
-        {"efbfbf", 0xFFFF},
-        {"f0908080", 0x10000},
-        {"f48fbfbf", 0x10FFFF},
-        {"f7bfbfbf", 0x1FFFFF},
-        {"f888808080", 0x200000},
-        {"fbbfbfbfbf", 0x3FFFFFF},
-        {"fc8480808080", 0x4000000},
-        {"fdbfbfbfbfbf", 0x7FFFFFFF},
+        {"00", 0}, {"7F", 0x7F}, {"c280", 0x80}, {"dfbf", 0x7FF}, {"e0a080", 0x800}, {"efbfbf", 0xFFFF},
+        {"f0908080", 0x10000}, {"f48fbfbf", 0x10FFFF}, {"f7bfbfbf", 0x1FFFFF}, {"f888808080", 0x200000},
+        {"fbbfbfbfbf", 0x3FFFFFF}, {"fc8480808080", 0x4000000}, {"fdbfbfbfbfbf", 0x7FFFFFFF},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(Wide(Raw(row.hex), 0), std::wstring(1, row.c)) << row.hex;

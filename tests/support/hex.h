@@ -7,12 +7,21 @@
 #include <string_view>
 #include <vector>
 
+#include "too/ident_obj.h"
+
 namespace nal_test {
 
 using Bytes = std::vector<std::uint8_t>;
 
 /// @throws std::invalid_argument for anything but pairs of hexadecimal digits
 Bytes FromHex(std::string_view text);
+
+/// The bytes of pairs of hexadecimal digits; blanks may stand anywhere. @throws as FromHex
+inline IdentObj FromHexText(std::string digits) {
+    std::erase(digits, ' ');
+    const Bytes bytes = FromHex(digits);
+    return {bytes.data(), static_cast<unsigned>(bytes.size())};
+}
 
 std::string ToHex(const void* data, std::size_t size);
 

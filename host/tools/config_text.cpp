@@ -15,6 +15,8 @@ namespace {
 constexpr std::string_view c_blanks = " \t";
 constexpr std::string_view c_byteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view c_forbidden("\0\r\n", 3);
+// Places in a line fit 32 bits.
+constexpr std::size_t c_longestLine = std::size_t{1} << 30;
 
 std::string_view Trim(std::string_view text) {
     const std::size_t first = text.find_first_not_of(c_blanks);
@@ -47,7 +49,7 @@ std::string Quote(std::string_view value) {
 }  // namespace
 
 ConfigText::ConfigText(CTOOString file, std::size_t maxSize, std::size_t maxLine)
-    : m_file(std::move(file)), m_maxSize(maxSize), m_maxLine(maxLine) {}
+    : m_file(std::move(file)), m_maxSize(maxSize), m_maxLine(std::min(maxLine, c_longestLine)) {}
 
 void ConfigText::Refuse(const CTOOString& what) const {
     throw XTOOFile(TOO_E_BAD_ARGUMENT, m_file, what + " cannot be written to");
@@ -60,15 +62,25 @@ void ConfigText::Parse(std::string_view text) {
         m_mark = c_byteOrderMark;
         text.remove_prefix(c_byteOrderMark.size());
     }
-    while (!text.empty()) {
+    for (std::size_t number = 1; !text.empty(); ++number) {
         const std::size_t feed = text.find('\n');
         const std::size_t next = feed == std::string_view::npos ? text.size() : feed + 1;
         std::size_t length = feed == std::string_view::npos ? text.size() : feed;
         if (length != next && length != 0 && text[length - 1] == '\r') --length;
-        m_lines.push_back(ParseLine(text.substr(0, length), text.substr(length, next - length), m_lines.size() + 1));
+        const std::string_view end = text.substr(length, next - length);
+        if (number == 1 && !end.empty()) m_lineEnd = end;
+        AppendLine(ParseLine(text.substr(0, length), end, number));
         text.remove_prefix(next);
     }
-    if (!m_lines.empty() && !m_lines.front().end.empty()) m_lineEnd = m_lines.front().end;
+}
+
+void ConfigText::AppendLine(Line line) {
+    if (line.kind == Kind::other && !m_lines.empty() && m_lines.back().kind == Kind::other) {
+        m_lines.back().text += line.text;
+        m_lines.back().endSize = line.endSize;
+    } else {
+        m_lines.push_back(std::move(line));
+    }
 }
 
 ConfigText::Line ConfigText::ParseLine(std::string_view raw, std::string_view end, std::size_t number) const {
@@ -80,43 +92,51 @@ ConfigText::Line ConfigText::ParseLine(std::string_view raw, std::string_view en
     }
     if (raw.find('\0') != std::string_view::npos) damaged("zero byte");
     Line line;
-    line.raw = raw;
-    line.end = end;
+    line.text.reserve(raw.size() + end.size());
+    line.text.append(raw).append(end);
+    line.endSize = static_cast<unsigned char>(end.size());
     const std::string_view text = Trim(raw);
     if (IsComment(text)) return line;
+    const auto at = [&](std::string_view part) { return static_cast<std::uint32_t>(part.data() - raw.data()); };
+    const auto setName = [&](std::string_view name, const char* empty) {
+        if (name.empty()) damaged(empty);
+        line.nameAt = at(name);
+        line.nameSize = static_cast<std::uint32_t>(name.size());
+    };
     if (text[0] == '[') {
         const std::size_t close = text.find(']');
         if (close == std::string_view::npos || !IsComment(Trim(text.substr(close + 1))))
             damaged("unfinished section name");
         line.kind = Kind::section;
-        line.name = Trim(text.substr(1, close - 1));
-        if (line.name.empty()) damaged("empty section name");
+        setName(Trim(text.substr(1, close - 1)), "empty section name");
         return line;
     }
     const std::size_t equals = raw.find('=');
     if (equals == std::string_view::npos) damaged("neither section nor key=value");
     line.kind = Kind::key;
-    line.name = Trim(raw.substr(0, equals));
-    if (line.name.empty()) damaged("empty key");
-    line.valueAt = std::min(raw.find_first_not_of(c_blanks, equals + 1), raw.size());
-    std::string_view value = Trim(raw.substr(equals + 1));
+    setName(Trim(raw.substr(0, equals)), "empty key");
+    line.changeAt = static_cast<std::uint32_t>(std::min(raw.find_first_not_of(c_blanks, equals + 1), raw.size()));
+    std::string_view value = Trim(raw.substr(line.changeAt));
     if (IsQuoted(value)) value = value.substr(1, value.size() - 2);
-    line.value = value;
+    line.valueAt = value.empty() ? line.changeAt : at(value);
+    line.valueSize = static_cast<std::uint32_t>(value.size());
     return line;
 }
 
 std::string ConfigText::GetText() const {
-    std::string text = m_mark;
+    std::size_t size = m_mark.size();
     for (const Line& line : m_lines) {
-        if (line.raw.size() > m_maxLine) {
+        if (line.kind != Kind::other && line.Raw().size() > m_maxLine) {
             throw XTOOFile(TOO_E_TOO_LARGE, m_file,
-                           fmt::format("\"{}\" needs more than {} bytes in", line.name, m_maxLine));
+                           fmt::format("\"{}\" needs more than {} bytes in", line.Name(), m_maxLine));
         }
-        text += line.raw;
-        text += line.end;
+        size += line.text.size();
     }
-    if (text.size() > m_maxSize)
-        throw XTOOFile(TOO_E_TOO_LARGE, m_file, fmt::format("more than {} bytes for", m_maxSize));
+    if (size > m_maxSize) throw XTOOFile(TOO_E_TOO_LARGE, m_file, fmt::format("more than {} bytes for", m_maxSize));
+    std::string text = m_mark;
+    text.reserve(size);
+    for (const Line& line : m_lines)
+        text += line.text;
     return text;
 }
 
@@ -128,10 +148,10 @@ bool ConfigText::GetSection(const CTOOString& section, std::list<CConfigFileKeyL
     bool found = false;
     for (const Line& line : m_lines) {
         if (line.kind == Kind::section) {
-            inside = section.CompareNoCase(line.name) == 0;
+            inside = section.CompareNoCase(line.Name()) == 0;
             found = found || inside;
         } else if (line.kind == Kind::key && inside) {
-            keys.push_back({line.name, line.value});
+            keys.push_back({line.Name(), line.Value()});
             found = true;
         }
     }
@@ -142,16 +162,16 @@ void ConfigText::GetAllSections(std::list<CConfigFileSectionListItem>& sections)
     sections.clear();
     std::map<std::string, CConfigFileSectionListItem*> known;
     CConfigFileSectionListItem* current = nullptr;
-    const auto enter = [&](const std::string& name) {
+    const auto enter = [&](std::string_view name) {
         CConfigFileSectionListItem*& section = known[Fold(name)];
         if (!section) section = &sections.emplace_back(CConfigFileSectionListItem{name, {}});
         current = section;
     };
     for (const Line& line : m_lines) {
-        if (line.kind == Kind::section) enter(line.name);
+        if (line.kind == Kind::section) enter(line.Name());
         if (line.kind != Kind::key) continue;
         if (!current) enter("");
-        current->m_keys.push_back({line.name, line.value});
+        current->m_keys.push_back({line.Name(), line.Value()});
     }
 }
 
@@ -171,10 +191,12 @@ bool ConfigText::GetValue(const CTOOString& section, const CTOOString& key, CTOO
 
 void ConfigText::SetValue(Line& line, const CTOOString& value) const {
     if (value.view().find_first_of(c_forbidden) != std::string_view::npos) {
-        Refuse("the value of \"" + CTOOString(line.name) + "\", with a line end or zero byte,");
+        Refuse("the value of \"" + CTOOString(line.Name()) + "\", with a line end or zero byte,");
     }
-    line.raw = line.raw.substr(0, line.valueAt) + Quote(value.view());
-    line.value = value.str();
+    const std::string written = Quote(value.view());
+    line.text.replace(line.changeAt, line.Raw().size() - line.changeAt, written);
+    line.valueAt = line.changeAt + static_cast<std::uint32_t>((written.size() - value.size()) / 2);
+    line.valueSize = static_cast<std::uint32_t>(value.size());
 }
 
 ConfigText::Line ConfigText::MakeKeyLine(const CConfigFileKeyListItem& item) const {
@@ -185,11 +207,11 @@ ConfigText::Line ConfigText::MakeKeyLine(const CConfigFileKeyListItem& item) con
     }
     Line line;
     line.kind = Kind::key;
-    line.name = key;
-    line.raw = line.name + "=";
-    line.valueAt = line.raw.size();
-    line.end = m_lineEnd;
+    line.nameSize = static_cast<std::uint32_t>(key.size());
+    line.text.append(key).append("=");
+    line.changeAt = line.nameSize + 1;
     SetValue(line, item.m_value);
+    EndLine(line);
     return line;
 }
 
@@ -201,10 +223,17 @@ ConfigText::Line ConfigText::MakeSectionLine(const CTOOString& section) const {
     }
     Line line;
     line.kind = Kind::section;
-    line.name = name;
-    line.raw = "[" + line.name + "]";
-    line.end = m_lineEnd;
+    line.nameAt = 1;
+    line.nameSize = static_cast<std::uint32_t>(name.size());
+    line.text.append("[").append(name).append("]");
+    EndLine(line);
     return line;
+}
+
+void ConfigText::EndLine(Line& line) const {
+    if (line.endSize != 0) return;
+    line.text += m_lineEnd;
+    line.endSize = static_cast<unsigned char>(m_lineEnd.size());
 }
 
 void ConfigText::Want(WantedSections& wanted, const CTOOString& section,
@@ -220,31 +249,32 @@ void ConfigText::Want(WantedSections& wanted, const CTOOString& section,
 // One pass over the lines: a key line takes the next wanted value of its name or goes; keys that no line took are put
 // behind the last key (or the head) of their section, and sections that no line opened at the end.
 void ConfigText::Apply(WantedSections& wanted, bool removeOthers) {
-    std::vector<Line> kept;
-    std::map<std::string, std::size_t> insertAt;  // by section: index in `kept` behind its last key or head
+    std::size_t kept = 0;                         // how many lines stay, at the front of m_lines
+    std::map<std::string, std::size_t> insertAt;  // by section: index of what stays behind its last key or head
     std::string sectionKey;
     auto section = wanted.find(sectionKey);
     if (section != wanted.end()) insertAt[sectionKey] = 0;
     for (Line& line : m_lines) {
         if (line.kind == Kind::section) {
-            sectionKey = Fold(line.name);
+            sectionKey = Fold(line.Name());
             section = wanted.find(sectionKey);
         }
         const bool isHead = sectionKey.empty();
         if (section == wanted.end() && removeOthers && (!isHead || line.kind == Kind::key)) continue;
         if (section != wanted.end() && line.kind == Kind::key) {
-            const auto open = section->second.open.find(Fold(line.name));
+            const auto open = section->second.open.find(Fold(line.Name()));
             if (open == section->second.open.end() || open->second.empty()) continue;
             const CConfigFileKeyListItem*& item = section->second.keys[open->second.front()];
             open->second.pop_front();
-            if (item->m_value != CTOOString(line.value)) SetValue(line, item->m_value);
+            if (item->m_value.view() != line.Value()) SetValue(line, item->m_value);
             item = nullptr;
         }
         const bool counts = line.kind != Kind::other;
-        kept.push_back(std::move(line));
-        if (section != wanted.end() && counts) insertAt[sectionKey] = kept.size();
+        if (&line != &m_lines[kept]) m_lines[kept] = std::move(line);
+        ++kept;
+        if (section != wanted.end() && counts) insertAt[sectionKey] = kept;
     }
-    m_lines = std::move(kept);
+    m_lines.resize(kept);
 
     // From the back, so that the places ahead stay right.
     std::vector<std::pair<std::size_t, WantedSection*>> places;
@@ -270,18 +300,23 @@ void ConfigText::Apply(WantedSections& wanted, bool removeOthers) {
     for (const WantedSection* entry : missing) {
         std::vector<Line> lines = linesOf(*entry);
         lines.insert(lines.begin(), MakeSectionLine(entry->name));
-        if (!m_lines.empty() && !Trim(m_lines.back().raw).empty()) {
+        if (!m_lines.empty() && !EndsInABlankLine()) {
             Line blank;
-            blank.end = m_lineEnd;
+            EndLine(blank);
             lines.insert(lines.begin(), blank);
         }
         InsertLines(m_lines.size(), std::move(lines));
     }
 }
 
+bool ConfigText::EndsInABlankLine() const {
+    const std::string_view raw = m_lines.back().Raw();
+    return Trim(raw.substr(raw.rfind('\n') + 1)).empty();
+}
+
 void ConfigText::InsertLines(std::size_t at, std::vector<Line> lines) {
     if (lines.empty()) return;
-    if (at > 0 && m_lines[at - 1].end.empty()) m_lines[at - 1].end = m_lineEnd;
+    if (at > 0) EndLine(m_lines[at - 1]);
     m_lines.insert(m_lines.begin() + static_cast<std::ptrdiff_t>(at), std::make_move_iterator(lines.begin()),
                    std::make_move_iterator(lines.end()));
 }
@@ -318,7 +353,7 @@ bool ConfigText::DeleteSection(const CTOOString& section) {
     bool found = false;
     std::vector<Line> kept;
     for (Line& line : m_lines) {
-        if (line.kind == Kind::section) inside = section.CompareNoCase(line.name) == 0;
+        if (line.kind == Kind::section) inside = section.CompareNoCase(line.Name()) == 0;
         // Comments above the first section speak of the file, not of the keys beside them.
         const bool goes = inside && (!section.empty() || line.kind == Kind::key);
         found = found || goes;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <list>
 #include <map>
 #include <string>
@@ -36,13 +37,21 @@ public:
 private:
     enum class Kind { other, section, key };
 
+    // A line or, so that many of them take little room, a run of lines of the kind `other`.
     struct Line {
-        std::string raw;  // without its end
-        std::string end;  // "\n", "\r\n", or nothing in a last line without one
+        std::string text;  // with its end
         Kind kind = Kind::other;
-        std::string name;         // of the section or key
-        std::string value;        // of the key, as the caller sees it
-        std::size_t valueAt = 0;  // where in `raw` the value begins
+        unsigned char endSize = 0;  // of "\n" or "\r\n"; 0 in a last line without one
+        // Where in `text` things stand:
+        std::uint32_t nameAt = 0;  // the name of the section or key
+        std::uint32_t nameSize = 0;
+        std::uint32_t valueAt = 0;  // the key's value, as the caller sees it
+        std::uint32_t valueSize = 0;
+        std::uint32_t changeAt = 0;  // from here to its end the line changes with the value
+
+        std::string_view Raw() const { return std::string_view(text).substr(0, text.size() - endSize); }
+        std::string_view Name() const { return std::string_view(text).substr(nameAt, nameSize); }
+        std::string_view Value() const { return std::string_view(text).substr(valueAt, valueSize); }
     };
 
     // The keys that a section is to have and those of them that no line holds yet.
@@ -54,6 +63,9 @@ private:
     using WantedSections = std::map<std::string, WantedSection>;
 
     Line ParseLine(std::string_view raw, std::string_view end, std::size_t number) const;
+    void AppendLine(Line line);
+    void EndLine(Line& line) const;
+    bool EndsInABlankLine() const;
     void SetValue(Line& line, const CTOOString& value) const;
     Line MakeKeyLine(const CConfigFileKeyListItem& item) const;
     Line MakeSectionLine(const CTOOString& section) const;

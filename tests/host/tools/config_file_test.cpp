@@ -89,6 +89,8 @@ TEST_F(ConfigFile, ErrorsNameFileAndLine) {
         return std::string("none");
     };
     EXPECT_EQ("5 line 3:", failure("[A]\nk=v\nbroken\n", 0, 0).substr(0, 9));
+    EXPECT_EQ("5 line 6:", failure("; a\n\n[A]\n# b\n\nbroken\n", 0, 0).substr(0, 9));
+    EXPECT_EQ("12 line 2:", failure("; a\n;" + std::string(100, 'x') + "\n", 0, 100).substr(0, 10));
     EXPECT_EQ("5 line 2:", failure(std::string("[A]\nk=a\0b\n", 10), 0, 0).substr(0, 9));
     EXPECT_EQ("12 line 2:", failure("[A]\nk=" + std::string(99, 'x'), 0, 100).substr(0, 10));
     EXPECT_EQ("none", failure("[A]\nk=" + std::string(98, 'x'), 0, 100));

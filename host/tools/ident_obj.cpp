@@ -34,6 +34,8 @@ void IdentObj::Append(const void* data, unsigned size) {
 }
 
 void IdentObj::Wipe() noexcept {
+    // Bytes that SetSize cut off are still behind the end. Growing to the capacity moves nothing.
+    m_bytes.resize(m_bytes.capacity());
     if (!m_bytes.empty()) explicit_bzero(m_bytes.data(), m_bytes.size());
     m_bytes.clear();
 }

@@ -114,8 +114,7 @@ CRecFile::CRecFile(const char* path, unsigned char mode, long recordSize, long h
         throw XTOOFile(TOO_E_BAD_ARGUMENT, m_path, "bad mode or size for");
     }
     try {
-        const Lock lock(*this, mode == c_create ? LOCK_EX : LOCK_SH);
-        CheckPrologue();
+        const Lock lock(*this, mode == c_create ? LOCK_EX : LOCK_SH);  // checks the file, too
     } catch (...) {
         if (m_descriptor >= 0) close(m_descriptor);
         throw;

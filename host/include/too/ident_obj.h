@@ -61,7 +61,8 @@ public:
     /// Makes the buffer empty.
     void Clear() noexcept { m_bytes.clear(); }
 
-    /// Overwrites the bytes with zeros in a way that no optimizer leaves out, then makes the buffer empty. For secrets.
+    /// Overwrites the bytes, those cut off by SetSize too, with zeros in a way that no optimizer leaves out, then makes
+    /// the buffer empty. For secrets. A buffer that was grown may have left copies elsewhere.
     void Wipe() noexcept;
 
     /// Takes the content from its serialized form.

@@ -16,6 +16,7 @@
 #include "nal/progress.h"
 #include "nal/request_context.h"
 #include "nal/request_files.h"
+#include "nal/sign.h"
 #include "nal/signed_data.h"
 #include "nal/signed_envelope.h"
 #include "nal/wide_string.h"

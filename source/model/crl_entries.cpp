@@ -44,7 +44,9 @@ std::uint32_t TagOf(asnt::View serial) {
 CNAL_CRL_EntryView Decode(const asnt::Element& entry, const char* context) {
     asnt::Reader fields = asnt::Reader(entry.whole, context).Enter(asnt::tag::Sequence);
     CNAL_CRL_EntryView view;
-    view.m_serialOctets = fields.Integer();
+    // As in certificates, octets that DER would leave out are kept: what bears such a number can be revoked.
+    view.m_serialOctets = fields.Next(asnt::tag::Integer).content;
+    if (view.m_serialOctets.empty()) fields.Fail();
     view.m_revocationDate = fields.Time();
     view.m_extensions = fields.Rest();
     asnt::Reader extensions;
@@ -82,7 +84,10 @@ CrlEntries::CrlEntries(std::shared_ptr<const IdentObj> encoded, asnt::View conte
     asnt::Element entry;
     // The entries of a list are much of a size, so the first one tells how many slots to expect.
     if (entries.TryPeek(entry)) m_slots.reserve(content.size / std::max(entry.whole.size, c_minEntrySize) + 1);
-    while (!entries.AtEnd()) Append(entries.Next(asnt::tag::Sequence), context);
+    while (!entries.AtEnd()) {
+        const asnt::Element next = entries.Next(asnt::tag::Sequence);
+        Append(next, static_cast<std::size_t>(next.whole.data - content.data), context);
+    }
 }
 
 CrlEntries::CrlEntries(const CrlEntries& other)
@@ -91,19 +96,17 @@ CrlEntries::CrlEntries(const CrlEntries& other)
       m_slots(other.m_slots),
       m_index(std::make_unique<Index>()) {}
 
-void CrlEntries::Append(const asnt::Element& entry, const char* context) {
+void CrlEntries::Append(const asnt::Element& entry, std::size_t offset, const char* context) {
     const CNAL_CRL_EntryView view = Decode(entry, context);
-    m_slots.push_back({view.m_revocationDate, static_cast<std::uint32_t>(entry.whole.data - m_bytes.data),
-                       TagOf(view.m_serialOctets)});
+    m_slots.push_back({view.m_revocationDate, static_cast<std::uint32_t>(offset), TagOf(view.m_serialOctets)});
 }
 
 void CrlEntries::Add(asnt::View entry, const char* context) {
     if (m_own.size() + entry.size > std::numeric_limits<std::uint32_t>::max()) throw XTOOStatus(TOO_E_RANGE, context);
-    const std::size_t offset = m_own.size();
+    // Looked at first: bytes that are refused are not among the others.
+    Append(asnt::Reader(entry, context).Next(asnt::tag::Sequence), m_own.size(), context);
     m_own.insert(m_own.end(), entry.begin(), entry.end());
     m_bytes = asnt::View(m_own.data(), m_own.size());
-    asnt::Reader added(m_bytes.Sub(offset), context);
-    Append(added.Next(asnt::tag::Sequence), context);
     if (m_index->built) m_index = std::make_unique<Index>();
 }
 

@@ -57,7 +57,8 @@ private:
     };
     struct Index;
 
-    void Append(const asnt::Element& entry, const char* context);
+    /// Checks an entry and notes it as the one that lies at `offset`.
+    void Append(const asnt::Element& entry, std::size_t offset, const char* context);
     asnt::View SerialAt(std::size_t index) const;
     void BuildIndex(std::vector<std::uint32_t>& cells) const;
 

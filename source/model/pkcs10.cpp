@@ -23,7 +23,9 @@ unsigned CNALSecondSignature::ReadData(const void* data, unsigned size) {
         asnt::Reader fields = outer.Enter(asnt::tag::Sequence);
         asnt::Reader signer = fields.Enter(asnt::tag::Sequence);
         read.m_issuer = signer.Next(asnt::tag::Sequence).whole.Copy();
-        read.m_serialNumber = nal::Reversed(signer.Integer());
+        const asnt::View serial = signer.Next(asnt::tag::Integer).content;
+        if (serial.empty()) signer.Fail();
+        read.m_serialNumber = nal::Reversed(serial);
         signer.ExpectEnd();
         read.m_keyIdentifier = fields.Octets().Copy();
         nal::ReadSignatureFields(fields, read.m_algorithm, read.m_signature);

@@ -114,6 +114,7 @@ TEST(Crl, AcceptsAndRefusesShapes) {
         {"an entry with an empty serial",
          {v2, algorithm, name, now, later, entries({Wrap(asnt::tag::Sequence, {FromHexText("0200"), now})})},
          false},
+        {"an entry with a serial longer than it need be", {v2, algorithm, name, now, later, entries({MakeEntry("0001")})}, true},
         {"an entry with something behind",
          {v2, algorithm, name, now, later,
           entries({Wrap(asnt::tag::Sequence, {FromHexText("020101"), now, FromHexText("3000"), FromHexText("0500")})})},
@@ -260,6 +261,16 @@ TEST(CrlInfo, EncodesWhatItReads) {
     EXPECT_EQ(StatusOf([] { CNAL_CRL_Info().WriteData(); }), TOO_E_NOT_INITIALIZED);
     EXPECT_EQ(StatusOf([&] { again.AddEntry(CNAL_CRL_Entry()); }), TOO_E_ENCODE);
     EXPECT_EQ(again.GetEntryCount(), 2u);
+
+    // A serial as a certificate may bear it, which DER would write shorter: added, found and read back.
+    CNAL_CRL_Entry entry;
+    entry.m_serialNumber = FromHexText("0100");
+    entry.m_revocationDate = again.m_thisUpdate;
+    again.AddEntry(entry);
+    const IdentObj longer = again.WriteData();
+    third.ReadData(longer.GetData(), longer.GetSize());
+    EXPECT_EQ(third.FindEntry(FromHexText("0100")), 2u);
+    EXPECT_EQ(third.GetEntry(2).m_serialNumber, FromHexText("0100"));
 }
 
 TEST(CrlKey, ComesFromNumberAndIssuer) {

@@ -145,6 +145,12 @@ TEST(SecondSignature, IsReadTakenOutAndRefused) {
     EXPECT_EQ(read.m_serialNumber, second.m_serialNumber);
     EXPECT_EQ(received.WriteData(), without) << "what is left encodes as it was signed";
 
+    CNALSecondSignature padded = second;
+    padded.m_serialNumber = FromHexText("0100");  // DER would leave the last octet out; certificates have such serials
+    const IdentObj paddedDer = padded.WriteData();
+    EXPECT_EQ(read.ReadData(paddedDer.GetData(), paddedDer.GetSize()), paddedDer.GetSize());
+    EXPECT_EQ(read.m_serialNumber, padded.m_serialNumber);
+
     data.m_attributes.Add(c_NAL_OID_SECOND_SIGNATURE, der);
     EXPECT_EQ(StatusOf([&] { data.GetSecondSignature(read); }), TOO_E_BAD_STRUCTURE) << "repeated";
     data.m_attributes.Remove(c_NAL_OID_SECOND_SIGNATURE);

@@ -142,9 +142,8 @@ public:
 
     /// Finds the first RDN whose first attribute has this type.
     /// @param oid  dotted, compared as text
-    /// @param out  receives the value as text: narrow in the locale's character set with "?" for a character that has
-    /// no
-    ///             place in it; empty when the value has no text form or nothing was found
+    /// @param out  receives the value as text: narrow in the locale's character set, with "?" for a character that has
+    ///             no place in it; empty when the value has no text form or nothing was found
     /// @return whether it was found
     /// @throws XTOOStatus(TOO_E_NAME_DECODE) for a damaged encoding and for an empty name
     bool GetSimpleRDN(const char* oid, CTOOString& out) const;

@@ -51,12 +51,11 @@ public:
 
     /// Converts with the system's iconv, once over the input.
     ///
-    /// @param fromCode, toCode  names of character sets as iconv knows them. Null is the default: what follows the last
-    /// "."
-    ///                          of the environment variable LANG, or all of it, and UTF-8 when that names no known set
+    /// @param fromCode, toCode  names of character sets as iconv knows them. Null is the default: what follows the
+    ///                          last "." of the environment variable LANG, or all of it, and UTF-8 when that names no
+    ///                          known set
     /// @return the bytes written. On an error, a full output included, "iconv error" is printed through perror, and
-    /// what
-    ///         was converted until then counts
+    ///         what was converted until then counts
     static unsigned long iconv_convert(const char* fromCode, const char* toCode, const char* in, unsigned long inBytes,
                                        char* out, unsigned long outBytes);
 

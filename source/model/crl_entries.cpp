@@ -88,6 +88,7 @@ CrlEntries::CrlEntries(std::shared_ptr<const IdentObj> encoded, asnt::View conte
         const asnt::Element next = entries.Next(asnt::tag::Sequence);
         Append(next, static_cast<std::size_t>(next.whole.data - content.data), context);
     }
+    m_slots.shrink_to_fit();
 }
 
 CrlEntries::CrlEntries(const CrlEntries& other)

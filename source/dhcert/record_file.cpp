@@ -496,7 +496,7 @@ long CNALRecFileDHCert::CorrectErrors(int operation) {
     long corrected = 0;
     all.ForEach([&](const CNALSendCertRecord& record) {
         const CNALSendCertRecord correct(nal::CorrectRecord(record.GetImage()).m_bytes);
-        const bool isKept = record != CNALSendCertRecord() && there.emplace(BytesOf(correct)).second;
+        const bool isKept = correct != CNALSendCertRecord() && there.emplace(BytesOf(correct)).second;
         if (!isKept || correct != record) ++corrected;
         if (isKept) Append(records, correct);
     });

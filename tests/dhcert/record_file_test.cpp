@@ -346,6 +346,9 @@ TEST_F(DHRecordFile, CorrectsErrors) {
     const CNALSendCertRecord good = Record(0, "good");
     CNALSendCertRecord shortOnly;
     shortOnly.ShortNumber(5);
+    SENDCERT_RECORD strayImage{};
+    strayImage.m_bytes[95] = 1;
+    const CNALSendCertRecord stray(strayImage.m_bytes);
     const struct {
         const char* name;
         CNALSendCertRecord record;
@@ -357,6 +360,7 @@ TEST_F(DHRecordFile, CorrectsErrors) {
         {"odd identifiers", with(4, 'z'), {good, with(4, 'z')}, 0},
         {"a copy", good, {good}, 1},
         {"zeros", CNALSendCertRecord(), {good}, 1},
+        {"zeros but for a byte that does not belong", stray, {good}, 1},
         {"bytes behind the key", with(60, 1), {good, Record(0, "key")}, 1},
         {"bytes behind the name", with(85, 1), {good, Record(0, "key")}, 1},
         {"a name without an end", with(91, 1), {good, Record(0, "key")}, 1},

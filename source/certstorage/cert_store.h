@@ -45,6 +45,8 @@ public:
     void DropReference();
     Attachment Attach();
 
+    /// What this shares with the other handles on its file; null when closed.
+    std::shared_ptr<StoreBody> Body() const { return m_body; }
     bool HasFile() const { return m_body != nullptr && m_body->HasFile(); }
 
     int storeCert(const KeyIdentifier& key, asnt::View bytes, PutMode mode = PutMode::KeepExisting);

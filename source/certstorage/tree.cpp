@@ -50,14 +50,26 @@ Tree::~Tree() = default;
 
 int Tree::OpenFile(const std::string& path) {
     m_path = path;
-    return Reopen();
+    return OpenDatabase(access(m_path.c_str(), F_OK) == 0 ? 0 : O_CREAT);
 }
 
-int Tree::Reopen() {
+void Tree::CloseFile() {
     m_cursorHolder = 0;
     m_db.reset();
-    const int create = access(m_path.c_str(), F_OK) == 0 ? 0 : O_CREAT;
+}
+
+// Never makes the file: one that is gone is an error, not an empty store.
+int Tree::Reopen() {
+    CloseFile();
+    ++m_changeCount;
+    return OpenDatabase(0);
+}
+
+int Tree::OpenDatabase(int create) {
     m_db.reset(Open(m_path.c_str(), O_RDWR | create, 0640, m_settings));
+    if (m_db == nullptr && (errno == EACCES || errno == EPERM || errno == EROFS)) {
+        m_db.reset(Open(m_path.c_str(), O_RDONLY, 0, m_settings));
+    }
     if (m_db != nullptr) return 0;
     Status(RET_ERROR);
     return errno;
@@ -84,6 +96,13 @@ bool Tree::Ensure() {
     return true;
 }
 
+bool Tree::EnsureToChange() {
+    if (!Ensure()) return false;
+    const int error = m_beforeChange ? m_beforeChange() : 0;
+    if (error != 0) errno = error;
+    return error == 0;
+}
+
 int Tree::Get(const RecordKey& key, asnt::View& value) {
     if (!Ensure()) return kTreeError;
     const DBT wanted = ToDbt(key.Bytes());
@@ -99,7 +118,7 @@ int Tree::Put(const RecordKey& key, asnt::View value, PutMode mode) {
         ++m_changeCount;
         return kTreeOk;
     }
-    if (!Ensure()) return kTreeError;
+    if (!EnsureToChange()) return kTreeError;
     DBT newKey = ToDbt(key.Bytes());
     const DBT newValue = ToDbt(value);
     const int result = m_db->put(m_db.get(), &newKey, &newValue, mode == PutMode::KeepExisting ? R_NOOVERWRITE : 0);
@@ -108,7 +127,7 @@ int Tree::Put(const RecordKey& key, asnt::View value, PutMode mode) {
 }
 
 int Tree::Delete(const RecordKey& key) {
-    if (!Ensure()) return kTreeError;
+    if (!EnsureToChange()) return kTreeError;
     const DBT wanted = ToDbt(key.Bytes());
     const int result = m_db->del(m_db.get(), &wanted, 0);
     if (result == RET_SUCCESS) ++m_changeCount;
@@ -165,7 +184,7 @@ int Tree::MoveToLast(Position& position) {
 }
 
 int Tree::DeleteAt(Position& position) {
-    if (!Ensure()) return kTreeError;
+    if (!EnsureToChange()) return kTreeError;
     if (position.m_id == 0 || m_cursorHolder != position.m_id) {
         errno = EINVAL;
         return kTreeError;
@@ -176,10 +195,26 @@ int Tree::DeleteAt(Position& position) {
     return Status(result);
 }
 
-int Tree::Sync() {
+int Tree::WriteOut() {
     if (!HasFile()) return kTreeOk;
     if (!Ensure()) return kTreeError;
-    return Status(m_db->sync(m_db.get(), 0));
+    if (m_cursorHolder != 0) {
+        DBT key{};
+        DBT value{};
+        const int first = m_db->seq(m_db.get(), &key, &value, R_FIRST);
+        m_cursorHolder = 0;
+        if (first == RET_ERROR) return Status(first);
+        // In an empty tree there is no record to go to, so only closing it takes the cursor away.
+        if (first == RET_SPECIAL) {
+            CloseFile();
+            if (const int error = OpenDatabase(0)) {
+                errno = error;
+                return kTreeError;
+            }
+        }
+    }
+    if (m_db->sync(m_db.get(), 0) != RET_SUCCESS) return Status(RET_ERROR);
+    return fdatasync(FileDescriptor()) == 0 ? kTreeOk : kTreeError;
 }
 
 }  // namespace nal

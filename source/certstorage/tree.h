@@ -4,7 +4,9 @@
 // brought there before a step. The cursor remembers whose position it stands on, and then the step costs no search.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -62,11 +64,19 @@ public:
     Tree& operator=(const Tree&) = delete;
 
     /// Makes this a tree with a file, before its first record operation. `path` is made with mode 0640 when it is not there.
+    /// Who may not write the file gets a tree that can be read.
     /// @return 0, or an errno. Damaged files must not come here: see tree_verify.h.
     int OpenFile(const std::string& path);
     /// Closes the file's tree and opens it again, to take in what another process wrote; positions stay.
-    /// @return 0, or an errno, and then every record operation fails until a Reopen succeeds
+    /// @return 0, or an errno, ENOENT when the file is gone, and then every record operation fails until a Reopen succeeds
     int Reopen();
+    /// Closes a file's tree, and writes out what was changed. Record operations fail until a Reopen.
+    void CloseFile();
+    /// False for a tree with a file after CloseFile, and for one without before it is opened.
+    bool IsOpen() const { return m_db != nullptr; }
+
+    /// Called, with the mutex held, before each change of a record of a file; an errno that it returns is the operation's failure.
+    void SetBeforeChange(std::function<int()> beforeChange) { m_beforeChange = std::move(beforeChange); }
 
     std::mutex& Mutex() { return m_mutex; }
     bool HasFile() const { return !m_path.empty(); }
@@ -88,11 +98,12 @@ public:
     /// Deletes the record that the last Move, Seek or MoveToLast of `position` gave.
     int DeleteAt(Position& position);
 
-    /// Writes everything to the file; nothing to do without one.
-    int Sync();
+    /// Writes everything to the file and makes it durable; nothing to do without one. Nothing is left to write by a later close: the
+    /// cursor is taken off a deleted record, which the database only then takes out of its page.
+    int WriteOut();
 
-    /// Raised by every operation that changes a record.
-    std::uint64_t ChangeCount() const { return m_changeCount; }
+    /// Raised by every operation that changes a record, and by Reopen. May be read without the mutex.
+    std::uint64_t ChangeCount() const { return m_changeCount.load(std::memory_order_acquire); }
 
 private:
     struct Closer {
@@ -104,6 +115,8 @@ private:
     };
 
     bool Ensure();
+    int OpenDatabase(int create);
+    bool EnsureToChange();
     int Sequence(Position& position, unsigned operation, Record& record);
     int BringCursor(Position& position, Record& record, bool& landedBeyond);
 
@@ -114,7 +127,8 @@ private:
     std::optional<PendingPut> m_pending;
     std::uint64_t m_cursorHolder = 0;  // the position that the physical cursor stands on, 0 for none
     std::uint64_t m_lastPositionId = 0;
-    std::uint64_t m_changeCount = 0;
+    std::atomic<std::uint64_t> m_changeCount = 0;
+    std::function<int()> m_beforeChange;
 };
 
 }  // namespace nal

@@ -198,7 +198,7 @@ TEST(Tree, AgreesWithAnOrderedMapWhateverThePageSettings) {
             ASSERT_EQ(kTreeOk, tree.Get(key, found));
             ASSERT_EQ(value, Text(found));
         }
-        ASSERT_EQ(kTreeOk, tree.Sync());
+        ASSERT_EQ(kTreeOk, tree.WriteOut());
         EXPECT_EQ(0, nal::VerifyTreeFile(folder.File("tree")));
     }
 }
@@ -213,7 +213,7 @@ TEST(Tree, FileThatCannotBeOpenedFailsEveryOperation) {
     EXPECT_EQ(kTreeError, tree.Put({}, AsView("x"), PutMode::Overwrite));
     EXPECT_EQ(EBADF, errno);
     EXPECT_EQ(kTreeError, tree.Move(position, Step::First, record));
-    EXPECT_EQ(kTreeError, tree.Sync());
+    EXPECT_EQ(kTreeError, tree.WriteOut());
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ void RequireFit(const HashObject& hash, const AsymmetricKey& key) {
     Require(hash.algId != ORK_ALG_PRIVATE_HASH || key.format.algId == ORK_ALG_PRIVATE_SIGN, ORK_E_BAD_HASH);
 }
 
-const crypto::Digest& Finish(HashObject& hash) {
+crypto::Digest Finish(HashObject& hash) {
     hash.isEmpty = false;
     return hash.hash.Finish();
 }

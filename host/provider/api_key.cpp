@@ -334,7 +334,7 @@ BOOL ORKDeriveKey(unsigned long hProv, DWORD algId, unsigned long hBaseData, DWO
         Require((flags & ~ORK_GEN_EXPORTABLE) == 0, ORK_E_BAD_FLAGS);
         Require(algId == ORK_ALG_GOST28147, ORK_E_BAD_ALGID);
         const std::lock_guard lock(base->mutex);
-        crypto::SecureBytes secret{crypto::ByteView(base->hash.Finish())};
+        crypto::SecureBytes secret = base->hash.FinishSecret();
         base->isEmpty = false;
         *hKey = AddKey(context, hProv,
                        SessionKey(std::move(secret), context->CipherParams(), (flags & ORK_GEN_EXPORTABLE) != 0));

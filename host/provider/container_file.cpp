@@ -96,10 +96,7 @@ crypto::SecureBytes DeriveKey(const ContainerSecrets& secrets, DWORD protection,
     hash.Update({reinterpret_cast<const std::uint8_t*>(c_keyPurpose), sizeof c_keyPurpose});
     hash.Update(key);
     hash.Update(secrets.protectionKey);
-    crypto::Digest digest = hash.Finish();
-    crypto::SecureBytes combined{crypto::ByteView(digest)};
-    crypto::Wipe(digest.data(), digest.size());
-    return combined;
+    return hash.FinishSecret();
 }
 
 }  // namespace

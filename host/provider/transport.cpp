@@ -43,10 +43,7 @@ crypto::SecureBytes Derive(const char* purpose, crypto::ByteView salt, crypto::B
     hash.Update({reinterpret_cast<const std::uint8_t*>(purpose), std::char_traits<char>::length(purpose) + 1});
     hash.Update(salt);
     hash.Update(secret);
-    crypto::Digest digest = hash.Finish();
-    crypto::SecureBytes key{crypto::ByteView(digest)};
-    crypto::Wipe(digest.data(), digest.size());
-    return key;
+    return hash.FinishSecret();
 }
 
 crypto::SecureBytes BlobKey(Key* protection, const Salt& salt) {

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "host/provider/crypto/parameters.h"
 #include "host/provider/crypto/secure_memory.h"
@@ -18,8 +19,8 @@ using Digest = std::array<std::uint8_t, kDigestSize>;
 
 /// A running or finished GOST R 34.11-94 hash. Source: RFC 5831, RFC 4357 section 11.2.
 ///
-/// Its state lives in secure memory, since keys are derived by it. A copy goes on independently of the original. Not
-/// synchronised: one thread at a time per object.
+/// Its state and its value live in secure memory, since keys are derived by it. A copy goes on independently of the
+/// original. Not synchronised: one thread at a time per object.
 class Hash {
 public:
     /// @throws CryptoError kNoMemory, kUnavailable
@@ -34,16 +35,13 @@ public:
     void Update(ByteView data);
 
     /// Finishes the hash (no data can be added afterwards) and gives its value; calling again gives it again.
-    const Digest& Finish();
+    Digest Finish();
 
-    /// The value as it would be now; the hash goes on. @throws CryptoError kNoMemory
-    Digest Peek() const;
+    /// The same for a value that is a key: it never leaves secure memory. @throws CryptoError kNoMemory
+    SecureBytes FinishSecret();
 
     /// Makes `value` the finished value, whatever was hashed before.
     void SetValue(const Digest& value);
-
-    bool IsFinished() const { return m_finished; }
-    const HashParameters& Parameters() const { return *m_parameters; }
 
     /// The value of one piece of data.
     static Digest Of(ByteView data, const HashParameters& parameters = DefaultHashParameters());
@@ -51,9 +49,10 @@ public:
 private:
     struct State;
 
-    const HashParameters* m_parameters;
+    ByteView FinishedValue();
+
     std::unique_ptr<State> m_state;
-    Digest m_value{};
+    std::optional<Digest> m_givenValue;
     bool m_finished = false;
 };
 

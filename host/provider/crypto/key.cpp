@@ -71,10 +71,6 @@ PrivateKey PrivateKey::Import(const KeyParameters& parameters, ByteView bytes) {
     return {parameters, std::move(secret)};
 }
 
-PrivateKey PrivateKey::Clone() const {
-    return {*m_parameters, m_secret.Clone()};
-}
-
 PublicKey PrivateKey::DerivePublicKey() const {
     std::vector<std::uint8_t> key(m_parameters->publicKeySize);
     SchemeOf(*m_parameters).DerivePublicKey(*m_parameters, SecretNumber(m_secret).get(), key);
@@ -99,7 +95,7 @@ SecureBytes PrivateKey::Agree(const PublicKey& peer, ByteView ukm, const HashPar
         SchemeOf(*m_parameters).CommonSecret(*m_parameters, SecretNumber(m_secret).get(), peer.Bytes(), ukm);
     Hash hash(hashParameters);
     hash.Update(common);
-    return SecureBytes(ByteView(hash.Finish()));
+    return hash.FinishSecret();
 }
 
 }  // namespace nalhost::crypto

@@ -66,7 +66,6 @@ public:
 
     PrivateKey(PrivateKey&&) noexcept = default;
     PrivateKey& operator=(PrivateKey&&) noexcept = default;
-    PrivateKey Clone() const;
 
     /// Computes the public key: about as expensive as a signature, so keep the result.
     PublicKey DerivePublicKey() const;

@@ -61,16 +61,14 @@ TEST(Hash, ACopyGoesOnIndependently) {
     Hash original;
     original.Update(Text("ab"));
     Hash copy = original;
-    EXPECT_EQ(Hash::Of(Text("ab")), original.Peek());
     copy.Update(Text("c"));
     original.Update(Text("d"));
     EXPECT_EQ(Hash::Of(Text("abc")), copy.Finish());
     EXPECT_EQ(Hash::Of(Text("abd")), original.Finish());
 
     const Hash finished = copy;
-    EXPECT_TRUE(finished.IsFinished());
-    EXPECT_EQ(Hash::Of(Text("abc")), finished.Peek());
     original = finished;
+    EXPECT_THROW(original.Update(Text("d")), CryptoError);
     EXPECT_EQ(Hash::Of(Text("abc")), original.Finish());
 }
 
@@ -85,6 +83,7 @@ TEST(Hash, AFinishedHashTakesNoMoreDataAndKeepsItsValue) {
         EXPECT_EQ(Failure::kBadState, error.Kind());
     }
     EXPECT_EQ(value, hash.Finish());
+    EXPECT_TRUE(ConstantTimeEqual(value, hash.FinishSecret()));
 
     Digest given{};
     given[0] = 1;
@@ -92,6 +91,7 @@ TEST(Hash, AFinishedHashTakesNoMoreDataAndKeepsItsValue) {
     set.Update(Text("ignored"));
     set.SetValue(given);
     EXPECT_EQ(given, set.Finish());
+    EXPECT_EQ(given, Hash(set).Finish());
     EXPECT_THROW(set.Update(Text("d")), CryptoError);
 }
 

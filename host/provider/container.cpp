@@ -164,10 +164,10 @@ const ContainerKey& Container::Unlock(const ContainerSecrets& secrets) {
     return *m_key;
 }
 
-crypto::SecureBytes Container::PrivateKey(std::uint32_t number, const ContainerSecrets& secrets) {
+OpenedEntry Container::OpenEntry(std::uint32_t number, const ContainerSecrets& secrets) {
     const std::size_t index = File().IndexOf(number);
     const PrivateKeys keys = m_file->Open(Unlock(secrets));
-    return crypto::SecureBytes(keys.At(index));
+    return {m_file->Entries()[index], crypto::SecureBytes(keys.At(index))};
 }
 
 void Container::Store(ContainerFile file, const ContainerKey* key, const PrivateKeys& keys) {
@@ -183,7 +183,7 @@ void Container::Change(const ContainerSecrets& secrets, const std::function<void
     const ContainerLock lock(m_path);
     ContainerFile file = File();
     if (!file.IsProtected()) {
-        ContainerKey key = file.Protect(secrets);
+        ContainerKey key = file.Protect(secrets, secrets.ProtectionBits());
         PrivateKeys keys;
         edit(file, keys);
         Store(std::move(file), &key, keys);
@@ -196,12 +196,16 @@ void Container::Change(const ContainerSecrets& secrets, const std::function<void
     Store(std::move(file), &key, keys);
 }
 
-void Container::ChangeProtection(const ContainerSecrets& secrets, const ContainerSecrets& newSecrets) {
+void Container::ChangeProtection(const ContainerSecrets& secrets, const ContainerSecrets& newSecrets, DWORD changed) {
     const ContainerLock lock(m_path);
     ContainerFile file = File();
     PrivateKeys keys;
-    if (file.IsProtected()) keys = file.Open(Unlock(secrets));
-    ContainerKey key = file.Protect(newSecrets);
+    DWORD protection = newSecrets.ProtectionBits();
+    if (file.IsProtected()) {
+        keys = file.Open(Unlock(secrets));
+        protection &= file.Protection() | changed;
+    }
+    ContainerKey key = file.Protect(newSecrets, protection);
     Store(std::move(file), &key, keys);
     m_key = std::move(key);
 }

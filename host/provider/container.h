@@ -24,6 +24,11 @@ struct ContainerName {
     static ContainerName ParseNew(std::string_view name);
 };
 
+struct OpenedEntry {
+    ContainerEntry entry;
+    crypto::SecureBytes privateKey;
+};
+
 // One opened container. What was read is kept until the file changes; the key made from the secrets is kept until the
 // protection changes, so that only the first use of a key pays for the derivation.
 //
@@ -47,13 +52,15 @@ public:
     // The file as it is now. @throws as Open, when it went away or was replaced by another container too
     const ContainerFile& File();
 
-    // The private key of an entry. @throws ProviderError 86, ORK_E_PERMISSION, ORK_E_NO_KEY, ORK_E_DAMAGED
-    crypto::SecureBytes PrivateKey(std::uint32_t number, const ContainerSecrets& secrets);
+    // An entry with its private key; both are of one state of the file, which the secrets have vouched for.
+    // @throws ProviderError 86, ORK_E_PERMISSION, ORK_E_NO_KEY, ORK_E_DAMAGED
+    OpenedEntry OpenEntry(std::uint32_t number, const ContainerSecrets& secrets);
 
-    // Lets `edit` change the file and its keys, and writes both. @throws as File and PrivateKey
+    // Lets `edit` change the file and its keys, and writes both. @throws as File and OpenEntry
     void Change(const ContainerSecrets& secrets, const std::function<void(ContainerFile&, PrivateKeys&)>& edit);
-    // Protects all keys by `newSecrets` from now on.
-    void ChangeProtection(const ContainerSecrets& secrets, const ContainerSecrets& newSecrets);
+    // Protects all keys by `newSecrets` from now on. Only the secret of the bit `changed` comes or goes: the others that
+    // the container did not ask for were never checked, so it does not begin to ask for them.
+    void ChangeProtection(const ContainerSecrets& secrets, const ContainerSecrets& newSecrets, DWORD changed);
     // The secrets are others now: they are checked again.
     void ForgetKey() { m_key.reset(); }
 

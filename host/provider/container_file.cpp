@@ -177,6 +177,7 @@ ContainerFile ContainerFile::Parse(asnt::View bytes) {
 void ContainerFile::ReadEntries(asnt::View bytes) {
     RecordReader reader(bytes, ORK_E_DAMAGED);
     m_nextNumber = reader.U32();
+    Require(m_nextNumber != 0, ORK_E_DAMAGED);
     const std::uint32_t count = reader.U32();
     Require(count <= c_maxEntries, ORK_E_DAMAGED);
     std::uint32_t last = 0;
@@ -211,10 +212,10 @@ const ContainerEntry* ContainerFile::Find(std::uint32_t number) const {
     return found == m_entries.end() ? nullptr : &*found;
 }
 
-ContainerKey ContainerFile::Protect(const ContainerSecrets& secrets) {
+ContainerKey ContainerFile::Protect(const ContainerSecrets& secrets, DWORD protection) {
     m_cost = {};
     crypto::FillRandom(m_salt);
-    m_protection = secrets.ProtectionBits();
+    m_protection = protection;
     m_isProtected = true;
     return {DeriveKey(secrets, m_protection, m_salt, m_cost), m_protection, m_salt, m_cost};
 }

@@ -86,7 +86,8 @@ public:
     DWORD Protection() const { return m_protection; }
 
     // Sets what protects the container from now on, with a new salt.
-    ContainerKey Protect(const ContainerSecrets& secrets);
+    // @param protection  ORK_PROTECTED_* bits, each of a secret that is given
+    ContainerKey Protect(const ContainerSecrets& secrets, DWORD protection);
     // Whether `key` was made for this protection; says nothing about the password.
     bool Suits(const ContainerKey& key) const;
     // Makes the key and checks it. @throws ProviderError 86, ORK_E_PERMISSION

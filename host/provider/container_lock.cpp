@@ -32,6 +32,8 @@ ContainerLock::ContainerLock(const std::string& path) {
 }
 
 ContainerLock::~ContainerLock() {
+    // A child that another thread forked meanwhile has the descriptor too: closing alone would leave the lock to it.
+    flock(m_descriptor, LOCK_UN);
     close(m_descriptor);
 }
 

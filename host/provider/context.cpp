@@ -79,7 +79,7 @@ void Context::ChangePassword(std::string_view text) {
     const std::lock_guard lock(m_mutex);
     ContainerSecrets changed = CopySecrets();
     changed.password = SecretOf(text);
-    Opened().ChangeProtection(m_secrets, changed);
+    Opened().ChangeProtection(m_secrets, changed, ORK_PROTECTED_PASSWORD);
     m_secrets = std::move(changed);
 }
 
@@ -87,7 +87,7 @@ void Context::ChangePin(std::string_view text) {
     const std::lock_guard lock(m_mutex);
     ContainerSecrets changed = CopySecrets();
     changed.pin = SecretOf(text);
-    Opened().ChangeProtection(m_secrets, changed);
+    Opened().ChangeProtection(m_secrets, changed, ORK_PROTECTED_PIN);
     m_secrets = std::move(changed);
 }
 
@@ -232,14 +232,11 @@ void Context::DeleteEntry() {
     m_current = 0;
 }
 
-AsymmetricKeyRef Context::Open(const ContainerEntry& entry) {
-    // Copied first: reading the private key may take the file up anew, and the entry with it.
-    const ContainerEntry wanted = entry;
-    const crypto::SecureBytes secret = Opened().PrivateKey(wanted.number, m_secrets);
-    m_current = wanted.number;
-    return MakePair(wanted.format, crypto::PrivateKey::Import(*wanted.format.set, secret),
-                    crypto::PublicKey::Import(*wanted.format.set, Bytes(wanted.publicKey)), wanted.keyType,
-                    wanted.number);
+AsymmetricKeyRef Context::Open(std::uint32_t number) {
+    const auto [entry, privateKey] = Opened().OpenEntry(number, m_secrets);
+    m_current = number;
+    return MakePair(entry.format, crypto::PrivateKey::Import(*entry.format.set, privateKey),
+                    crypto::PublicKey::Import(*entry.format.set, Bytes(entry.publicKey)), entry.keyType, number);
 }
 
 const ContainerEntry* Context::PeekCurrent(const ContainerFile& file) const {
@@ -252,12 +249,12 @@ AsymmetricKeyRef Context::OpenKey(DWORD keyType) {
     const std::lock_guard lock(m_mutex);
     const ContainerFile& file = Opened().File();
     const ContainerEntry* current = PeekCurrent(file);
-    if (current != nullptr && (IsAnyType(keyType) || current->keyType == keyType)) return Open(*current);
+    if (current != nullptr && (IsAnyType(keyType) || current->keyType == keyType)) return Open(current->number);
     const auto& entries = file.Entries();
     const auto other = std::find_if(entries.begin(), entries.end(),
                                     [&](const ContainerEntry& entry) { return entry.keyType == keyType; });
     Require(other != entries.end(), ORK_E_NO_KEY);
-    return Open(*other);
+    return Open(other->number);
 }
 
 AsymmetricKeyRef Context::SigningKey(DWORD keyType) {
@@ -266,7 +263,7 @@ AsymmetricKeyRef Context::SigningKey(DWORD keyType) {
     const ContainerEntry* current = PeekCurrent(Opened().File());
     Require(current != nullptr, ORK_E_NO_KEY);
     // An entry holds one key: it is of the asked type, or it is the one that the entry has.
-    return Open(*current);
+    return Open(current->number);
 }
 
 AsymmetricKeyRef Context::AddKey(const KeyFormat& format, DWORD keyType, crypto::PrivateKey key) {

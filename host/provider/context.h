@@ -75,7 +75,8 @@ private:
     const ContainerEntry& CurrentEntry();
     // The same, null when it is gone. @throws ProviderError ORK_E_NO_KEY for a container without entries
     const ContainerEntry* PeekCurrent(const ContainerFile& file) const;
-    AsymmetricKeyRef Open(const ContainerEntry& entry);
+    // The pair of an entry, which becomes current.
+    AsymmetricKeyRef Open(std::uint32_t number);
     ContainerSecrets CopySecrets() const;
 
     mutable std::mutex m_mutex;

@@ -307,20 +307,15 @@ void CTOOWholeFile::Write(const void* data, std::size_t size) {
 void CTOOWholeFile::Commit() {
     if (!m_file.IsOpen()) throw XTOOFile(TOO_E_NOT_INITIALIZED, m_target, "not open:");
     const int descriptor = m_file.GetDescriptor();
+    struct stat old {};
+    const bool replaces = lstat(m_target.c_str(), &old) == 0 && S_ISREG(old.st_mode);
     unsigned permissions = m_permissions;
-    if (!m_fixedPermissions) {
-        struct stat old {};
-        if (lstat(m_target.c_str(), &old) == 0 && S_ISREG(old.st_mode)) {
-            permissions = old.st_mode & 0777;
-            // Only a privileged process may give a file away; for any other the new file is its own. Where not even the
-            // group can be kept, another group gets no more than everybody does.
-            if (fchown(descriptor, old.st_uid, old.st_gid) != 0 &&
-                fchown(descriptor, static_cast<uid_t>(-1), old.st_gid) != 0) {
-                permissions &= 0707 | (permissions & 07) << 3;
-            }
-        } else {
-            permissions = c_ordinaryPermissions & ~CurrentUmask();
-        }
+    if (!m_fixedPermissions) permissions = replaces ? old.st_mode & 0777 : c_ordinaryPermissions & ~CurrentUmask();
+    // Only a privileged process may give a file away; for any other the new file is its own. Where not even the group
+    // can be kept, another group gets no more than everybody does.
+    if (replaces && fchown(descriptor, old.st_uid, old.st_gid) != 0 &&
+        fchown(descriptor, static_cast<uid_t>(-1), old.st_gid) != 0) {
+        permissions &= 0707 | (permissions & 07) << 3;
     }
     if (fchmod(descriptor, permissions) != 0) ThrowFile(errno, TOO_E_WRITE, m_target, "cannot set permissions of");
     SyncDescriptor(descriptor, m_target);

@@ -1,4 +1,6 @@
 // Containers: what is on the disk, passwords, damage, full disks, several processes.
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -6,6 +8,7 @@
 #include <thread>
 
 #include "host/provider/container_file.h"
+#include "host/provider/container_lock.h"
 #include "host/provider/crypto/hash.h"
 #include "tests/host/provider/provider_fixture.h"
 #include "too/status.h"
@@ -198,6 +201,22 @@ TEST_F(Containers, ChangeTheirPasswordAndPin) {
     EXPECT_EQ(PublicBlob(open, same), PublicBlob(prov, key));
 }
 
+// Secrets that the container never asked for are never checked either, so a change does not begin to ask for them.
+TEST_F(Containers, AskForNothingNewAfterAChange) {
+    Generate(Create("c", "old"), 2);
+    const Prov prov = Open("c", "old", "mistyped");
+    Key protection;
+    ASSERT_OK(ORKGenKey(prov, ORK_ALG_GOST28147, 0, protection.Take()));
+    ASSERT_OK(ORKSetProvParam(prov, ORK_PARAM_PROTECTION_KEY, static_cast<unsigned long>(protection), 0));
+    ASSERT_OK(ORKSetProvParam(prov, ORK_PARAM_NEW_PASSWORD, "new", 0));
+    DWORD bits = 0;
+    EXPECT_OK(ORKGetProvParam(prov, ORK_PARAM_PROTECTION, bits));
+    EXPECT_EQ(bits, ORK_PROTECTED_PASSWORD);
+    EXPECT_EQ(UserKeyError(Open("c", "new")), 0U);
+    ASSERT_OK(ORKSetProvParam(prov, ORK_PARAM_NEW_PIN, "77", 0));
+    EXPECT_EQ(UserKeyError(Open("c", "new", "77")), 0U);
+}
+
 TEST_F(Containers, MayNeedAProtectionKey) {
     const auto derive = [](unsigned long prov, const char* secret) {
         Key key;
@@ -277,6 +296,52 @@ TEST_F(Containers, VouchForEveryByteWithTheirPassword) {
     Rehash(costly);
     WriteFile(PathOf("c"), costly);
     EXPECT_EQ(OpenError("c"), ORK_E_DAMAGED);
+}
+
+// A number that no entry may have would make the file unreadable as soon as a key has it.
+TEST_F(Containers, RefuseAnImpossibleNextNumber) {
+    Create("c");
+    std::string bad = ReadFile(PathOf("c"));
+    bad.replace(100, 4, 4, '\0');
+    Rehash(bad);
+    WriteFile(PathOf("c"), bad);
+    EXPECT_EQ(OpenError("c"), ORK_E_DAMAGED);
+}
+
+TEST_F(Containers, KeepTheirOwner) {
+    constexpr uid_t c_owner = 12345;
+    Generate(Create("c"), 2);
+    if (chown(PathOf("c").c_str(), c_owner, c_owner) != 0) GTEST_SKIP() << "only root may give files away";
+    Generate(Open("c"), 1);
+    struct stat status {};
+    ASSERT_EQ(stat(PathOf("c").c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, c_owner);
+    EXPECT_EQ(status.st_gid, c_owner);
+    EXPECT_EQ(status.st_mode & 07777, 0600U);
+}
+
+// A child that was forked meanwhile has the lock's descriptor too.
+TEST_F(Containers, AreUnlockedAlthoughAChildLives) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    pid_t child = 0;
+    {
+        const nalhost::provider::ContainerLock lock(m_home + "/c");
+        child = fork();
+        if (child == 0) {
+            close(ends[1]);
+            char end = 0;
+            _exit(read(ends[0], &end, 1) == 0 ? 0 : 1);
+        }
+    }
+    const int folder = open(m_home.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    EXPECT_EQ(flock(folder, LOCK_EX | LOCK_NB), 0);
+    close(folder);
+    close(ends[1]);
+    close(ends[0]);
+    int status = 1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
 }
 
 TEST_F(Containers, StayAsTheyWereWhenTheDiskIsFull) {

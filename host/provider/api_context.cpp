@@ -2,12 +2,15 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <mutex>
 
+#include "host/provider/crypto/error.h"
 #include "host/provider/crypto/random.h"
 #include "host/provider/objects.h"
 #include "host/provider/transport.h"
 #include "host/provider/value.h"
 #include "ork/provider.h"
+#include "orklog/orklog.h"
 
 namespace {
 
@@ -146,6 +149,24 @@ BOOL SetParam(unsigned long hProv, DWORD param, std::string_view text, DWORD fla
     });
 }
 
+// Tells the operator, once and before the first key comes, when keys may reach the swap space.
+void WarnOfUnlockedMemory() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        constexpr int warning = 2;
+        const OrkLogProps* props = OrkLog_GetProps_cl_module(0);
+        if (props->level < warning) return;
+        try {
+            const char* text = crypto::SecureMemoryWarning(crypto::GetSecureMemoryState());
+            if (*text == 0) return;
+            OkrLogHelper record(props, warning, "ORKAcquireContext", "host/provider", __LINE__);
+            record << "Warning: " << text;
+        } catch (const crypto::CryptoError&) {
+            return;  // without the cryptographic library no key comes either, and the calls that want one say why
+        }
+    });
+}
+
 }  // namespace
 
 BOOL ORKAcquireContext(unsigned long* hProv, const char* container, const char* provider, DWORD type, DWORD flags) {
@@ -155,6 +176,7 @@ BOOL ORKAcquireContext(unsigned long* hProv, const char* container, const char* 
         Require(hProv != nullptr || deletes, ORK_E_INVALID_PARAMETER);
         CheckProvider(provider, type);
         CheckOpenFlags(flags, !name.empty());
+        WarnOfUnlockedMemory();
         unsigned long handle = 0;
         if ((flags & ORK_OPEN_VERIFY) == ORK_OPEN_VERIFY) {
             handle = Contexts().Add(std::make_shared<Context>(std::nullopt, name, 0));

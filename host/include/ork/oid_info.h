@@ -48,8 +48,7 @@ NAL_HOST_EXPORT const CRYPT_OID_INFO* FindOIDInfo(DWORD keyType, const void* key
 ///
 /// @param blob          a blob of type 6, as ORKExportKey writes it
 /// @param algorithm     receives the dotted OID of the key's algorithm. An ephemeral key has that of the signature key
-/// of
-///                      its standard, as RFC 4490 section 4.1 writes it
+///                      of its standard, as RFC 4490 section 4.1 writes it
 /// @param parameters    receives the DER parameters field, empty when the algorithm carries none
 /// @param publicKey     receives the content of the BIT STRING: the DER OCTET STRING around the key's bytes
 /// @return TRUE; or FALSE with ORK_E_BAD_DATA, ORK_E_BAD_ALGID or ORK_E_BAD_VERSION, outputs untouched

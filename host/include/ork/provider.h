@@ -3,14 +3,12 @@
 /// Conventions that hold for every call, and are not repeated on each:
 ///
 /// - The result is TRUE, or FALSE with the reason in the thread's last error (`GetLastError`, codes in
-/// ork/constants.h).
-///   Outputs are written on success only; a failed call leaves no handle, no half-written file and no secret behind.
+///   ork/constants.h). Outputs are written on success only; a failed call leaves no handle, no half-written file and
+///   no secret behind.
 /// - Handles are numbers that are valid everywhere in the process. 0 is never one. A handle that was released, that
-/// never
-///   was, or that names another kind of object is `ORK_E_INVALID_HANDLE`; numbers are not used again.
+///   never was, or that names another kind of object is `ORK_E_INVALID_HANDLE`; numbers are not used again.
 /// - Every handle that a call gives out belongs to the caller: `ORKReleaseContext`, `ORKDestroyKey`, `ORKDestroyHash`.
-/// A key
-///   and a hash keep what they need of their context, so the order of release is free.
+///   A key and a hash keep what they need of their context, so the order of release is free.
 /// - All calls may be made from any thread. Calls on one and the same handle are done one after the other.
 /// - Whole numbers in values and blobs have their least significant byte first. Signatures and public keys do too: a
 ///   signature is r then s read as one big number from its end, that is, the reverse of the octets of RFC 4491.
@@ -90,15 +88,13 @@ NAL_HOST_EXPORT DWORD ORKSCApi_GetRandomByteOctet(void* buffer, DWORD count, voi
 /// has; the entry becomes current.
 ///
 /// @param keyType  ORK_KEY_EXCHANGE, ORK_KEY_SIGNATURE; ORK_KEY_ANY or 0 for whichever the current entry holds
-/// Fails with ORK_E_NO_KEY, 86 (wrong password or PIN), ORK_E_CRC (damaged container), ORK_E_PERMISSION (protection
-/// key).
+/// Fails with ORK_E_NO_KEY, 86 (wrong password or PIN), ORK_E_DAMAGED, ORK_E_PERMISSION (protection key).
 NAL_HOST_EXPORT BOOL ORKGetUserKey(unsigned long hProv, DWORD keyType, unsigned long* hKey);
 
 /// Makes a key.
 ///
 /// @param algId  a key type or the ALG_ID of a signature or exchange key: a pair, kept in the container as a new entry,
-/// with
-///               the parameter set of provider parameter 94 or 95; ORK_ALG_EPHEMERAL: a pair that is kept nowhere;
+///               with the parameter set of provider parameter 94 or 95; ORK_ALG_EPHEMERAL: a pair that is kept nowhere;
 ///               ORK_ALG_GOST28147: a random session key with a random initialisation vector
 /// @param flags  ORK_GEN_*; a session key without ORK_GEN_EXPORTABLE cannot be exported
 NAL_HOST_EXPORT BOOL ORKGenKey(unsigned long hProv, DWORD algId, DWORD flags, unsigned long* hKey);
@@ -121,8 +117,7 @@ NAL_HOST_EXPORT BOOL ORKDestroyKey(unsigned long hKey);
 /// Exports a key as a blob; docs/provider.md draws the layouts.
 ///
 /// @param hExpKey   blob 1: the agreed key; blob 7: the protection key, 0 for a one-time key of this process, good for
-/// one
-///                  import; blob 6: 0
+///                  one import; blob 6: 0
 /// @param blobType  ORK_BLOB_*
 /// @param flags     0, or ORK_EXPORT_TRANSPORT with blob 1
 NAL_HOST_EXPORT BOOL ORKExportKey(unsigned long hProv, unsigned long hKey, unsigned long hExpKey, DWORD blobType,
@@ -138,9 +133,7 @@ NAL_HOST_EXPORT BOOL ORKImportKey(unsigned long hProv, const void* blob, DWORD l
 
 /// Imports the public key of a certificate.
 ///
-/// @param info    a DER SubjectPublicKeyInfo (RFC 5280 section 4.1.2.7; RFC 4491 section 2.3), or the serialized form
-/// of a
-///                library class that writes one
+/// @param info    a DER SubjectPublicKeyInfo (RFC 5280 section 4.1.2.7; RFC 4491 section 2.3)
 /// @param length  its size in bytes; octets behind the record are an error
 NAL_HOST_EXPORT BOOL ORKImportPKInfo(unsigned long hProv, const void* info, DWORD length, unsigned long* hKey);
 

@@ -12,7 +12,7 @@ enum class Failure {
     kBadLength,     ///< a key, IV, UKM or value of the wrong size (NTE_BAD_LEN 0x80090004)
     kBadData,       ///< a wrapped key or sealed block that fails its check (NTE_BAD_DATA 0x80090005)
     kBadState,      ///< more data for a finished hash (NTE_BAD_HASH_STATE 0x8009000C)
-    kNoMemory,      ///< secure or ordinary memory is used up (ERROR_NOT_ENOUGH_MEMORY 8)
+    kNoMemory,      ///< secure or ordinary memory is used up (NTE_NO_MEMORY 0x8009000E)
     kUnavailable,   ///< libgcrypt is too old, or refuses these algorithms (FIPS mode) (NTE_FAIL 0x80090020)
     kInternal,      ///< anything else that libgcrypt reports (NTE_FAIL 0x80090020)
 };

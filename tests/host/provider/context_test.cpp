@@ -1,6 +1,9 @@
 // Handles, contexts and their parameters.
+#include <gcrypt.h>
+#include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <set>
 #include <thread>
@@ -11,6 +14,16 @@ namespace provider_test {
 namespace {
 
 class Contexts : public ProviderTest {};
+
+// Made before the first call of the provider, as a host's own globals are, and so destroyed after what the provider
+// made at its first call.
+struct ReleasesAtExit {
+    ~ReleasesAtExit() {
+        if (hash != 0 && !ORKDestroyHash(hash)) std::_Exit(2);
+    }
+    unsigned long hash = 0;
+};
+ReleasesAtExit g_releasesAtExit;
 
 TEST_F(Contexts, RefusesWhatIsNotRegisteredAndOddFlags) {
     const struct {
@@ -165,6 +178,39 @@ TEST_F(Contexts, RandomBytesComeFromBothForms) {
     EXPECT_NE(std::string(reinterpret_cast<char*>(other), 32), std::string(32, '\0'));
     EXPECT_EQ(ORKSCApi_GetRandomByteOctet(nullptr, 1, nullptr), ORK_E_INVALID_PARAMETER);
     EXPECT_ERROR(ORKGenRandom(Verify(), 1, nullptr), ORK_E_INVALID_PARAMETER);
+}
+
+TEST_F(Contexts, LiveUntilTheHostsGlobalsAreGone) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            const Prov prov = Verify();
+            ORKCreateHash(prov, ORK_ALG_GOSTR3411, 0, &g_releasesAtExit.hash, 0);
+            std::exit(g_releasesAtExit.hash == 0 ? 1 : 0);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+// Nothing is asked of the host before the provider is used, and nothing is said twice.
+TEST_F(Contexts, WarnOnceWhenMemoryIsNotLocked) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    setenv("NAL_LOG", "2:stderr", 1);
+    const auto once = [](const std::string& printed) {
+        const std::size_t first = printed.find("may be swapped out");
+        return first != std::string::npos && printed.find("may be swapped out", first + 1) == std::string::npos;
+    };
+    EXPECT_EXIT(
+        {
+            gcry_check_version(nullptr);
+            gcry_control(GCRYCTL_DISABLE_SECMEM);
+            gcry_control(GCRYCTL_INITIALIZATION_FINISHED);
+            SetLastError(7);
+            Verify();
+            Verify();
+            std::_Exit(GetLastError() == 7 ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), testing::ResultOf(once, testing::IsTrue()));
+    unsetenv("NAL_LOG");
 }
 
 TEST_F(Contexts, ServeManyThreads) {

@@ -18,8 +18,7 @@ MpiPtr SecretNumber(const SecureBytes& secret) {
     return MpiFromLittleEndian(secret, true);
 }
 
-}  // namespace
-
+// A random number in 1..order-1, in secure memory.
 MpiPtr RandomScalar(gcry_mpi_t order) {
     const unsigned bits = gcry_mpi_get_nbits(order);
     SecureBytes candidate((bits + 7) / 8);
@@ -30,6 +29,25 @@ MpiPtr RandomScalar(gcry_mpi_t order) {
         MpiPtr number = MpiFromLittleEndian(candidate, true);
         if (gcry_mpi_cmp_ui(number.get(), 0) > 0 && gcry_mpi_cmp(number.get(), order) < 0) return number;
     }
+}
+
+// s = d r + k e mod q, for the private key d and the random number k.
+MpiPtr Response(gcry_mpi_t secret, gcry_mpi_t r, gcry_mpi_t random, gcry_mpi_t e, gcry_mpi_t order) {
+    MpiPtr s = NewMpi(8 * kPrivateKeySize, true);
+    const MpiPtr product = NewMpi(8 * kPrivateKeySize, true);
+    gcry_mpi_mulm(s.get(), secret, r, order);
+    gcry_mpi_mulm(product.get(), random, e, order);
+    gcry_mpi_addm(s.get(), s.get(), product.get(), order);
+    return s;
+}
+
+}  // namespace
+
+MpiPtr HashNumber(const Digest& digest, gcry_mpi_t order) {
+    MpiPtr number = MpiFromLittleEndian(digest, false);
+    gcry_mpi_mod(number.get(), number.get(), order);
+    if (gcry_mpi_cmp_ui(number.get(), 0) == 0) gcry_mpi_set_ui(number.get(), 1);
+    return number;
 }
 
 PublicKey::PublicKey(const KeyParameters& parameters, std::vector<std::uint8_t> bytes)
@@ -78,7 +96,20 @@ PublicKey PrivateKey::DerivePublicKey() const {
 }
 
 Signature PrivateKey::Sign(const Digest& digest) const {
-    return SchemeOf(*m_parameters).Sign(*m_parameters, SecretNumber(m_secret).get(), digest);
+    const KeyScheme& scheme = SchemeOf(*m_parameters);
+    const MpiPtr order = scheme.Order(*m_parameters);
+    const MpiPtr e = HashNumber(digest, order.get());
+    const MpiPtr secret = SecretNumber(m_secret);
+    for (;;) {
+        const MpiPtr random = RandomScalar(order.get());
+        const MpiPtr r = scheme.Commitment(*m_parameters, random.get());
+        const MpiPtr s = Response(secret.get(), r.get(), random.get(), e.get(), order.get());
+        if (gcry_mpi_cmp_ui(r.get(), 0) == 0 || gcry_mpi_cmp_ui(s.get(), 0) == 0) continue;
+        Signature signature;
+        MpiToLittleEndian(r.get(), ByteSpan(signature).first(kSignatureSize / 2));
+        MpiToLittleEndian(s.get(), ByteSpan(signature).last(kSignatureSize / 2));
+        return signature;
+    }
 }
 
 SecureBytes PrivateKey::Agree(const PublicKey& peer, ByteView ukm, const HashParameters& hashParameters) const {

@@ -20,7 +20,8 @@ public:
 
     virtual void DerivePublicKey(const KeyParameters& parameters, gcry_mpi_t secret, ByteSpan key) const = 0;
 
-    virtual Signature Sign(const KeyParameters& parameters, gcry_mpi_t secret, const Digest& digest) const = 0;
+    /// The number r of a signature, below q, for the random number of that signature; it may be 0.
+    virtual MpiPtr Commitment(const KeyParameters& parameters, gcry_mpi_t secretRandom) const = 0;
 
     /// `signature` has the right size; its numbers are not checked yet.
     virtual bool Verify(const KeyParameters& parameters, ByteView key, const Digest& digest,
@@ -34,7 +35,7 @@ public:
 const KeyScheme& Gost94Scheme();
 const KeyScheme& Gost2001Scheme();
 
-/// A random number in 1..order-1, in secure memory.
-MpiPtr RandomScalar(gcry_mpi_t order);
+/// The digest as signatures take it: modulo the order, and never 0.
+MpiPtr HashNumber(const Digest& digest, gcry_mpi_t order);
 
 }  // namespace nalhost::crypto

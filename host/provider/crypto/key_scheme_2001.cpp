@@ -74,18 +74,11 @@ SexpPtr BuildSexp(const char* format, Arguments... arguments) {
     return SexpPtr(expression);
 }
 
-// Only this form of the hash is safe: (flags gost raw)(hash ...) signs the number 1 whatever the hash, and accepts any.
+// Only this form of the hash is safe: (flags gost raw)(hash ...) takes any hash for the number 1.
 SexpPtr HashExpression(const Digest& digest) {
     std::array<std::uint8_t, kDigestSize> number;
     std::reverse_copy(digest.begin(), digest.end(), number.begin());
     return BuildSexp("(data(flags gost)(value %b))", static_cast<int>(number.size()), number.data());
-}
-
-void ReadSignatureNumber(gcry_sexp_t signature, const char* name, ByteSpan out) {
-    const SexpPtr entry(gcry_sexp_find_token(signature, name, 0));
-    const MpiPtr number(entry ? gcry_sexp_nth_mpi(entry.get(), 1, GCRYMPI_FMT_USG) : nullptr);
-    if (!number) throw CryptoError(Failure::kInternal, "a signature without its numbers");
-    MpiToLittleEndian(number.get(), out);
 }
 
 class Gost2001 final : public KeyScheme {
@@ -106,15 +99,16 @@ public:
         }
     }
 
-    Signature Sign(const KeyParameters& parameters, gcry_mpi_t secret, const Digest& digest) const override {
-        const SexpPtr key = BuildSexp("(private-key(ecc(curve %s)(flags gost)(d %m)))", parameters.oid, secret);
-        gcry_sexp_t made = nullptr;
-        CheckGcrypt(gcry_pk_sign(&made, HashExpression(digest).get(), key.get()), "signing");
-        const SexpPtr expression(made);
-        Signature signature;
-        ReadSignatureNumber(made, "r", ByteSpan(signature).first(kCoordinateSize));
-        ReadSignatureNumber(made, "s", ByteSpan(signature).last(kCoordinateSize));
-        return signature;
+    // Not by gcry_pk_sign: it copies the private key into ordinary memory and does not wipe it there.
+    MpiPtr Commitment(const KeyParameters& parameters, gcry_mpi_t secretRandom) const override {
+        const Curve curve = OpenCurve(parameters);
+        std::array<std::uint8_t, 2 * kCoordinateSize> point;
+        if (!Multiply(curve, secretRandom, nullptr, false, point)) {
+            throw CryptoError(Failure::kInternal, "a random number in range gives no point");
+        }
+        MpiPtr r = MpiFromLittleEndian(ByteView(point).first(kCoordinateSize), false);
+        gcry_mpi_mod(r.get(), r.get(), curve.n.get());
+        return r;
     }
 
     bool Verify(const KeyParameters& parameters, ByteView key, const Digest& digest,

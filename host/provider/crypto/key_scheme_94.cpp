@@ -43,14 +43,6 @@ bool IsInRange(gcry_mpi_t number, gcry_mpi_t order) {
     return gcry_mpi_cmp_ui(number, 0) > 0 && gcry_mpi_cmp(number, order) < 0;
 }
 
-// The digest as the signature takes it: modulo q, and never 0.
-MpiPtr HashNumber(const Digest& digest, gcry_mpi_t order) {
-    MpiPtr number = MpiFromLittleEndian(digest, false);
-    gcry_mpi_mod(number.get(), number.get(), order);
-    if (gcry_mpi_cmp_ui(number.get(), 0) == 0) gcry_mpi_set_ui(number.get(), 1);
-    return number;
-}
-
 class Gost94 final : public KeyScheme {
 public:
     MpiPtr Order(const KeyParameters& parameters) const override { return MpiFromHex(parameters.q); }
@@ -69,25 +61,11 @@ public:
         MpiToLittleEndian(BlindedPower(group, group.a.get(), secret).get(), key);
     }
 
-    Signature Sign(const KeyParameters& parameters, gcry_mpi_t secret, const Digest& digest) const override {
+    MpiPtr Commitment(const KeyParameters& parameters, gcry_mpi_t secretRandom) const override {
         const Group group(parameters);
-        const MpiPtr e = HashNumber(digest, group.q.get());
-        const MpiPtr s = NewMpi(kOrderBits, true);
-        const MpiPtr product = NewMpi(kOrderBits, true);
-        for (;;) {
-            const MpiPtr k = RandomScalar(group.q.get());
-            const MpiPtr r = BlindedPower(group, group.a.get(), k.get());
-            gcry_mpi_mod(r.get(), r.get(), group.q.get());
-            if (gcry_mpi_cmp_ui(r.get(), 0) == 0) continue;
-            gcry_mpi_mulm(s.get(), secret, r.get(), group.q.get());
-            gcry_mpi_mulm(product.get(), k.get(), e.get(), group.q.get());
-            gcry_mpi_addm(s.get(), s.get(), product.get(), group.q.get());
-            if (gcry_mpi_cmp_ui(s.get(), 0) == 0) continue;
-            Signature signature;
-            MpiToLittleEndian(r.get(), ByteSpan(signature).first(kNumberSize));
-            MpiToLittleEndian(s.get(), ByteSpan(signature).last(kNumberSize));
-            return signature;
-        }
+        MpiPtr r = BlindedPower(group, group.a.get(), secretRandom);
+        gcry_mpi_mod(r.get(), r.get(), group.q.get());
+        return r;
     }
 
     bool Verify(const KeyParameters& parameters, ByteView key, const Digest& digest,

@@ -37,6 +37,8 @@ const char* StartLibrary() {
         if (!gcry_check_version(kOldestLibrary)) return "libgcrypt 1.10 or later is needed";
         // It prints on standard error; GetSecureMemoryState tells instead.
         gcry_control(GCRYCTL_DISABLE_SECMEM_WARN);
+        // The generator's own pool holds the random numbers that it has given out.
+        gcry_control(GCRYCTL_USE_SECURE_RNDPOOL);
         gcry_control(GCRYCTL_INIT_SECMEM, PoolSize(), 0);
         gcry_control(GCRYCTL_AUTO_EXPAND_SECMEM, static_cast<unsigned int>(kLargestPool), 0);
         gcry_control(GCRYCTL_INITIALIZATION_FINISHED, 0);

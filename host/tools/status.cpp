@@ -89,6 +89,18 @@ constexpr CodePair c_errnos[] = {
     {EDQUOT, TOO_E_DISK_FULL},
     {ELOOP, TOO_E_NOT_A_FILE},
     {ENXIO, TOO_E_NOT_A_FILE},
+    {EUCLEAN, TOO_E_READ},  // a store file that is damaged
+};
+
+// Values of errno that say little by themselves, and whose numbers would read as statuses of another meaning.
+constexpr CodePair c_vagueErrnos[] = {
+    {EBADF, TOO_E_BAD_HANDLE},
+    {EINTR, TOO_E_INTERNAL},
+    {EAGAIN, TOO_E_LOCK},
+    {EDEADLK, TOO_E_LOCK},
+    {ENOLCK, TOO_E_LOCK},
+    {EBUSY, TOO_E_LOCK},
+    {ETXTBSY, TOO_E_LOCK},
 };
 
 // Small Win32 codes; looked up before the errno values.
@@ -96,6 +108,7 @@ constexpr CodePair c_win32[] = {
     {2, TOO_E_FILE_NOT_FOUND}, {3, TOO_E_FILE_NOT_FOUND}, {6, TOO_E_BAD_HANDLE},      {8, TOO_E_NO_MEMORY},
     {14, TOO_E_NO_MEMORY},     {80, TOO_E_FILE_EXISTS},   {86, TOO_E_WRONG_PASSWORD}, {87, TOO_E_BAD_ARGUMENT},
     {112, TOO_E_DISK_FULL},    {183, TOO_E_FILE_EXISTS},  {234, TOO_E_MORE_DATA},     {259, TOO_E_NOT_FOUND},
+    {1223, TOO_E_CANCELLED},
 };
 
 // Win32 codes that are other things as errno; looked up only in the form 0x8007xxxx.
@@ -193,8 +206,10 @@ int WinErr2ToolsErr(DWORD winErr) noexcept {
         if (Find(c_win32Only, win32, status) || Find(c_win32, win32, status)) return status;
         return static_cast<int>(winErr);
     }
-    if (Find(c_windows, winErr, status) || Find(c_win32, winErr, status) || Find(c_errnos, winErr, status))
+    if (Find(c_windows, winErr, status) || Find(c_win32, winErr, status) || Find(c_errnos, winErr, status) ||
+        Find(c_vagueErrnos, winErr, status)) {
         return status;
+    }
     return static_cast<int>(winErr);
 }
 

@@ -19,6 +19,7 @@
 #include "nal/sign.h"
 #include "nal/signed_data.h"
 #include "nal/signed_envelope.h"
+#include "nal/storage.h"
 #include "nal/wide_string.h"
 #include "nal/wincrypt.h"
 #include "too/too.h"

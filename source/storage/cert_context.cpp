@@ -7,6 +7,7 @@
 #include "nal/wide_string.h"
 #include "storage/cert_reader.h"
 #include "storage/signature_check.h"
+#include "storage/store_change.h"
 
 namespace {
 
@@ -132,7 +133,10 @@ const CRYPT_KEY_PROV_INFO* CNALCertContext::GetProviderInfo() const {
 }
 
 BOOL CNALCertContext::CNALSetContextProperty(unsigned int id, unsigned int flags, const void* data) {
-    if (!CertSetCertificateContextProperty(m_context, id, flags, data)) return FALSE;
+    if (m_context == nullptr) return FALSE;
+    const auto set = [&] { return CertSetCertificateContextProperty(m_context, id, flags, data); };
+    const bool inFile = nal::CertStore::FromHandle(m_context->hCertStore)->HasFile();
+    if (!(inFile ? nal::ChangeStore(m_context->hCertStore, set) : set())) return FALSE;
     ReadProviderInfo();
     return TRUE;
 }

@@ -54,12 +54,10 @@ bool IsSignedBy(const CERT_CONTEXT& cert, const CNALCertPublicKeyInfo& issuerKey
     return provider && NALCheckSignature(provider.Get(), fields.signedPart, algorithm, signature, issuerKey, &status) != 0;
 }
 
-bool IsSignedBy(const CRL_CONTEXT& crl, const CNALCertPublicKeyInfo& issuerKey) {
-    CNAL_CRL_List list;
-    list.ReadData(crl.pbCrlEncoded, crl.cbCrlEncoded);
+bool IsSignedBy(const CNAL_CRL_List& crl, const CNALCertPublicKeyInfo& issuerKey) {
     const ContextHandle provider = OpenVerifyProvider();
     int status = TOO_OK;
-    return provider && list.CheckSignature(provider.Get(), issuerKey, &status) != 0;
+    return provider && crl.CheckSignature(provider.Get(), issuerKey, &status) != 0;
 }
 
 }  // namespace nal

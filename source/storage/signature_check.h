@@ -5,6 +5,8 @@
 #include "nal/algorithm.h"
 #include "nal/wincrypt.h"
 
+class CNAL_CRL_List;
+
 namespace nal {
 
 /// A provider context without a container, for checking. Zero, with the last error set, when the provider refuses.
@@ -15,7 +17,7 @@ ContextHandle OpenVerifyProvider();
 /// @throws XTOOStatus for a certificate that does not decode
 bool IsSignedBy(const CERT_CONTEXT& cert, const CNALCertPublicKeyInfo& issuerKey);
 
-/// The same for a CRL.
-bool IsSignedBy(const CRL_CONTEXT& crl, const CNALCertPublicKeyInfo& issuerKey);
+/// The same for a CRL, which throws nothing.
+bool IsSignedBy(const CNAL_CRL_List& crl, const CNALCertPublicKeyInfo& issuerKey);
 
 }  // namespace nal

@@ -289,3 +289,42 @@ NAL_EXPORT BOOL NALChangeContextStatus(const NAL_REQ_CONTEXT** context, unsigned
 /// it, it is closed. The caller's reference stays and is closed as ever.
 /// @return as NALChangeContextStatus
 NAL_EXPORT BOOL NALDeleteContextFromStorage(const NAL_REQ_CONTEXT* context);
+
+// ---------------------------------------------------------------------------------------------------------------------
+// The transport folder
+
+/// Lists the request storages of a transport folder: `d_station/e_users/*_extu.log` (external users), then
+/// `d_station/o_users/*_ownu.log` (one's own), each sorted by name.
+///
+/// @param folder        the transport folder, with slashes or backslashes; folders that are missing give no files
+/// @param allKinds      whether both kinds are listed
+/// @param onlyExternal  without `allKinds`: external users' if set, one's own if not
+/// @param err           receives 0, or the status with which a folder could not be read; when null, that is thrown
+/// @return the paths; none on failure
+NAL_EXPORT std::list<CTOOString> NALGetReqStatusFile(const CTOOString& folder, bool allKinds, bool onlyExternal, int* err);
+
+/// What became of one certificate of an answer, or of one file of answers (with an empty serial number).
+struct NAL_EXPORT CNALAnswerReport {
+    CTOOString m_file;     ///< the file that it came in
+    IdentObj m_serial;     ///< the certificate's serial number, least significant byte first
+    int m_status = TOO_OK; ///< 0 taken, or taken before; 194 nobody asked for its key; 156 the request has another certificate
+                           ///< already; 58 no certificate beside it signed it; else the file's failure
+    bool m_isNew = false;  ///< whether this call took it
+    CTOOString m_text;     ///< for the operator; empty when taken
+};
+
+/// Takes the answers of the key centre in: `d_station/tmp/ext_input.cer` and `own_input.cer`, stores that hold new certificates,
+/// their issuers' and the CRLs.
+///
+/// A certificate that belongs to the key of a request in a storage of that kind (see NALGetReqStatusFile), and that an issuer's
+/// certificate beside it signed, becomes property 6 of the request, the issuer's property 7, the issuer's CRL property 8, and the
+/// status becomes 5. A request that has this certificate is left as it is, and so is one with status 5 or 6 and another
+/// certificate. Certificates that issued others of the file are no answers themselves. The files stay: taking them in twice
+/// changes nothing. Whether an answer is to be trusted is checked when it is installed.
+///
+/// @param transportFolder  with slashes or backslashes; missing files are fine
+/// @param reports          if not null, receives a report a certificate, in the order of the files
+/// @param err              receives 0 or the first status of a report that is not 0; when null, that is thrown
+/// @param msg              receives its text
+/// @return TRUE exactly when the status is 0; whatever it is, every other certificate was taken
+NAL_EXPORT BOOL NALTakeAnswers(const CTOOString& transportFolder, std::list<CNALAnswerReport>* reports, int* err, CTOOString* msg);

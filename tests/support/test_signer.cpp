@@ -32,6 +32,13 @@ IdentObj TestSigner::Sign(const IdentObj& built) const {
     return envelope.WriteData(nullptr);
 }
 
+CNALSignedData TestSigner::SignBytes(const IdentObj& bytes) const {
+    CNALSignedData envelope;
+    envelope.m_data = bytes;
+    envelope.SignData(m_provider.Get(), m_key.Get(), nullptr);
+    return envelope;
+}
+
 IdentObj TestSigner::Issue(CertBuilder builder, const TestSigner& subject) const {
     builder.publicKeyInfo = subject.PublicKeyInfo();
     return Sign(builder.Build());

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "model/provider_handles.h"
+#include "nal/signed_envelope.h"
 #include "support/cert_builder.h"
 #include "support/temp_folder.h"
 
@@ -17,6 +18,9 @@ public:
     const IdentObj& PublicKeyInfo() const { return m_publicKeyInfo; }
     /// The same certificate or CRL, signed with this key.
     IdentObj Sign(const IdentObj& built) const;
+
+    /// The signature over these bytes, as certificates hold it, with its algorithm.
+    CNALSignedData SignBytes(const IdentObj& bytes) const;
 
     /// A certificate whose key is `subject`'s, signed with this one.
     IdentObj Issue(CertBuilder builder, const TestSigner& subject) const;

@@ -1,0 +1,275 @@
+#include "trust/list_file.h"
+
+#include <sys/stat.h>
+
+#include <utility>
+
+#include "frame/failure.h"
+#include "frame/log.h"
+#include "nal/crl.h"
+#include "nal/signed_data.h"
+#include "nal/trust_storages.h"
+#include "storage/cert_reader.h"
+#include "storage/signature_check.h"
+#include "too/file.h"
+#include "too/folder.h"
+#include "too/locker.h"
+#include "too/path.h"
+#include "trust/trust_list.h"
+
+namespace nal {
+namespace {
+
+constexpr char c_sourcePath[] = "source/trust";
+constexpr std::uint32_t c_maxList = 64U << 20;
+
+void Log(const CTOOString& file, const char* reason) {
+    LogError(NAL_HERE(c_sourcePath), file + ": " + reason);
+}
+
+CNALCertStorage OpenMemory(unsigned kind, bool untrusted) {
+    CNALString name;
+    CNALCertStorage storage(name, CERT_STORE_PROV_MEMORY, 0, kind, nullptr);
+    if (!storage.IsOpened()) throw XTOOStatus(LastErrorStatus(), "CNALCertStorageCollection");
+    storage.m_untrusted = untrusted;
+    return storage;
+}
+
+bool IsSignedInside(const IdentObj& encoded, const std::list<CNALCertContext>& certs) {
+    CNAL_CRL_List crl;
+    crl.ReadData(encoded.GetData(), encoded.GetSize());
+    for (const CNALCertContext& cert : certs) {
+        const bool isIssuer = SubjectNameOf(*cert.GetContext()) == asnt::View(crl.m_info.m_issuer);
+        if (isIssuer && IsSignedBy(crl, PublicKeyOf(*cert.GetContext()))) return true;
+    }
+    return false;
+}
+
+/// The storage of an unsigned list, for the collection and for CNALCertList.
+CNALCertStorage StorageOfMessage(const IdentObj& message, unsigned kind, const CTOOString& path) {
+    CNALSignData list;
+    list.ReadObject(message.GetData(), message.GetSize(), nullptr);
+    CNALCertStorage storage = MakeStorage(list.certificates, list.crls, path);
+    storage.m_storageType = kind;
+    storage.m_untrusted = 1;
+    storage.m_name = CNALString(path);
+    return storage;
+}
+
+class UnsignedList : public ListFile {
+public:
+    UnsignedList(CTOOString path, unsigned kind) : m_path(std::move(path)), m_kind(kind) {}
+
+    void Refresh() override {
+        const FileStamp stamp = StampOf(m_path);
+        if (stamp == m_stamp) return;
+        m_stamp = stamp;  // of before the reading: a change meanwhile is seen next time
+        if (!stamp.Exists()) {
+            m_storage.Clear();
+            return;
+        }
+        try {
+            m_storage = StorageOfMessage(ReadListFile(m_path), m_kind, m_path);
+        } catch (const XTOOStatus& status) {
+            Log(m_path, status.what());
+        }
+    }
+
+private:
+    const CTOOString m_path;
+    const unsigned m_kind;
+    FileStamp m_stamp;
+};
+
+class SignedList : public ListFile {
+public:
+    SignedList(CTOOString delivered, CTOOString accepted, const CNALCertStorage& roots)
+        : m_delivered(std::move(delivered)), m_accepted(std::move(accepted)), m_roots(roots) {}
+
+    void Refresh() override {
+        const FileStamp delivered = StampOf(m_delivered);
+        const FileStamp accepted = StampOf(m_accepted);
+        if (m_seen && delivered == m_deliveredStamp && accepted == m_acceptedStamp && m_roots.GetStore() == m_checkedRoots.GetStore()) return;
+        m_seen = true;
+        m_deliveredStamp = delivered;
+        m_checkedRoots = m_roots;
+        if (!delivered.Exists() && !accepted.Exists()) {
+            m_acceptedStamp = accepted;
+            m_storage.Clear();
+            return;
+        }
+        Choose(delivered.Exists());
+    }
+
+private:
+    /// A list and the message that it came in.
+    struct Accepted {
+        IdentObj message;
+        TrustList list;
+        bool isThere = false;
+    };
+
+    void Choose(bool isDelivered) {
+        // Two processes that find a new list at once must not put the older one over the newer.
+        const auto lock = TryLock();
+        m_acceptedStamp = StampOf(m_accepted);
+        Accepted kept = Read(m_accepted, TrustCheck::Kept, m_acceptedStamp.Exists());
+        Accepted fresh = Read(m_delivered, TrustCheck::Delivered, isDelivered);
+        if (fresh.isThere && kept.isThere && fresh.list.number < kept.list.number) {
+            Log(m_delivered, "the list has a lower number than the one accepted before");
+            fresh.isThere = false;
+        }
+        if (fresh.isThere && !(kept.isThere && kept.message == fresh.message)) {
+            Keep(fresh.message);
+            kept = std::move(fresh);
+        }
+        m_storage = MakeStorage(kept.list.certificates, kept.list.crls, m_delivered);  // without a list: empty
+        m_storage.m_storageType = NAL_STORAGE_TRUST_LIST;
+        m_storage.m_name = CNALString(m_delivered);
+    }
+
+    std::unique_ptr<IPC::CLocker> TryLock() const {
+        try {
+            return IPC::CreateWriteLockerDeprecated("trust list " + m_accepted);
+        } catch (const XTOOStatus& status) {
+            Log(m_accepted, status.what());  // a process that may not write cannot replace the copy either
+            return nullptr;
+        }
+    }
+
+    Accepted Read(const CTOOString& path, TrustCheck check, bool isThere) const {
+        Accepted result;
+        if (!isThere) return result;
+        try {
+            result.message = ReadListFile(path);
+            result.list = CheckTrustList(result.message, m_roots, check);
+            result.isThere = true;
+        } catch (const XTOOStatus& status) {
+            Log(path, status.what());
+        }
+        return result;
+    }
+
+    void Keep(const IdentObj& message) {
+        try {
+            CTOOString folder;
+            CTOOString name;
+            storedev::ParseFullPath(m_accepted, folder, name);
+            CTOOFolder::MakeFolder(folder, 0700);
+            CTOOWholeFile::Store(m_accepted, message.GetData(), message.GetSize());
+        } catch (const XTOOStatus& status) {
+            Log(m_accepted, status.what());  // in use all the same, but another process will not know its number
+        }
+        m_acceptedStamp = StampOf(m_accepted);
+    }
+
+    const CTOOString m_delivered;
+    const CTOOString m_accepted;
+    const CNALCertStorage& m_roots;
+    bool m_seen = false;
+    FileStamp m_deliveredStamp;
+    FileStamp m_acceptedStamp;
+    CNALCertStorage m_checkedRoots;  // what the list was checked against; held, so that its handle is not given out again
+};
+
+class MainStorage : public ListFile {
+public:
+    explicit MainStorage(CTOOString path) : m_path(std::move(path)) { m_storage = OpenMemory(NAL_STORAGE_MAIN, false); }
+
+    void Refresh() override {
+        const FileStamp stamp = StampOf(m_path);
+        if (stamp == m_stamp) return;
+        m_stamp = stamp;
+        try {
+            m_storage = stamp.Exists() ? Copy() : OpenMemory(NAL_STORAGE_MAIN, false);
+            m_storage.m_name = CNALString(m_path);
+        } catch (const XTOOStatus& status) {
+            Log(m_path, status.what());
+        }
+    }
+
+private:
+    CNALCertStorage Copy() const {
+        CNALString name(m_path);
+        const CNALCertStorage file(name, CERT_STORE_PROV_FILENAME_A, 0x10000, NAL_STORAGE_MAIN, nullptr);
+        if (!file.IsOpened()) throw XTOOStatus(LastErrorStatus(), "the main storage cannot be opened");
+        CNALCertStorage copy = OpenMemory(NAL_STORAGE_MAIN, false);
+        std::list<CNALCertContext> certs;
+        if (!file.FindCertList(certs, CERT_FIND_ANY, nullptr) && GetLastError() != NAL_STORE_E_NOT_FOUND)
+            throw XTOOStatus(LastErrorStatus(), "the main storage cannot be read");
+        if (!copy.AddCertificateList(certs)) throw XTOOStatus(LastErrorStatus(), "the main storage cannot be copied");
+        for (CNALCRLContext crl; (crl = file.FindCRLInStore(0, nullptr, crl)).IsInitialized();)
+            copy.AddCRLContext(crl, CERT_STORE_ADD_ALWAYS);
+        return copy;
+    }
+
+    const CTOOString m_path;
+    FileStamp m_stamp;
+};
+
+}  // namespace
+
+FileStamp StampOf(const CTOOString& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+    return {static_cast<std::uint64_t>(status.st_ino), static_cast<std::uint64_t>(status.st_size),
+            static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1000000000 + status.st_mtim.tv_nsec};
+}
+
+IdentObj ReadListFile(const CTOOString& path) {
+    return CTOOFile::ReadWhole(path, c_maxList);
+}
+
+CNALCertStorage MakeStorage(const std::list<IdentObj>& certificates, const std::list<IdentObj>& crls, const CTOOString& source) {
+    CNALCertStorage storage = OpenMemory(0, false);
+    std::list<CNALCertContext> certs;
+    for (const IdentObj& encoded : certificates) {
+        try {
+            const CNALCertContext cert(encoded);
+            if (storage.AddCertificate(cert))
+                certs.push_back(cert);
+            else
+                Log(source, "a certificate without subject key identifier is left out");
+        } catch (const XTOOStatus& status) {
+            Log(source, status.what());
+        }
+    }
+    for (const IdentObj& encoded : crls) {
+        try {
+            const CNALCRLContext crl(encoded);
+            if (!IsSignedInside(encoded, certs))
+                Log(source, "a CRL that no certificate of the list signed is left out");
+            else if (!storage.AddCRLContext(crl, CERT_STORE_ADD_ALWAYS))
+                Log(source, "a CRL cannot be stored");
+        } catch (const XTOOStatus& status) {
+            Log(source, status.what());
+        }
+    }
+    return storage;
+}
+
+std::unique_ptr<ListFile> MakeUnsignedList(const CTOOString& path, unsigned kind) {
+    return std::make_unique<UnsignedList>(path, kind);
+}
+
+std::unique_ptr<ListFile> MakeTrustList(const CTOOString& delivered, const CTOOString& accepted, const CNALCertStorage& roots) {
+    return std::make_unique<SignedList>(delivered, accepted, roots);
+}
+
+std::unique_ptr<ListFile> MakeMainStorage(const CTOOString& path) {
+    return std::make_unique<MainStorage>(path);
+}
+
+}  // namespace nal
+
+BOOL CNALCertList::LoadFile(const CTOOString& path, unsigned int storageType, int* err, CTOOString* msg) {
+    nal::Outcome outcome;
+    try {
+        CNALCertStorage::operator=(nal::StorageOfMessage(nal::ReadListFile(path), storageType, path));
+    } catch (const XTOOFile& failure) {
+        outcome.Fail(failure);
+    } catch (const XTOOStatus& status) {
+        outcome.Fail(status.GetCode(), path + ": " + status.GetText());
+    }
+    return outcome.Finish(err, msg);
+}

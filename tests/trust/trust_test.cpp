@@ -1,0 +1,452 @@
+// The collection of trust storages: what a list must be to be taken, what stays when it is not, and where issuers are sought.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "asnt/writer.h"
+#include "model/integer_order.h"
+#include "model/provider_handles.h"
+#include "nal/extensions.h"
+#include "nal/signed_data.h"
+#include "nal/trust_storages.h"
+#include "ork/constants.h"
+#include "storage/signature_check.h"
+#include "support/cert_builder.h"
+#include "support/child.h"
+#include "support/temp_folder.h"
+#include "support/test_signer.h"
+#include "too/testing.h"
+
+namespace {
+
+using nal_test::CertBuilder;
+using nal_test::CrlBuilder;
+using nal_test::Date;
+using nal_test::Filled;
+using nal_test::TestSigner;
+
+template <class Write>
+IdentObj Der(Write&& write) {
+    asnt::Writer writer;
+    write(writer);
+    return writer.Finish();
+}
+
+/// A trust list to be.
+struct ListBuilder {
+    std::int64_t number = 1;
+    std::vector<IdentObj> certificates;
+    std::vector<IdentObj> crls;
+    IdentObj signer;                            // the certificate in the message
+    std::optional<FILETIME> signingTime = Date(2026, 3);
+    std::vector<IdentObj> outside;              // further certificates in the message
+    int version = 3;
+
+    IdentObj Build(const TestSigner& key) const {
+        CNALSignData message;
+        message.version = version;
+        message.eContentType = CASNTIdData("1.3.6.1.4.1.47474.2.3.1");
+        message.eContent = Der([&](asnt::Writer& writer) {
+            writer.Sequence([&] {
+                writer.Integer(number);
+                writer.GeneralizedTime(Date(2026, 3));
+                for (const auto* part : {&certificates, &crls}) {
+                    writer.Sequence([&] {
+                        for (const IdentObj& element : *part)
+                            writer.Raw(asnt::View(element));
+                    });
+                }
+            });
+        });
+        message.certificates = {signer};
+        message.certificates.insert(message.certificates.end(), outside.begin(), outside.end());
+        message.digestAlgorithms = {HashAlgorithm()};
+        message.signerInfos = {SignerInfo(message.eContent, key)};
+        return message.WriteObject(nullptr);
+    }
+
+private:
+    static CNALAlgorithmIdentifier HashAlgorithm() {
+        CNALAlgorithmIdentifier algorithm;
+        static_cast<CASNTIdData&>(algorithm) = CASNTIdData("1.2.643.2.2.9");
+        return algorithm;
+    }
+
+    IdentObj SignerInfo(const IdentObj& content, const TestSigner& key) const {
+        const nal::ContextHandle provider = nal::OpenVerifyProvider();
+        nal::HashHandle hash;
+        IdentObj digest;
+        EXPECT_TRUE(ORKCreateHash(provider.Get(), ORK_ALG_GOSTR3411, 0, hash.Receive(), 0));
+        EXPECT_TRUE(ORKHashData(hash.Get(), content.GetData(), content.GetSize(), 0));
+        EXPECT_TRUE(ORKGetHashParam(hash.Get(), ORK_HASH_PARAM_VALUE, digest));
+        CNALMessageSignerInfo info;
+        info.subjectKeyIdentifier = CNALCertContext(signer).GetSubjectKeyId();
+        info.digestAlgorithm = HashAlgorithm();
+        info.signedAttrs.Add("1.2.840.113549.1.9.3", Der([](asnt::Writer& w) { w.Oid("1.3.6.1.4.1.47474.2.3.1"); }));
+        info.signedAttrs.Add("1.2.840.113549.1.9.4", Der([&](asnt::Writer& w) { w.OctetString(asnt::View(digest)); }));
+        if (signingTime) info.signedAttrs.Add("1.2.840.113549.1.9.5", Der([&](asnt::Writer& w) { w.Time(*signingTime); }));
+        const CNALSignedData made = key.SignBytes(info.GetBytesToSign());
+        info.signatureAlgorithm = made.m_algorithm;
+        info.signature = nal::ToProviderOrder(made.m_signature.m_data);
+        return info.WriteData(nullptr);
+    }
+};
+
+nal_test::BuiltExtension TrustListUsage() {
+    return {"2.5.29.37", false, Der([](asnt::Writer& w) { w.Sequence([&] { w.Oid("1.3.6.1.4.1.311.10.3.1"); }); })};
+}
+
+class Trust : public testing::Test {
+protected:
+    void SetUp() override {
+        setenv("NAL_HOME", m_folder.File("home").c_str(), 1);
+        std::filesystem::create_directories(m_folder.File("net/d_station"));
+        std::filesystem::create_directories(m_folder.File("home/trust"));
+        m_VPN_TrustStorages.Reset();
+        m_VPN_TrustStorages.m_transportFolder = m_folder.File("net");
+        too_testing::SetClock(Date(2026, 4));
+        AddToMain({RootCert()}, {});
+    }
+    void TearDown() override {
+        m_VPN_TrustStorages.Reset();
+        too_testing::ResetClock();
+    }
+
+    static CertBuilder Named(const char* subject, const char* issuer, unsigned char id, unsigned char issuerId) {
+        CertBuilder builder;
+        builder.subject = subject;
+        builder.issuer = issuer;
+        builder.subjectKeyId = Filled(id);
+        builder.authorityKeyId = Filled(issuerId);
+        builder.serial = Filled(id, 2);
+        return builder;
+    }
+    IdentObj RootCert() const { return m_root.Issue(Named("Root", "Root", 1, 1), m_root); }
+    IdentObj SignerCert() const {
+        CertBuilder builder = Named("Signer", "Root", 2, 1);
+        builder.extensions.push_back(TrustListUsage());
+        return m_root.Issue(builder, m_signer);
+    }
+    /// A certificate that vouches for `End`, and that certificate; the serial names network 12ab.
+    IdentObj CaCert() const { return m_ca.Issue(Named("CA", "CA", 3, 3), m_ca); }
+    IdentObj EndCert() const {
+        CertBuilder builder = Named("End", "CA", 4, 3);
+        builder.serial = Filled(9, 16);
+        builder.serial.GetData()[12] = 0x12;  // most significant first: stored bytes 3 and 2
+        builder.serial.GetData()[13] = 0xAB;
+        return m_ca.Issue(builder, m_end);
+    }
+    IdentObj RootCrl(const IdentObj& revokedSerial) const {
+        CrlBuilder crl;
+        crl.issuer = "Root";
+        crl.authorityKeyId = Filled(1);
+        if (!revokedSerial.IsEmpty()) crl.entries.push_back({revokedSerial});
+        return m_root.Sign(crl.Build());
+    }
+
+    void AddToMain(const std::vector<IdentObj>& certs, const std::vector<IdentObj>& crls) {
+        CNALString name(m_folder.File("home/trust/trusted.dat").c_str());
+        CNALCertStorage storage(name, CERT_STORE_PROV_FILENAME_A, 0x10000, 0, nullptr);
+        for (const IdentObj& cert : certs)
+            ASSERT_TRUE(storage.AddEncodetCertificate(cert, 0x10001));
+        for (const IdentObj& crl : crls)
+            ASSERT_TRUE(storage.AddEncodetCRL(crl, 0x10001));
+    }
+
+    ListBuilder GoodList(std::int64_t number = 1) const {
+        ListBuilder list;
+        list.number = number;
+        list.certificates = {CaCert()};
+        list.signer = SignerCert();
+        return list;
+    }
+    std::string Delivered(const std::string& name) const { return m_folder.File("net/d_station/" + name); }
+    void Deliver(const std::string& name, const IdentObj& message) const {
+        const std::string path = Delivered(name);
+        nal_test::WriteFile(path + ".new", message.GetData(), message.GetSize());
+        std::filesystem::rename(path + ".new", path);
+    }
+    static IdentObj Unsigned(const std::vector<IdentObj>& certs) {
+        CNALSignData message;
+        message.certificates = {certs.begin(), certs.end()};
+        return message.WriteObject(nullptr);
+    }
+
+    /// How many certificates the common trust list has now; -1 without a list.
+    static int CommonList() {
+        const CNALCertStorage list = m_VPN_TrustStorages.GetList("0000_trl.p7s");
+        if (!list.IsOpened()) return -1;
+        std::list<CNALCertContext> certs;
+        list.FindCertList(certs, CERT_FIND_ANY, nullptr);
+        return static_cast<int>(certs.size());
+    }
+    static BOOL FindIssuer(const IdentObj& subject, unsigned* flags, CNALCRLContext* crl = nullptr) {
+        CNALCertContext issuer;
+        return m_VPN_TrustStorages.FindIssuerCertificate(CNALCertContext(subject), issuer, flags, crl);
+    }
+
+    nal_test::TempFolder m_folder;
+    TestSigner m_root;
+    TestSigner m_signer;
+    TestSigner m_ca;
+    TestSigner m_end;
+};
+
+TEST_F(Trust, TakesAListOfTheRightSignerAndKeepsIt) {
+    EXPECT_EQ(-1, CommonList());
+    Deliver("0000_trl.p7s", GoodList(5).Build(m_signer));
+    EXPECT_EQ(1, CommonList());
+    ListBuilder larger = GoodList(6);
+    larger.certificates.push_back(EndCert());
+    Deliver("0000_trl.p7s", larger.Build(m_signer));
+    const CNALCertStorage before = m_VPN_TrustStorages.GetList("0000_trl.p7s");
+    EXPECT_EQ(2, CommonList());
+
+    // Replayed, gone or rubbish: the accepted copy stays in use, in another process too.
+    const std::vector<std::pair<const char*, IdentObj>> bad = {
+        {"replayed", GoodList(5).Build(m_signer)}, {"rubbish", Filled(7, 100)}, {"empty", IdentObj()}};
+    for (const auto& [name, message] : bad) {
+        Deliver("0000_trl.p7s", message);
+        EXPECT_EQ(2, CommonList()) << name;
+        EXPECT_EQ(nal_test::ChildEnd::success, nal_test::RunInChild([] {
+                      m_VPN_TrustStorages.Reset();
+                      if (CommonList() != 2) throw XTOOStatus(TOO_E_INTERNAL);
+                  }))
+            << name;
+    }
+    std::filesystem::remove(Delivered("0000_trl.p7s"));
+    EXPECT_EQ(2, CommonList());
+    std::list<CNALCertContext> certs;
+    EXPECT_TRUE(before.FindCertList(certs, CERT_FIND_ANY, nullptr));  // what was handed out stays
+    // Without the root nothing of it is trusted any more.
+    std::filesystem::remove(m_folder.File("home/trust/trusted.dat"));
+    EXPECT_EQ(0, CommonList());
+}
+
+TEST_F(Trust, RefusesEveryOtherList) {
+    const TestSigner stranger;
+    CertBuilder noUsage = Named("Signer", "Root", 2, 1);
+    CertBuilder strange = Named("Signer", "Root", 2, 1);
+    strange.extensions.push_back(TrustListUsage());
+    CertBuilder expired = strange;
+    expired.notAfter = Date(2025);
+    CertBuilder belowCa = Named("Signer", "CA", 2, 3);
+    belowCa.extensions.push_back(TrustListUsage());
+
+    const auto with = [&](const IdentObj& signer) {
+        ListBuilder list = GoodList();
+        list.signer = signer;
+        return list;
+    };
+    ListBuilder outside = GoodList();
+    outside.certificates.clear();
+    outside.outside = {CaCert()};
+    ListBuilder version = GoodList();
+    version.version = 1;
+    const struct {
+        const char* name;
+        IdentObj message;
+    } cases[] = {
+        {"no usage", with(m_root.Issue(noUsage, m_signer)).Build(m_signer)},
+        {"foreign root", with(stranger.Issue(strange, m_signer)).Build(m_signer)},
+        {"not below a root", with(m_ca.Issue(belowCa, m_signer)).Build(m_signer)},
+        {"another key", GoodList().Build(stranger)},
+        {"expired", with(m_root.Issue(expired, m_signer)).Build(m_signer)},
+        {"certificate outside the signed content", outside.Build(m_signer)},
+        {"version", version.Build(m_signer)},
+        {"unsigned", Unsigned({CaCert()})},
+    };
+    for (const auto& test : cases) {
+        Deliver("0000_trl.p7s", test.message);
+        EXPECT_EQ(0, CommonList()) << test.name;
+        std::filesystem::remove(m_folder.File("home/trust/0000_trl.p7s"));
+        m_VPN_TrustStorages.Reset();
+    }
+    // A signer that the root has revoked; a list that was accepted before stays.
+    AddToMain({}, {RootCrl(Filled(2, 2))});
+    Deliver("0000_trl.p7s", GoodList().Build(m_signer));
+    EXPECT_EQ(0, CommonList());
+}
+
+TEST_F(Trust, KeepsTheListOfASignerThatIsRevokedLater) {
+    Deliver("0000_trl.p7s", GoodList(1).Build(m_signer));
+    EXPECT_EQ(1, CommonList());
+    AddToMain({}, {RootCrl(Filled(2, 2))});
+    Deliver("0000_trl.p7s", GoodList(2).Build(m_signer));
+    EXPECT_EQ(1, CommonList());
+    const auto kept = nal_test::ReadFile(m_folder.File("home/trust/0000_trl.p7s"));
+    EXPECT_EQ(GoodList(1).Build(m_signer).GetSize(), kept.size());
+}
+
+// A list with a byte changed, or cut, never brings anything that was not signed.
+TEST_F(Trust, NoChangeOfAByteMakesAnotherListGood) {
+    const IdentObj good = GoodList().Build(m_signer);
+    for (unsigned at = 0; at < good.GetSize(); at += 3) {
+        for (const bool cut : {false, true}) {
+            IdentObj bad = good;
+            if (cut)
+                bad.SetSize(at);
+            else
+                bad.GetData()[at] ^= 0x04;
+            Deliver("0000_trl.p7s", bad);
+            const CNALCertStorage list = m_VPN_TrustStorages.GetList("0000_trl.p7s");
+            std::list<CNALCertContext> certs;
+            list.FindCertList(certs, CERT_FIND_ANY, nullptr);
+            for (const CNALCertContext& cert : certs)
+                EXPECT_EQ(CNALCertContext(CaCert()).GetSubjectKeyId(), cert.GetSubjectKeyId()) << at;
+            std::filesystem::remove(m_folder.File("home/trust/0000_trl.p7s"));
+        }
+    }
+}
+
+TEST_F(Trust, AcceptingIsWholeWhereverItStops) {
+    Deliver("0000_trl.p7s", GoodList(1).Build(m_signer));
+    ASSERT_EQ(1, CommonList());
+    ListBuilder larger = GoodList(2);
+    larger.certificates.push_back(EndCert());
+    const IdentObj next = larger.Build(m_signer);
+    const std::string accepted = m_folder.File("home/trust/0000_trl.p7s");
+    const auto before = nal_test::ReadFile(accepted);
+    Deliver("0000_trl.p7s", next);
+    for (unsigned nth = 1; nth <= 6; ++nth) {
+        nal_test::WriteFile(accepted, before);
+        nal_test::RunInChild([&] {
+            m_VPN_TrustStorages.Reset();
+            too_testing::KillAtStep(nth);
+            CommonList();
+        });
+        const auto after = nal_test::ReadFile(accepted);
+        EXPECT_TRUE(after == before || IdentObj(after.data(), static_cast<unsigned>(after.size())) == next) << nth;
+    }
+    // On a full disk the list is in use all the same.
+    nal_test::WriteFile(accepted, before);
+    m_VPN_TrustStorages.Reset();
+    const too_testing::ScopedStepFailure full(1);
+    EXPECT_EQ(2, CommonList());
+    EXPECT_EQ(before, nal_test::ReadFile(accepted));
+}
+
+TEST_F(Trust, SeeksIssuersInOrder) {
+    unsigned flags = 7;
+    CNALCRLContext crl;
+    CNALCertContext nobody;
+    EXPECT_EQ("12ab", NALGetNetworkIdentifier(CNALCertContext(EndCert())).str());
+    EXPECT_FALSE(FindIssuer(EndCert(), &flags));
+    EXPECT_EQ(0x20007U, flags);
+    EXPECT_FALSE(m_VPN_TrustStorages.FindIssuerCertificate(CNALCertContext(), nobody, &flags, nullptr));
+    EXPECT_EQ(6U, GetLastError());
+
+    // The common list has the issuer, the network's own list the CRL.
+    Deliver("0000_trl.p7s", GoodList().Build(m_signer));
+    flags = 7;
+    EXPECT_TRUE(FindIssuer(EndCert(), &flags));
+    EXPECT_EQ(0x10000U, flags);
+    CrlBuilder builder;
+    builder.issuer = "CA";
+    builder.authorityKeyId = Filled(3);
+    builder.entries.push_back({Filled(1, 16)});
+    Deliver("12ab.trl", Unsigned({CaCert()}));
+    flags = 7;
+    EXPECT_TRUE(FindIssuer(EndCert(), &flags));
+    EXPECT_EQ(0x10000U, flags);  // the unsigned list is asked first, but its issuer is not the subject
+
+    // An unsigned list's root is untrusted, and a signed list of the network comes before it.
+    std::filesystem::remove(Delivered("0000_trl.p7s"));
+    std::filesystem::remove(m_folder.File("home/trust/0000_trl.p7s"));
+    CertBuilder own = Named("CA", "CA", 3, 3);
+    own.serial = Filled(9, 16);
+    own.serial.GetData()[12] = 0x12;
+    own.serial.GetData()[13] = 0xAB;
+    const IdentObj root = m_ca.Issue(own, m_ca);
+    Deliver("12ab.trl", Unsigned({root}));
+    flags = 7;
+    EXPECT_TRUE(FindIssuer(root, &flags));
+    EXPECT_EQ(0x10020U, flags);
+    ListBuilder signedList = GoodList();
+    signedList.certificates = {root};
+    signedList.crls = {m_ca.Sign(builder.Build())};
+    Deliver("12ab_trl.p7s", signedList.Build(m_signer));
+    flags = 7;
+    EXPECT_TRUE(FindIssuer(root, &flags, &crl));
+    EXPECT_EQ(0U, flags);
+    EXPECT_TRUE(crl.IsInitialized());
+}
+
+TEST_F(Trust, WalksTheStoragesOfAKind) {
+    Deliver("0000_trl.p7s", GoodList().Build(m_signer));
+    Deliver("12ab.trl", Unsigned({CaCert()}));
+    Deliver("12ab_usr.p7b", Unsigned({EndCert()}));
+    Deliver("0000_usr.p7b", Unsigned({SignerCert()}));
+    Deliver("nonsense_usr.p7b", Unsigned({EndCert()}));
+    const struct {
+        unsigned kinds;
+        std::size_t storages;
+        std::size_t certificates;
+    } cases[] = {{0, 0, 0},  {1, 1, 1},          {2, 1, 1},          {0x20, 1, 1}, {0x10, 0, 0},
+                 {51, 3, 3}, {0x20000030, 3, 3}, {0x20000010, 1, 1}, {0x20000033, 5, 5}};
+    for (const auto& test : cases) {
+        m_VPN_TrustStorages.Reset();
+        EXPECT_EQ(test.storages, m_VPN_TrustStorages.GetStorages(test.kinds).size()) << test.kinds;
+        std::list<CNALCertContext> certs;
+        EXPECT_EQ(test.certificates != 0, NALFindCertificate(certs, test.kinds, CERT_FIND_ANY, nullptr)) << test.kinds;
+        EXPECT_EQ(test.certificates, certs.size()) << test.kinds;
+        for (CNALCertContext& cert : certs)
+            EXPECT_NE(0U, NALGetStorageType(cert) & test.kinds);
+    }
+    for (const char* name : {"../d_station/0000_trl.p7s", "0000_trl.p7s/", "00AB_trl.p7s", "_trl.p7s", "", "12ab.cer"})
+        EXPECT_FALSE(m_VPN_TrustStorages.GetList(name).IsOpened()) << name;
+}
+
+TEST_F(Trust, LoadsUsersLists) {
+    const std::string path = Delivered("12ab_usr.p7b");
+    CNALCertList list;
+    int err = 0;
+    CTOOString msg;
+    EXPECT_FALSE(list.LoadFile(path, 0x20, &err, &msg));
+    EXPECT_EQ(TOO_E_FILE_NOT_FOUND, err);
+    Deliver("12ab_usr.p7b", Unsigned({EndCert(), CaCert()}));
+    EXPECT_TRUE(list.LoadFile(path, 0x20, &err, &msg));
+    EXPECT_EQ(1U, list.m_untrusted);
+    EXPECT_EQ(0x20U, list.m_storageType);
+    Deliver("12ab_usr.p7b", Filled(3, 50));
+    EXPECT_FALSE(list.LoadFile(path, 0x20, &err, &msg));
+    EXPECT_NE(std::string::npos, msg.str().find(path));
+    std::list<CNALCertContext> certs;
+    EXPECT_TRUE(list.FindCertList(certs, CERT_FIND_ANY, nullptr));
+    EXPECT_EQ(2U, certs.size());
+}
+
+TEST_F(Trust, ThreadsSearchWhileListsAreReplaced) {
+    const IdentObj end = EndCert();
+    std::vector<IdentObj> messages;
+    for (int number = 1; number <= 4; ++number)
+        messages.push_back(GoodList(number).Build(m_signer));
+    Deliver("0000_trl.p7s", messages.front());
+    std::atomic<bool> stop{false};
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([&] {
+            while (!stop) {
+                unsigned flags = 7;
+                if (!FindIssuer(end, &flags) || flags != 0x10000U) ++failures;
+            }
+        });
+    }
+    for (const IdentObj& message : messages) {
+        Deliver("0000_trl.p7s", message);
+        unsigned flags = 7;
+        EXPECT_TRUE(FindIssuer(end, &flags));
+    }
+    stop = true;
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(0, failures.load());
+}
+
+}  // namespace

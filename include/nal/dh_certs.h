@@ -13,6 +13,9 @@
 #include "too/string.h"
 #include "too/time.h"
 
+class CNALCertContext;
+class CNALCertStorage;
+
 /// The marks of a record.
 enum : long {
     c_NAL_DH_INCOMING = 0x1,      ///< received from the peer; clear: sent to it
@@ -275,7 +278,7 @@ public:
     /// @return the number of records that have them now
     long MarkRecipient(const SNALDHPeer& peer, const IdentObj& keyNumber, long flags);
     /// Makes one record the actual one and takes the mark from the others of its peer and direction. After a crash in
-    /// between more than one may have it, never none; the latest counts.
+    /// between more than one may have it, never none; the latest counts (CNALDHCertManager).
     /// @return false when there is no such record
     bool MarkActual(long index);
 
@@ -357,3 +360,43 @@ private:
 inline CNALRecFileDHCert::EFilter operator|(CNALRecFileDHCert::EFilter a, CNALRecFileDHCert::EFilter b) {
     return static_cast<CNALRecFileDHCert::EFilter>(static_cast<unsigned>(a) | static_cast<unsigned>(b));
 }
+
+/// Chooses the key and the certificate to use with a peer.
+///
+/// The last verdict of a peer and direction on a key decides whether it counts: a rejected record, or one that is not
+/// rejected and was received or is acknowledged. Records that were sent and wait for an answer decide nothing, since the
+/// peer is not known to have the key. Keys that count come in this order: those marked actual before all others, then by
+/// time (sent for outgoing records, received for incoming ones, or sent when that is zero), the latest first; of equal
+/// times, the later in the file. A record without a key number decides nothing.
+///
+/// The key number of a certificate is its subject key identifier, by which the storage finds it.
+/// The manager uses the record file and the storage of its caller, which outlive it. One object is for one thread at a
+/// time.
+class NAL_EXPORT CNALDHCertManager {
+public:
+    enum EDirection {
+        c_sent,      ///< own certificates, as the peer has them
+        c_received,  ///< the peer's certificates
+    };
+
+    CNALDHCertManager(CNALRecFileDHCert& records, CNALCertStorage& storage) : m_records(records), m_storage(storage) {}
+
+    /// Gives the first key by the order above, whether or not its certificate is at hand.
+    /// @return false, and `keyNumber` unchanged, when no key counts
+    bool GetActualKeyNumber(const SNALDHPeer& peer, EDirection direction, IdentObj& keyNumber) const;
+
+    /// Gives the first key by the order above whose certificate is in the storage and in its validity period now. The
+    /// certificate is not verified otherwise: that is the caller's, as for every certificate that it is about to use.
+    /// @param keyNumber  receives the key number, if not null
+    /// @return false, and the arguments unchanged, when there is none
+    bool GetActualCertificate(const SNALDHPeer& peer, EDirection direction, CNALCertContext& certificate,
+                              IdentObj* keyNumber = nullptr) const;
+
+    /// Marks the key that GetActualCertificate gives as the actual one, for every process.
+    /// @return false when there is none
+    bool MarkActual(const SNALDHPeer& peer, EDirection direction);
+
+private:
+    CNALRecFileDHCert& m_records;
+    CNALCertStorage& m_storage;
+};

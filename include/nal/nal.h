@@ -22,6 +22,7 @@
 #include "nal/signed_envelope.h"
 #include "nal/storage.h"
 #include "nal/trust_storages.h"
+#include "nal/store_repair.h"
 #include "nal/wide_string.h"
 #include "nal/wincrypt.h"
 #include "too/too.h"

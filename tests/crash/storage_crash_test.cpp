@@ -8,7 +8,6 @@
 #include <set>
 #include <stdexcept>
 
-#include "certstorage/cert_store.h"
 #include "certstorage/store_file.h"
 #include "nal/storage.h"
 #include "support/cert_builder.h"
@@ -172,7 +171,7 @@ TEST_F(StorageCrash, FourProcessesLoseNothing) {
         }));
     }
     for (const auto& child : children) EXPECT_EQ(child->Wait(), ChildEnd::success);
-    EXPECT_EQ(nal::CertStore::OpenFile(path) == nullptr, false);
+    EXPECT_TRUE(Open()->IsOpened());
 }
 
 TEST_F(StorageCrash, AListIsAddedWhollyOrNotAtAll) {

@@ -10,6 +10,7 @@
 #include "nal/errors.h"
 #include "nal/export.h"
 #include "nal/extensions.h"
+#include "nal/fingerprint.h"
 #include "nal/name.h"
 #include "nal/name_codec.h"
 #include "nal/pkcs10.h"

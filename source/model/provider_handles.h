@@ -1,50 +1,12 @@
-// Owning types for the provider's handles: whatever way a function is left, they are released.
+// The owning types for the provider's handles, under the library's own names.
 #pragma once
 
-#include <utility>
-
-#include "ork/provider.h"
+#include "ork/handles.h"
 
 namespace nal {
 
-/// One handle of the provider; 0 is none. Moves hand it over.
-template <BOOL (*Close)(unsigned long)>
-class ProviderHandle {
-public:
-    ProviderHandle() = default;
-    /// Takes over a handle.
-    explicit ProviderHandle(unsigned long handle) : m_handle(handle) {}
-    ProviderHandle(ProviderHandle&& other) noexcept : m_handle(other.Release()) {}
-    ProviderHandle& operator=(ProviderHandle&& other) noexcept {
-        if (this != &other) Reset(other.Release());
-        return *this;
-    }
-    ProviderHandle(const ProviderHandle&) = delete;
-    ProviderHandle& operator=(const ProviderHandle&) = delete;
-    ~ProviderHandle() { Reset(); }
-
-    explicit operator bool() const { return m_handle != 0; }
-    unsigned long Get() const { return m_handle; }
-    /// Where a provider call puts a new handle; the old one is released first.
-    unsigned long* Receive() {
-        Reset();
-        return &m_handle;
-    }
-    /// Gives the handle to the caller.
-    unsigned long Release() { return std::exchange(m_handle, 0); }
-    void Reset(unsigned long handle = 0) {
-        if (m_handle != 0) Close(m_handle);
-        m_handle = handle;
-    }
-
-private:
-    unsigned long m_handle = 0;
-};
-
-inline BOOL CloseContext(unsigned long handle) { return ORKReleaseContext(handle, 0); }
-
-using ContextHandle = ProviderHandle<CloseContext>;
-using KeyHandle = ProviderHandle<ORKDestroyKey>;
-using HashHandle = ProviderHandle<ORKDestroyHash>;
+using ork::ContextHandle;
+using ork::HashHandle;
+using ork::KeyHandle;
 
 }  // namespace nal

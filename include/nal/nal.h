@@ -7,6 +7,8 @@
 #include "nal/context.h"
 #include "nal/crl.h"
 #include "nal/dh_certs.h"
+#include "nal/encrypt.h"
+#include "nal/enveloped_data.h"
 #include "nal/errors.h"
 #include "nal/export.h"
 #include "nal/extensions.h"

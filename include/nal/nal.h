@@ -3,7 +3,9 @@
 
 #include "nal/algorithm.h"
 #include "nal/attributes.h"
+#include "nal/cert_template.h"
 #include "nal/certificate.h"
+#include "nal/chain.h"
 #include "nal/context.h"
 #include "nal/crl.h"
 #include "nal/dh_certs.h"
@@ -26,6 +28,7 @@
 #include "nal/storage.h"
 #include "nal/store_repair.h"
 #include "nal/trust_storages.h"
+#include "nal/verify.h"
 #include "nal/wide_string.h"
 #include "nal/wincrypt.h"
 #include "too/too.h"

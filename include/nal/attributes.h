@@ -21,12 +21,13 @@
 #include "too/string.h"
 #include "too/types.h"
 
-/// Attribute types. RFC 2985 sections 5.3, 5.4; the last one is this system's own (see nal/pkcs10.h).
+/// Attribute types. RFC 2985 sections 5.3, 5.4; the last two are this system's own (see nal/pkcs10.h).
 inline constexpr char c_NAL_OID_CONTENT_TYPE[] = "1.2.840.113549.1.9.3";
 inline constexpr char c_NAL_OID_MESSAGE_DIGEST[] = "1.2.840.113549.1.9.4";
 inline constexpr char c_NAL_OID_SIGNING_TIME[] = "1.2.840.113549.1.9.5";
 inline constexpr char c_NAL_OID_EXTENSION_REQUEST[] = "1.2.840.113549.1.9.14";
 inline constexpr char c_NAL_OID_SECOND_SIGNATURE[] = "1.3.6.1.4.1.47474.2.1.4.2";
+inline constexpr char c_NAL_OID_REQUEST_IDENTITY[] = "1.3.6.1.4.1.47474.2.1.2.1";
 
 /// An attribute of one value.
 struct NAL_EXPORT CNALAttribute {

@@ -5,6 +5,7 @@
 /// A context that came from a store is used while that store is open.
 #pragma once
 
+#include <mutex>
 #include <string>
 
 #include "nal/export.h"
@@ -174,11 +175,14 @@ public:
     using CTOOReference::Release;
 
     unsigned long GetHandle() const { return m_handle; }
+    /// Held by who needs the context's current entry to stay as it is: from choosing a key until the signature is made.
+    std::recursive_mutex& GetMutex() { return m_mutex; }
 
 private:
     ~CNALHProv() override;
 
     unsigned long m_handle;
+    std::recursive_mutex m_mutex;
 };
 
 /// An open provider, perhaps with a key container. Copies share the provider context, whose last user releases it.
@@ -206,6 +210,13 @@ public:
 
     /// The provider context, still owned here; 0 when there is none.
     unsigned long GetProviderHandle() const { return m_holder != nullptr ? m_holder->GetHandle() : 0; }
+
+    /// Takes the lock that all users of this provider context share (CNALHProv::GetMutex), which is recursive.
+    /// @return the lock, to be given back before this object is reset; one that holds nothing when there is no context
+    std::unique_lock<std::recursive_mutex> Lock() const {
+        return m_holder != nullptr ? std::unique_lock<std::recursive_mutex>(m_holder->GetMutex())
+                                   : std::unique_lock<std::recursive_mutex>();
+    }
 
     /// Records the password of the container's keys; it is checked when a key is first used. @return the provider's answer
     BOOL SetPassword(const char* password);

@@ -29,6 +29,7 @@
 #include "nal/store_repair.h"
 #include "nal/trust_storages.h"
 #include "nal/verify.h"
+#include "nal/user.h"
 #include "nal/wide_string.h"
 #include "nal/wincrypt.h"
 #include "too/too.h"

@@ -14,6 +14,14 @@
 /// it in turn. Who checks a request checks the outer signature, takes the attribute out, encodes what is left and checks the
 /// inner signature over that.
 ///
+/// The request's identity travels with it, in an attribute whose one value is an OCTET STRING of 16 bytes:
+///
+///     identity  1.3.6.1.4.1.47474.2.1.2.1
+///     bytes 0-3 network number << 16, 4-7 certificate number (both least significant byte first), 8-15 random
+///
+/// The certificate that is issued takes its serial number from it. The period that a key is wanted for is asked for by the extension
+/// "2.5.29.16" (private-key usage period).
+///
 /// All classes are values; distinct objects may be used by several threads at once.
 #pragma once
 

@@ -178,18 +178,6 @@ private:
     bool m_done = false;
 };
 
-/// Runs `action`, and reports what it throws.
-template <class Action>
-bool Report(int* err, Action&& action) {
-    nal::Outcome outcome;
-    try {
-        action();
-    } catch (const XTOOStatus& status) {
-        outcome.Fail(status);
-    }
-    return outcome.Finish(err) != FALSE;
-}
-
 void StoreOpenEnd(CNALSignData& message, const nal::FileContent* content) {
     if (content != nullptr) message.dataSource.end = content->End();
 }
@@ -210,7 +198,7 @@ CNALSignData::CNALSignData() : contentType(TextOf(c_NAL_OID_SIGNED_DATA)) {
 }
 
 int CNALSignData::AttachData(const WhatToSignStruct& what, int* err) {
-    return Report(err, [&] {
+    return nal::Report(err, [&] {
         const bool inFile = (what.flags & c_NAL_CONTENT_IN_FILE) != 0;
         if (what.data == nullptr && (inFile || what.start != what.end)) {
             throw XTOOStatus(TOO_E_BAD_ARGUMENT, c_attachContext);
@@ -236,7 +224,7 @@ int CNALSignData::AttachData(const WhatToSignStruct& what, int* err) {
 }
 
 int CNALSignData::DetachData(WhatToSignStruct& what, int* err) {
-    return Report(err, [&] {
+    return nal::Report(err, [&] {
         const bool toFile = (what.flags & c_NAL_CONTENT_IN_FILE) != 0;
         if (toFile && what.data == nullptr) throw XTOOStatus(TOO_E_BAD_ARGUMENT, c_detachContext);
         if (!IsAttached()) throw XTOOStatus(TOO_E_NOT_INITIALIZED, c_detachContext);
@@ -271,7 +259,7 @@ int CNALSignData::DetachData(WhatToSignStruct& what, int* err) {
 
 IdentObj CNALSignData::WriteObject(int* err) {
     IdentObj der;
-    Report(err, [&] {
+    nal::Report(err, [&] {
         OutgoingMessage message(*this, c_writeContext);
         der = message.Encode();
         StoreOpenEnd(*this, message.File());
@@ -294,12 +282,12 @@ int CNALSignData::WriteObject(CTOOFile& file, unsigned int /*flags*/) {
 int CNALSignData::ReadObject(const unsigned char* data, unsigned int len, int* err) {
     // Kept until the end: `data` may be bytes of this message.
     const CNALSignData previous = std::exchange(*this, CNALSignData());
-    return Report(err, [&] { *this = nal::ReadSignData({data, data != nullptr ? len : 0}); });
+    return nal::Report(err, [&] { *this = nal::ReadSignData({data, data != nullptr ? len : 0}); });
 }
 
 int CNALSignData::ReadObject(const CTOOFile& file, unsigned int offset, int* err) {
     *this = CNALSignData();
-    return Report(err, [&] { *this = nal::ReadSignData(file, offset); });
+    return nal::Report(err, [&] { *this = nal::ReadSignData(file, offset); });
 }
 
 void CNALSignData::FillEntry(const CASNTUnit& unit) {

@@ -68,4 +68,17 @@ private:
     CTOOString m_text;
 };
 
+/// Convention 2, for an operation that throws: runs `action` and reports the XTOOStatus that comes out of it.
+/// @return as Outcome::Finish
+template <class Action>
+BOOL Report(int* err, Action&& action) {
+    Outcome outcome;
+    try {
+        action();
+    } catch (const XTOOStatus& status) {
+        outcome.Fail(status);
+    }
+    return outcome.Finish(err);
+}
+
 }  // namespace nal

@@ -6,6 +6,7 @@
 
 #include "asnt/oid.h"
 #include "model/name_attributes.h"
+#include "model/name_key.h"
 #include "model/name_charset.h"
 #include "nal/name_codec.h"
 #include "too/status.h"
@@ -111,6 +112,18 @@ public:
                           [&](const Attr& a, const Attr& b) { return Compare(a, other, b) == 0; });
     }
 
+    /// The same for equal names and for no others.
+    std::string Key() const {
+        std::string key;
+        for (const Attr& attr : m_attrs) {
+            const std::wstring_view text = Text(attr);
+            AppendPart(attr.oid, key);
+            AppendPart(attr.encoding, key);
+            AppendPart({text.data(), text.size() * sizeof(wchar_t)}, key);
+        }
+        return key;
+    }
+
 private:
     struct Attr {
         asnt::View oid;
@@ -137,6 +150,11 @@ private:
 
     std::wstring_view Text(const Attr& attr) const {
         return std::wstring_view(m_text).substr(attr.textBegin, attr.textSize);
+    }
+
+    static void AppendPart(asnt::View part, std::string& key) {
+        key += std::to_string(part.size) + ':';
+        key.append(reinterpret_cast<const char*>(part.data), part.size);
     }
 
     static int CompareBytes(asnt::View a, asnt::View b) {
@@ -299,6 +317,10 @@ bool CNALX509Name::SetSimpleRDN(const CNALSimpleRDN& pair) {
 
 bool CNALX509Name::operator==(const CNALX509Name& other) const {
     return ComparedName(*this) == ComparedName(other);
+}
+
+std::string nal::NameKey(const CNALX509Name& name) {
+    return ComparedName(name).Key();
 }
 
 void CNALX509Name::MakeRDNAttr(const char* key, const char* value, CNALRDNAttr& out) {

@@ -5,6 +5,7 @@
 #include "frame/failure.h"
 #include "model/integer_order.h"
 #include "model/provider_handles.h"
+#include "model/signature_numbers.h"
 #include "nal/crl.h"
 #include "nal/pkcs10.h"
 #include "nal/signed_envelope.h"
@@ -19,35 +20,6 @@ constexpr char c_checkContext[] = "NALCheckSignature";
 constexpr char c_addSecondContext[] = "CNALPKCS10Data::AddSecondSignature";
 constexpr char c_checkSecondContext[] = "CNALPKCS10Data::CheckSecondSignature";
 
-/// What a signature algorithm is made of, as the provider numbers it.
-struct SignatureNumbers {
-    DWORD hash;
-    DWORD key;  // a signature key's, also when an exchange key signs
-};
-
-DWORD HashFor(DWORD keyAlgId) { return keyAlgId == ORK_ALG_PRIVATE_SIGN ? ORK_ALG_PRIVATE_HASH : ORK_ALG_GOSTR3411; }
-
-DWORD SignatureKeyFor(DWORD keyAlgId) {
-    if (keyAlgId == ORK_ALG_GOST2001_EXCHANGE) return ORK_ALG_GOST2001_SIGN;
-    if (keyAlgId == ORK_ALG_GOST94_EXCHANGE) return ORK_ALG_GOST94_SIGN;
-    return keyAlgId;
-}
-
-bool IsSignatureKey(DWORD keyAlgId) {
-    return keyAlgId == ORK_ALG_GOST2001_SIGN || keyAlgId == ORK_ALG_GOST94_SIGN || keyAlgId == ORK_ALG_PRIVATE_SIGN;
-}
-
-/// The numbers of a signature algorithm, or of a key's; a signature OID has its key's number as the extra one.
-bool FindNumbers(const CNALAlgorithmIdentifier& algorithm, SignatureNumbers& numbers) {
-    unsigned algId = 0;
-    unsigned extra = 0;
-    if (!GetAlgIDFromOID(algorithm.m_algorithm.GetData(), algorithm.m_algorithm.GetSize(), algId, extra)) return false;
-    const DWORD key = SignatureKeyFor(extra != 0 ? extra : algId);
-    if (!IsSignatureKey(key)) return false;
-    numbers = {HashFor(key), key};
-    return true;
-}
-
 bool HashData(unsigned long hProv, DWORD hashAlgId, unsigned long hKey, asnt::View data, nal::HashHandle& hash) {
     return ORKCreateHash(hProv, hashAlgId, hKey, hash.Receive(), 0) &&
            ORKHashData(hash.Get(), data.data, static_cast<DWORD>(data.size), 0);
@@ -55,7 +27,7 @@ bool HashData(unsigned long hProv, DWORD hashAlgId, unsigned long hKey, asnt::Vi
 
 bool FindSignatureAlgorithm(DWORD keyAlgId, CNALAlgorithmIdentifier& algorithm) {
     CNALAlgorithmIdentifier found;  // RFC 4491 section 2.2: without parameters
-    if (!GetOIDFromAlgID(found.m_algorithm, HashFor(keyAlgId), SignatureKeyFor(keyAlgId))) return false;
+    if (!GetOIDFromAlgID(found.m_algorithm, nal::HashForKey(keyAlgId), nal::SignatureKeyFor(keyAlgId))) return false;
     algorithm = std::move(found);
     return true;
 }
@@ -80,7 +52,7 @@ int CNALSignedData::SignData(unsigned long hProv, unsigned long hKey, int* err) 
         outcome.Fail(TOO_E_BAD_ARGUMENT, c_signContext);
     } else if (!ORKGetProvParam(hProv, ORK_PARAM_HASH_PARAMS, hashParams) ||
                !ORKGetKeyParam(hKey, ORK_KEY_PARAM_ALGID, keyAlgId) || !FindSignatureAlgorithm(keyAlgId, algorithm) ||
-               !HashData(hProv, HashFor(keyAlgId), hKey, m_data, hash) ||
+               !HashData(hProv, nal::HashForKey(keyAlgId), hKey, m_data, hash) ||
                !ORKSignHash(hash.Get(), ORK_KEY_ANY, 0, signature)) {
         outcome.Fail(TOO_E_UNKNOWN_ALGORITHM, c_signContext);
     } else {
@@ -108,13 +80,13 @@ CNALAlgorithmIdentifier CNALSignedData::GetSignatureAlgorithm(unsigned long hKey
 int NALCheckSignature(unsigned long hProv, asnt::View data, const CNALAlgorithmIdentifier& algorithm,
                       const CTOOCryptBitBlob& signature, const CNALCertPublicKeyInfo& signer, int* err) {
     nal::Outcome outcome;
-    SignatureNumbers numbers{};
-    SignatureNumbers signerNumbers{};
+    nal::SignatureNumbers numbers{};
+    nal::SignatureNumbers signerNumbers{};
     nal::HashHandle hash;
     nal::KeyHandle key;
     if (hProv == 0) {
         outcome.Fail(TOO_E_BAD_ARGUMENT, c_checkContext);
-    } else if (!FindNumbers(algorithm, numbers) || !FindNumbers(signer.m_algorithm, signerNumbers) ||
+    } else if (!nal::FindSignatureNumbers(algorithm, numbers) || !nal::FindSignatureNumbers(signer.m_algorithm, signerNumbers) ||
                numbers.key != signerNumbers.key) {
         outcome.Fail(TOO_E_UNKNOWN_ALGORITHM, c_checkContext);
     } else if (!HashData(hProv, numbers.hash, 0, data, hash) || !NALIportPKInfo(hProv, signer, key.Receive())) {

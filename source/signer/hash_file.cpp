@@ -1,22 +1,17 @@
 #include <cstdint>
 
 #include "cms/file_content.h"
-#include "frame/failure.h"
 #include "model/provider_handles.h"
 #include "nal/sign.h"
 #include "ork/provider.h"
+#include "signer/provider_calls.h"
 #include "storage/signature_check.h"
 #include "too/status.h"
 
 namespace {
 
 constexpr char c_context[] = "NALHashFile";
-constexpr std::size_t c_hashChunk = 0x10000;
 constexpr unsigned c_open = 0xFFFFFFFF;
-
-[[noreturn]] void ThrowProvider() {
-    throw XTOOStatus(nal::LastErrorStatus(), c_context);
-}
 
 WhatToSignStruct RegionOf(const char* path, unsigned start, unsigned length, unsigned flags) {
     if (path == nullptr) throw XTOOStatus(TOO_E_BAD_ARGUMENT, c_context);
@@ -36,8 +31,8 @@ WhatToSignStruct RegionOf(const char* path, unsigned start, unsigned length, uns
 void HashContent(const WhatToSignStruct& what, unsigned long hHash) {
     try {
         nal::FileContent content(what, c_context);
-        content.ForEachChunk(c_hashChunk, [&](asnt::View chunk) {
-            if (!ORKHashData(hHash, chunk.data, static_cast<DWORD>(chunk.size), 0)) ThrowProvider();
+        content.ForEachChunk(nal::c_hashChunk, [&](asnt::View chunk) {
+            if (!ORKHashData(hHash, chunk.data, static_cast<DWORD>(chunk.size), 0)) nal::ThrowProvider(c_context);
         });
     } catch (const XTOOStatus& status) {
         // A message's own region beyond its file is 37; of a region that is asked for it is a bad argument.
@@ -57,17 +52,17 @@ IdentObj NALHashFile(const char* path, unsigned int start, unsigned int length, 
     if (info.hHash == 0) {
         if (info.hProv == 0) {
             provider = nal::OpenVerifyProvider();
-            if (!provider) ThrowProvider();
+            if (!provider) nal::ThrowProvider(c_context);
         }
         const unsigned long hProv = info.hProv != 0 ? info.hProv : provider.Get();
-        if (!ORKCreateHash(hProv, info.hashAlgId, info.hKey, own.Receive(), 0)) ThrowProvider();
+        if (!ORKCreateHash(hProv, info.hashAlgId, info.hKey, own.Receive(), 0)) nal::ThrowProvider(c_context);
         HashContent(what, own.Get());
     } else {
         HashContent(what, info.hHash);
         // Reading the value finishes a hash, and the caller's goes on.
-        if (!ORKDuplicateHash(info.hHash, nullptr, 0, own.Receive())) ThrowProvider();
+        if (!ORKDuplicateHash(info.hHash, nullptr, 0, own.Receive())) nal::ThrowProvider(c_context);
     }
     IdentObj value;
-    if (!ORKGetHashParam(own.Get(), ORK_HASH_PARAM_VALUE, value)) ThrowProvider();
+    if (!ORKGetHashParam(own.Get(), ORK_HASH_PARAM_VALUE, value)) nal::ThrowProvider(c_context);
     return value;
 }

@@ -41,9 +41,12 @@ public:
     /// @throws XTOOStatus when the provider cannot check (out of memory); nothing for damaged certificates or signatures
     DWORD CheckWith(const CNALCertContext& cert) const;
 
+    /// The same whenever the certificate was valid.
+    DWORD CheckSignature(const CNALCertContext& cert) const;
+
 private:
-    DWORD ReadAttributes(const ContentHash* hash, const ContentHashes& content, const CTOOString& contentType);
-    bool HoldsUnder(unsigned long hPubKey, asnt::View attributes) const;
+    DWORD ReadAttributes(const ContentHashes& content, const CTOOString& contentType);
+    bool HoldsUnder(const KeyHandle& key, const IdentObj& attributes) const;
 
     unsigned long m_provider;
     const CNALMessageSignerInfo& m_signer;

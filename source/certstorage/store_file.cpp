@@ -102,7 +102,9 @@ int StoreFile::Close(Tree& tree, std::optional<FileState>& left) {
     int error = 0;
     if (waiting && m_lock.Take(LockKind::Exclusive) == 0) {
         const std::lock_guard treeLock(tree.Mutex());
-        error = WriteOutWaiting(tree);
+        // A dead process's journal comes first: what waits here is of another state than the file that it left.
+        error = Recover(tree);
+        if (error == 0) error = WriteOutWaiting(tree);
         m_lock.Release();
     } else if (waiting) {
         Log("what was changed is written, but not counted, so others will verify the file again");

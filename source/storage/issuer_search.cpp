@@ -32,6 +32,8 @@ Rank RankOf(const CheckedCandidate& candidate) {
     Rank rank;
     rank.signatureHolds = (candidate.failed & CERT_STORE_SIGNATURE_FLAG) == 0;
     rank.isNamed = candidate.match == Match::Key || (candidate.match == Match::Serial && rank.signatureHolds);
+    // Nothing else speaks for one that does not sign, so that it displaces nobody, not even another such.
+    if (!rank.signatureHolds && !rank.isNamed) return rank;
     rank.revocation = (candidate.failed & CERT_STORE_REVOCATION_FLAG) != 0 ? 0
                       : (candidate.failed & CERT_STORE_NO_CRL_FLAG) != 0   ? 1
                                                                            : 2;

@@ -34,7 +34,7 @@ struct CheckedCandidate {
 /// The place of a candidate among others. The largest wins; of equal ones the first in the storage.
 struct Rank {
     bool isNamed = false;         // by key, or by serial with a signature that holds: taken at once
-    bool signatureHolds = false;  // one that does not sign is never preferred
+    bool signatureHolds = false;  // one that does not sign is never preferred, and has no more to its rank
     int revocation = 0;           // 2 checked and not listed, 1 no CRL, 0 listed
     bool timeHolds = false;
     std::uint64_t notAfter = 0;   // the longer life

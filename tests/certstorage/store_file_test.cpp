@@ -6,8 +6,11 @@
 #include <optional>
 #include <thread>
 
+#include "certstorage/change_step.h"
+#include "certstorage/tree_verify.h"
 #include "crash/changed_store.h"
 #include "support/child.h"
+#include "too/testing.h"
 
 namespace {
 
@@ -132,6 +135,35 @@ TEST_F(StoreFileTest, BareChangesAreCountedOrDropped) {
     EXPECT_EQ("bcdfuxyz", elsewhere.Add('z'));
     store.reset();
     EXPECT_EQ("bcdfuxyz", Letters(m_path));
+}
+
+// A process dies in a change while another holds a bare change in memory, which it writes out when it closes.
+TEST_F(StoreFileTest, ClosingUndoesWhatADeadProcessLeft) {
+    for (unsigned step = 1; step <= std::size(nal::kCommitSteps); ++step) {
+        SCOPED_TRACE(step);
+        std::filesystem::remove(m_path);
+        MakeStore(m_path, "bdf");
+        int orders[2];
+        ASSERT_EQ(0, pipe(orders));
+        Child other([&] {  // made before this process opens the store
+            char order = 0;
+            if (read(orders[0], &order, 1) != 1) throw std::runtime_error("no order");
+            const StorePtr own = OpenFile(m_path);
+            too_testing::KillAtStep(step);
+            Change(own, [&] { return Put(own, 'x', std::string(20000, 'x')); });
+        });
+        StorePtr store = OpenFile(m_path);
+        Put(store, 'c');
+        ASSERT_EQ(1, write(orders[1], "!", 1));
+        EXPECT_EQ(ChildEnd::killed, other.Wait());
+        close(orders[0]);
+        close(orders[1]);
+        store.reset();
+        const std::string letters = Letters(m_path);
+        EXPECT_TRUE(letters == "bdf" || letters == "bcdf" || letters == "bdfx") << letters;
+        EXPECT_FALSE(Exists(m_path + ".journal"));
+        EXPECT_EQ(0, nal::VerifyTreeFile(m_path));
+    }
 }
 
 TEST_F(StoreFileTest, AFileFromElsewhereIsVerified) {

@@ -373,8 +373,10 @@ TEST_F(Issuers, WhatIsNamedByKeyIsTakenWhateverFails) {
 TEST_F(Issuers, OneThatSignsIsPreferred) {
     AddCandidate(1, stranger, Date(2049));
     EXPECT_EQ(Find(Leaf()), Answer(1, 0x10001)) << "the only one is taken all the same";
-    AddCandidate(2, root, Date(2031));
-    EXPECT_EQ(Find(Leaf()), Answer(2, 0x10000));
+    AddCandidate(2, stranger, Date(2059));
+    EXPECT_EQ(Find(Leaf()), Answer(1, 0x10001)) << "another that does not sign displaces nobody";
+    AddCandidate(3, root, Date(2031));
+    EXPECT_EQ(Find(Leaf()), Answer(3, 0x10000));
 }
 
 TEST_F(Issuers, SerialDecidesWhereTheKeyIdentifierDoesNot) {
@@ -436,9 +438,7 @@ TEST(IssuerRank, IsTheOrderOfTheList) {
     const CTOOFileTime late(Date(2040));
     // From the one that is chosen last to the one that is chosen first; those of one line are equal.
     const std::vector<std::vector<CheckedCandidate>> order = {
-        {{Match::Name, 1 | 4, late}, {Match::Serial, 1 | 4, late}},
-        {{Match::Name, 1 | 0x10000, late}},
-        {{Match::Name, 1, late}},
+        {{Match::Name, 1 | 4, late}, {Match::Serial, 1 | 4, late}, {Match::Name, 1 | 0x10000, early}, {Match::Name, 1, late}},
         {{Match::Name, 4 | 2, late}},
         {{Match::Name, 4, late}},
         {{Match::Name, 0x10000 | 2, late}},

@@ -4,9 +4,7 @@
 //   Store...       the same through the Cert* functions
 //   FreeStanding   CertCreateCertificateContext and its release
 #include <benchmark/benchmark.h>
-#include <stdlib.h>
 
-#include <filesystem>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -15,24 +13,11 @@
 #include "certstorage/tree.h"
 #include "nal/wincrypt.h"
 #include "support/cert_builder.h"
+#include "support/temp_folder.h"
 
 namespace {
 
 constexpr DWORD kEncoding = 0x10001;
-
-class Folder {
-public:
-    Folder() {
-        if (mkdtemp(m_path.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    }
-    ~Folder() { std::filesystem::remove_all(m_path); }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-    std::string File() const { return m_path + "/store"; }
-
-private:
-    std::string m_path = "/tmp/nal-bench-XXXXXX";
-};
 
 // Certificates of about 640 bytes, each with a name and a random identifier of its own.
 const std::vector<IdentObj>& Certificates(std::size_t count) {
@@ -79,9 +64,9 @@ void BareTreePut(benchmark::State& state) {
     const auto keys = KeysOf(count);
     for (auto _ : state) {
         state.PauseTiming();
-        auto folder = std::make_unique<Folder>();
+        auto folder = std::make_unique<nal_test::TempFolder>();
         auto tree = std::make_unique<nal::Tree>();
-        if (tree->OpenFile(folder->File()) != 0) state.SkipWithError("open");
+        if (tree->OpenFile(folder->File("store")) != 0) state.SkipWithError("open");
         state.ResumeTiming();
         for (std::size_t i = 0; i < count; ++i) tree->Put(keys[i], Certificates(count)[i], nal::PutMode::KeepExisting);
         state.PauseTiming();
@@ -97,8 +82,8 @@ void StoreAdd(benchmark::State& state) {
     const auto disposition = static_cast<DWORD>(state.range(1));
     for (auto _ : state) {
         state.PauseTiming();
-        auto folder = std::make_unique<Folder>();
-        HCERTSTORE store = CertOpenStore(CERT_STORE_PROV_FILENAME_A, kEncoding, 0, 0, folder->File().c_str());
+        auto folder = std::make_unique<nal_test::TempFolder>();
+        HCERTSTORE store = CertOpenStore(CERT_STORE_PROV_FILENAME_A, kEncoding, 0, 0, folder->File("store").c_str());
         state.ResumeTiming();
         for (std::size_t i = 0; i < count; ++i) {
             const IdentObj& der = Certificates(count)[i];
@@ -115,9 +100,9 @@ void StoreAdd(benchmark::State& state) {
 // A store with `count` certificates, and a bare tree beside it with the same records.
 struct Filled {
     explicit Filled(std::size_t count) {
-        store = CertOpenStore(CERT_STORE_PROV_FILENAME_A, kEncoding, 0, 0, folder.File().c_str());
+        store = CertOpenStore(CERT_STORE_PROV_FILENAME_A, kEncoding, 0, 0, folder.File("store").c_str());
         const auto keys = KeysOf(count);
-        if (store == nullptr || tree.OpenFile(folder.File() + "-bare") != 0) throw std::runtime_error("no store");
+        if (store == nullptr || tree.OpenFile(folder.File("store") + "-bare") != 0) throw std::runtime_error("no store");
         for (std::size_t i = 0; i < count; ++i) {
             const IdentObj& der = Certificates(count)[i];
             CertAddEncodedCertificateToStore(store, kEncoding, der.GetData(), der.GetSize(), CERT_STORE_ADD_NEW, nullptr);
@@ -128,7 +113,7 @@ struct Filled {
     Filled(const Filled&) = delete;
     Filled& operator=(const Filled&) = delete;
 
-    Folder folder;
+    nal_test::TempFolder folder;
     HCERTSTORE store = nullptr;
     nal::Tree tree;
 };

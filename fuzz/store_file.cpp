@@ -1,32 +1,9 @@
 // Store files from outside: the input is a file, opened, walked and changed as a program would. A file whose verification passes
 // must do no harm. See tests/certstorage/damaged_file_test.cpp for the same with processes.
-#include <unistd.h>
-
 #include <cstdint>
-#include <cstdlib>
-#include <string>
 
+#include "fuzz/scratch_file.h"
 #include "nal/wincrypt.h"
-
-namespace {
-
-class ScratchFile {
-public:
-    ScratchFile(const std::uint8_t* data, std::size_t size) {
-        const int descriptor = mkstemp(m_path.data());
-        if (descriptor < 0 || write(descriptor, data, size) != static_cast<ssize_t>(size)) std::abort();
-        close(descriptor);
-    }
-    ~ScratchFile() { unlink(m_path.c_str()); }
-    ScratchFile(const ScratchFile&) = delete;
-    ScratchFile& operator=(const ScratchFile&) = delete;
-    const char* Path() const { return m_path.c_str(); }
-
-private:
-    std::string m_path = "/dev/shm/nal-fuzz-store-XXXXXX";
-};
-
-}  // namespace
 
 // Berkeley DB's verification does not free its map of a page (4 bytes for each byte of the page) whose index it refuses. The tests
 // look for leaks of our own.
@@ -34,7 +11,7 @@ extern "C" const char* __lsan_default_suppressions() { return "leak:libdb-5.3"; 
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size > 1U << 20) return 0;
-    const ScratchFile file(data, size);
+    const nal_fuzz::ScratchFile file(data, size);
     HCERTSTORE store = CertOpenStore(CERT_STORE_PROV_FILENAME_A, 0x10001, 0, 0, file.Path());
     if (store == nullptr) return 0;
 

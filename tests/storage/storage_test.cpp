@@ -3,7 +3,9 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <random>
+#include <thread>
 
 #include "asnt/writer.h"
 #include "certstorage/cert_store.h"
@@ -429,6 +431,39 @@ TEST_F(Issuers, SelfSignedInAnUntrustedStorageIsItsOwnIssuer) {
         EXPECT_EQ(flags, untrusted != 0 ? 0x20U : 0U);
         ASSERT_TRUE(storage.FindIssuerCertificate(CNALCertContext(der), issuer, nullptr, nullptr));
     }
+}
+
+TEST_F(Issuers, EightThreadsSearchWhileTheStorageChanges) {
+    AddCandidate(1, root);
+    AddCrlOf(1, {Filled(9, 3)});
+    const CNALCertContext good(root.Issue(Leaf(), root));
+    CertBuilder listed = Leaf();
+    listed.serial = Filled(9, 3);
+    const CNALCertContext revoked(root.Issue(listed, root));
+    std::atomic<unsigned> wrong{0};
+    std::vector<std::thread> threads;
+    for (unsigned thread = 0; thread < 8; ++thread) {
+        threads.emplace_back([&, thread] {
+            const CNALCertStorage own(storage);
+            for (unsigned round = 0; round < 50; ++round) {
+                CNALCertContext issuer;
+                CNALCRLContext crl;
+                unsigned flags = CERT_STORE_REVOCATION_FLAG;
+                const CNALCertContext& subject = (round + thread) % 2 == 0 ? good : revoked;
+                if (!own.FindIssuerCertificate(subject, issuer, &flags, &crl)) ++wrong;
+                if (flags != (&subject == &good ? 0U : CERT_STORE_REVOCATION_FLAG) || !crl.IsInitialized()) ++wrong;
+                std::list<CNALCertContext> all;
+                if (!own.FindCertList(all, CERT_FIND_ANY, nullptr)) ++wrong;
+            }
+        });
+    }
+    for (unsigned char round = 0; round < 30; ++round) {
+        CertBuilder other;
+        other.subjectKeyId = Filled(static_cast<unsigned char>(100 + round % 5));
+        Add(other.Build());
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(wrong, 0U);
 }
 
 TEST(IssuerRank, IsTheOrderOfTheList) {

@@ -442,6 +442,27 @@ TEST_F(DHRecordFile, ShortFiles) {
     EXPECT_EQ(later, nal_test::ReadFile(m_path));
 }
 
+TEST_F(DHRecordFile, AHundredThousandRecords) {
+    constexpr long count = 100000;
+    const auto make = [](long i) { return Record(i % 2, "key " + std::to_string(i), i % 3 == 0 ? "00000003" : "00000001"); };
+    IdentObj records;
+    for (long i = 0; i < count; ++i) records.Append(make(i).GetData(), CNALSendCertRecord::c_size);
+    {
+        File file(m_path.c_str());
+        ASSERT_TRUE(file.ReplaceAll(records.GetData(), count));
+    }
+    File file(m_path.c_str());
+    EXPECT_EQ(count, file.Size());
+    for (const long i : {0L, 1L, count / 2, count - 1}) EXPECT_EQ(i, file.FindRecord(make(i)));
+    EXPECT_TRUE(file.IsReceivedKey({"0000", "0001", "00000003"}, Key("key " + std::to_string(count - 1))));
+    EXPECT_FALSE(file.IsReceivedKey({"0000", "0001", "00000001"}, Key("key " + std::to_string(count - 1))));
+    EXPECT_EQ(static_cast<std::size_t>(count + 2) / 3, file.GetPeerRecords({"", "", "00000003"}).size());
+    Add(file, make(count - 1));  // received again: the last record, no further one
+    Add(file, Record(0, "new"));
+    EXPECT_EQ(count + 1, file.Size());
+    EXPECT_EQ(c_before + (count + 1) * CNALSendCertRecord::c_size, Length());
+}
+
 // Four processes log the same keys at once, some by a relative path: each is there once, none is missing.
 TEST_F(DHRecordFile, FourProcessesLogIntoOneFile) {
     constexpr int processes = 4;

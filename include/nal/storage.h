@@ -89,7 +89,7 @@ public:
     /// Appends the certificates that fit, in the order of the store.
     ///
     /// @param findType  CERT_FIND_ANY; CERT_FIND_SUBJECT_NAME, CERT_FIND_ISSUER_NAME (a CERT_NAME_BLOB);
-    ///                  CERT_FIND_KEY_IDENTIFIER (a CRYPT_HASH_BLOB whose data are a certificate context);
+    ///                  CERT_FIND_EXISTING (a CRYPT_HASH_BLOB whose data are a certificate context);
     ///                  CERT_FIND_SUBJECT_CERT (a CERT_INFO: serial and issuer decide, and subject, public key and extensions as
     ///                  far as they are filled in; an issuer that consists of one key identifier attribute
     ///                  1.3.6.1.4.1.311.10.7.1 is compared with the key identifier instead, and the serial is not).

@@ -269,7 +269,7 @@ using PCERT_TRUST_STATUS = CERT_TRUST_STATUS*;
 #define CERT_FIND_SUBJECT_NAME 0x00020007
 #define CERT_FIND_PUBLIC_KEY 0x00060000
 #define CERT_FIND_SUBJECT_CERT 0x000B0000
-#define CERT_FIND_KEY_IDENTIFIER 0x000D0000
+#define CERT_FIND_EXISTING 0x000D0000
 
 // Properties of contexts.
 #define CERT_KEY_PROV_HANDLE_PROP_ID 1
@@ -465,7 +465,7 @@ NAL_EXPORT BOOL CertAddCertificateContextToStore(HCERTSTORE hCertStore, PCCERT_C
 /// @param dwCertEncodingType, dwFindFlags  ignored
 /// @param dwFindType        CERT_FIND_ANY; CERT_FIND_ISSUER_NAME and CERT_FIND_SUBJECT_NAME (`pvFindPara` a
 ///                          CERT_NAME_BLOB, equal byte for byte); CERT_FIND_SUBJECT_CERT (a CERT_INFO: serial and
-///                          issuer); CERT_FIND_KEY_IDENTIFIER (a certificate context of this library: its key; a direct
+///                          issuer); CERT_FIND_EXISTING (a certificate context of this library: its key; a direct
 ///                          look-up, so it returns the same certificate each time). Others are not supported (230).
 /// @param pPrevCertContext  as for CertEnumCertificatesInStore
 /// @return as CertEnumCertificatesInStore; null with 0x80070057 for a null `pvFindPara` where one is needed

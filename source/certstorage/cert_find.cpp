@@ -105,7 +105,7 @@ CertContext::Reference FindCert(CertStore& store, DWORD findType, const void* pa
             if (rule.type == findType) return RefuseNull(NAL_STORE_E_INVALID_ARGUMENT);
         }
     }
-    if (findType == CERT_FIND_KEY_IDENTIFIER) {
+    if (findType == CERT_FIND_EXISTING) {
         if (parameter == nullptr) return RefuseNull(NAL_STORE_E_INVALID_ARGUMENT);
         return LookUp(store, *CertContext::From(static_cast<PCCERT_CONTEXT>(parameter)));
     }

@@ -205,7 +205,7 @@ BOOL CNALCertStorage::FindCertList(std::list<CNALCertContext>& list, unsigned in
             FindWithIndex(found, findType, findPara);
             SetLastError(found.empty() ? NAL_STORE_E_NOT_FOUND : 0);
             break;
-        case CERT_FIND_KEY_IDENTIFIER: {
+        case CERT_FIND_EXISTING: {
             const auto& blob = *static_cast<const CRYPT_HASH_BLOB*>(findPara);
             if (blob.pbData == nullptr) return nal::Refuse(nal::kInvalidParameter);
             // Asked once: the store gives the same certificate each time.

@@ -387,7 +387,7 @@ TEST(CertStore, DeletesTheCertificateWithItsProperties) {
     PutFirst(store, Cert(5));
     PutFirst(store, Cert(6));
     const CertPtr middle = MakeCert(Cert(5));
-    PCCERT_CONTEXT found = CertFindCertificateInStore(store.get(), kEncoding, 0, CERT_FIND_KEY_IDENTIFIER, middle.get(), nullptr);
+    PCCERT_CONTEXT found = CertFindCertificateInStore(store.get(), kEncoding, 0, CERT_FIND_EXISTING, middle.get(), nullptr);
     ASSERT_NE(nullptr, found);
     EXPECT_TRUE(CertDeleteCertificateFromStore(found));
     EXPECT_EQ((std::vector<std::string>{TextOf(Cert(4)), TextOf(Cert(6))}), Certificates(store));
@@ -502,7 +502,7 @@ TEST(CertStore, FindsByType) {
     // By key identifier it is a look-up, not a walk: the same one again.
     PCCERT_CONTEXT again = nullptr;
     for (int i = 0; i < 3; ++i) {
-        again = CertFindCertificateInStore(store.get(), kEncoding, 0, CERT_FIND_KEY_IDENTIFIER, third.get(), again);
+        again = CertFindCertificateInStore(store.get(), kEncoding, 0, CERT_FIND_EXISTING, third.get(), again);
         ASSERT_NE(nullptr, again);
         EXPECT_EQ(TextOf(certs[2]), EncodingOf(again));
     }

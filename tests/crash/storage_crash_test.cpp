@@ -74,7 +74,7 @@ protected:
         std::list<CNALCertContext> list;
         const CNALCertContext wanted = Cert(number);
         CRYPT_HASH_BLOB blob{0, reinterpret_cast<BYTE*>(const_cast<CERT_CONTEXT*>(wanted.GetContext()))};
-        Require(storage.FindCertList(list, CERT_FIND_KEY_IDENTIFIER, &blob), "find");
+        Require(storage.FindCertList(list, CERT_FIND_EXISTING, &blob), "find");
         Require(storage.DeleteCertificate(list.front()), "delete");
     }
 

@@ -47,7 +47,7 @@ TEST_F(Storage, RefusesWithItsOwnCodes) {
     EXPECT_FALSE(storage.FindCertList(list, CERT_FIND_SUBJECT_NAME, nullptr));
     EXPECT_EQ(GetLastError(), 87U);
     const CRYPT_HASH_BLOB noContext{0, nullptr};
-    EXPECT_FALSE(storage.FindCertList(list, CERT_FIND_KEY_IDENTIFIER, &noContext));
+    EXPECT_FALSE(storage.FindCertList(list, CERT_FIND_EXISTING, &noContext));
     EXPECT_EQ(GetLastError(), 87U);
     EXPECT_FALSE(storage.FindCertList(list, CERT_FIND_PUBLIC_KEY, &noContext));
     EXPECT_EQ(GetLastError(), 230U);

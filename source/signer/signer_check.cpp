@@ -69,16 +69,20 @@ DWORD SignerCheck::CheckWith(const CNALCertContext& cert) const {
 }
 
 DWORD SignerCheck::CheckSignature(const CNALCertContext& cert) const {
-    if (m_status != c_signerHolds) return m_status;
     if (!cert.IsInitialized()) return c_signatureFails;
-    CNALCertPublicKeyInfo info;
+    CNALCertPublicKeyInfo publicKey;
     try {
-        info = PublicKeyOf(*cert.GetContext());
+        publicKey = PublicKeyOf(*cert.GetContext());
     } catch (const XTOOStatus&) {
         return c_signatureFails;
     }
-    if (!FitKey(m_signer, m_hash->algId, info)) return c_signatureFails;
-    const KeyHandle key = ImportPublicKey(m_provider, info, c_context);
+    return CheckSignature(publicKey);
+}
+
+DWORD SignerCheck::CheckSignature(const CNALCertPublicKeyInfo& publicKey) const {
+    if (m_status != c_signerHolds) return m_status;
+    if (!FitKey(m_signer, m_hash->algId, publicKey)) return c_signatureFails;
+    const KeyHandle key = ImportPublicKey(m_provider, publicKey, c_context);
     if (!key) return c_signatureFails;
     if (HoldsUnder(key, m_signer.GetBytesToSign())) return c_signerHolds;
     const CNALAttributesList& attributes = m_signer.signedAttrs;

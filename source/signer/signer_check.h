@@ -1,6 +1,7 @@
 // Checking one SignerInfo with one certificate. Chains, and whether a certificate may sign, are the callers'.
 #pragma once
 
+#include "nal/algorithm.h"
 #include "nal/context.h"
 #include "nal/signed_data.h"
 #include "signer/content_hash.h"
@@ -43,6 +44,8 @@ public:
 
     /// The same whenever the certificate was valid.
     DWORD CheckSignature(const CNALCertContext& cert) const;
+    /// The same under a key.
+    DWORD CheckSignature(const CNALCertPublicKeyInfo& publicKey) const;
 
 private:
     DWORD ReadAttributes(const ContentHashes& content, const CTOOString& contentType);

@@ -39,59 +39,57 @@ FileContent::FileContent(const WhatToSignStruct& what, const char* context)
     m_size = PieceWalker(source, m_start, m_end - c_uncountedBytes, false, context).CountBytes();
 }
 
-void FileContent::ForEachRun(const RunVisitor& visit) {
-    FileSource source(m_file);
-    if (!m_inPieces) {
-        visit(source, m_start, m_size);
-        return;
-    }
-    PieceWalker pieces(source, m_start, m_end - c_uncountedBytes, false, m_context);
-    std::uint64_t offset = 0;
-    for (std::uint64_t size = 0; pieces.Next(offset, size);) visit(source, offset, size);
-}
-
 void FileContent::ForEachChunk(std::size_t chunkSize, const Sink& sink) {
     std::vector<unsigned char> chunk(static_cast<std::size_t>(std::min<std::uint64_t>(chunkSize, m_size)));
     Progress progress(m_size);
-    std::uint64_t left = m_size;
-    std::size_t filled = 0;
-    ForEachRun([&](FileSource& source, std::uint64_t offset, std::uint64_t size) {
-        // Pieces that somebody lengthened since they were counted do not get into what was announced.
-        for (std::uint64_t rest = std::min(size, left); rest != 0;) {
-            const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(rest, chunk.size() - filled));
-            source.Read(offset, chunk.data() + filled, count);
-            offset += count;
-            rest -= count;
-            left -= count;
-            filled += count;
-            if (filled != chunk.size() && left != 0) continue;
-            sink({chunk.data(), filled});
-            progress.Advance(filled);
-            filled = 0;
-        }
-    });
-    if (left != 0) FailShort();
+    FileContentReader reader(*this);
+    for (std::uint64_t left = m_size; left != 0;) {
+        const std::size_t count = reader.Read(chunk.data(), chunk.size());
+        sink({chunk.data(), count});
+        progress.Advance(count);
+        left -= count;
+    }
 }
 
 void FileContent::CopyTo(unsigned char* out) {
     Progress progress(m_size);
-    std::uint64_t left = m_size;
-    ForEachRun([&](FileSource& source, std::uint64_t offset, std::uint64_t size) {
-        for (std::uint64_t rest = std::min(size, left); rest != 0;) {
-            const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(rest, c_copyChunk));
-            source.Read(offset, out, count);
-            offset += count;
-            out += count;
-            rest -= count;
-            left -= count;
-            progress.Advance(count);
-        }
-    });
-    if (left != 0) FailShort();
+    FileContentReader reader(*this);
+    for (std::uint64_t left = m_size; left != 0;) {
+        const std::size_t count = reader.Read(out, c_copyChunk);
+        progress.Advance(count);
+        out += count;
+        left -= count;
+    }
 }
 
-void FileContent::FailShort() const {
-    throw XTOOFile(TOO_E_READ, m_file.GetName(), "unexpected end of");
+FileContentReader::FileContentReader(const FileContent& content)
+    : m_content(content), m_source(content.m_file), m_offset(content.m_start), m_left(content.m_size) {
+    if (content.m_inPieces) {
+        m_pieces.emplace(m_source, content.m_start, content.m_end - c_uncountedBytes, false, content.m_context);
+    } else {
+        m_runLeft = m_left;
+    }
+}
+
+void FileContentReader::NextRun() {
+    if (!m_pieces || !m_pieces->Next(m_offset, m_runLeft)) {
+        throw XTOOFile(TOO_E_READ, m_content.m_file.GetName(), "unexpected end of");
+    }
+}
+
+std::size_t FileContentReader::Read(unsigned char* out, std::size_t size) {
+    std::size_t done = 0;
+    // Pieces that somebody lengthened since they were counted do not get into what was announced.
+    while (done != size && m_left != 0) {
+        if (m_runLeft == 0) NextRun();
+        const auto count = static_cast<std::size_t>(std::min({m_runLeft, m_left, std::uint64_t{size - done}}));
+        m_source.Read(m_offset, out + done, count);
+        m_offset += count;
+        m_runLeft -= count;
+        m_left -= count;
+        done += count;
+    }
+    return done;
 }
 
 }  // namespace nal

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 
 #include "asnt/view.h"
 #include "cms/ber_cursor.h"
@@ -38,16 +39,35 @@ public:
     void CopyTo(unsigned char* out);
 
 private:
-    using RunVisitor = std::function<void(FileSource&, std::uint64_t offset, std::uint64_t size)>;
-    void ForEachRun(const RunVisitor& visit);
-    [[noreturn]] void FailShort() const;
-
     CTOOFile m_file;
     const char* m_context;
     bool m_inPieces;
     std::uint64_t m_start = 0;
     std::uint64_t m_end = 0;
     std::uint64_t m_size = 0;
+
+    friend class FileContentReader;
+};
+
+/// Reads a content from its beginning, pieces joined, for callers that want the pace to be theirs.
+class FileContentReader {
+public:
+    /// @param content  must outlive this object; of several readers each keeps its own place
+    explicit FileContentReader(const FileContent& content);
+
+    /// @return the bytes read: `size`, or at the end what is left. Bytes that were added since the content was opened are not read.
+    /// @throws XTOOFile(5) when the file has become shorter; XTOOStatus(206) when its pieces were changed
+    std::size_t Read(unsigned char* out, std::size_t size);
+
+private:
+    void NextRun();
+
+    const FileContent& m_content;
+    FileSource m_source;
+    std::optional<PieceWalker> m_pieces;
+    std::uint64_t m_offset;        // in the file, of the run's next byte
+    std::uint64_t m_runLeft = 0;
+    std::uint64_t m_left;
 };
 
 }  // namespace nal

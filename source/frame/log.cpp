@@ -16,4 +16,4 @@ void Write(const nal::LogPlace& place, const char* label, const Value& value) {
 
 void nal::LogError(const LogPlace& place, const CTOOString& text) { Write(place, "Error: ", text); }
 
-void nal::LogErrorCode(const LogPlace& place, int status) { Write(place, "Error Code: ", status); }
+void nal::LogErrorCode(const LogPlace& place, int status, const char* label) { Write(place, label, status); }

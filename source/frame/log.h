@@ -20,7 +20,7 @@ struct LogPlace {
 /// Writes a record of level 1: "Error: " and the text.
 void LogError(const LogPlace& place, const CTOOString& text);
 
-/// Writes a record of level 1: "Error Code: " and the status.
-void LogErrorCode(const LogPlace& place, int status);
+/// Writes a record of level 1: the label and the status.
+void LogErrorCode(const LogPlace& place, int status, const char* label = "Error Code: ");
 
 }  // namespace nal

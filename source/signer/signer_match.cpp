@@ -2,8 +2,9 @@
 
 #include <algorithm>
 
-#include "model/integer_order.h"
+#include "model/certificate_fields.h"
 #include "model/name_key.h"
+#include "nal/certificate.h"
 #include "storage/cert_reader.h"
 #include "too/status.h"
 
@@ -35,15 +36,21 @@ std::vector<std::string> Collected(Collect&& collect) {
     return names;
 }
 
-std::vector<std::string> NamesOf(const CNALCertContext& cert) {
-    if (!cert.IsInitialized()) return {};
+IdentObj KeyIdOf(const CertificateFields& fields) {
+    asnt::View keyId;
+    if (FindSubjectKeyId(fields.tbs, keyId) && !keyId.empty()) return keyId.Copy();
+    CNALCertPublicKeyInfo key;
+    key.ReadData(fields.tbs.publicKeyInfo.data, static_cast<unsigned>(fields.tbs.publicKeyInfo.size));
+    return key.GetKeyID();
+}
+
+std::vector<std::string> NamesOf(asnt::View certificate) {
+    CertificateFields fields;
+    if (!StepOverCertificate(certificate, fields)) return {};
     return Collected([&](std::vector<std::string>& names) {
-        const CERT_CONTEXT& context = *cert.GetContext();
-        const IdentObj serial = Reversed(SerialOf(context));
-        names.push_back(NamedBy(c_byIssuer, serial, CNALX509Name(IssuerNameOf(context).Copy())));
-        names.push_back(NamedBy(c_bySubject, serial, CNALX509Name(SubjectNameOf(context).Copy())));
-        const IdentObj keyId = cert.GetSubjectKeyId();
-        if (!keyId.IsEmpty()) names.push_back(c_byKeyId + TextOf(keyId));
+        names.push_back(NamedBy(c_byIssuer, fields.tbs.serial, CNALX509Name(fields.tbs.issuer.Copy())));
+        names.push_back(NamedBy(c_bySubject, fields.tbs.serial, CNALX509Name(fields.tbs.subject.Copy())));
+        names.push_back(c_byKeyId + TextOf(KeyIdOf(fields)));
     });
 }
 
@@ -64,41 +71,60 @@ std::vector<std::string> NamesIn(const CNALMessageSignerInfo& signer) {
 }  // namespace
 
 bool IsSignerOf(const CNALCertContext& cert, const CNALMessageSignerInfo& signer) {
-    const std::vector<std::string> names = NamesOf(cert);
+    if (!cert.IsInitialized()) return false;
+    const std::vector<std::string> names = NamesOf(EncodingOf(*cert.GetContext()));
     const std::vector<std::string> wanted = NamesIn(signer);
     return std::find_first_of(names.begin(), names.end(), wanted.begin(), wanted.end()) != names.end();
 }
 
 void SignerCandidates::Add(const CNALCertContext& cert) {
-    const std::vector<std::string> names = NamesOf(cert);
-    if (names.empty()) return;
-    const auto same = m_byName.equal_range(names.front());
-    if (std::any_of(same.first, same.second, [&](const auto& entry) { return m_certs[entry.second] == cert; })) return;
-    for (const std::string& name : names) m_byName.emplace(name, m_certs.size());
-    m_certs.push_back(cert);
+    if (cert.IsInitialized()) AddEntry({EncodingOf(*cert.GetContext()), cert});
 }
 
 void SignerCandidates::AddAll(const std::list<IdentObj>& certificates) {
-    for (const IdentObj& encoded : certificates) {
-        try {
-            Add(CNALCertContext(encoded));
-        } catch (const XTOOStatus&) {
-            // Other forms of certificates, and what is none, sign nothing here.
-        }
+    for (const IdentObj& encoded : certificates) AddEntry({encoded, {}});
+}
+
+void SignerCandidates::AddEntry(Entry entry) {
+    bool isNew = false;
+    for (std::string& name : NamesOf(entry.encoded)) {
+        std::vector<std::size_t>& same = m_byName[std::move(name)];
+        const bool isKnown =
+            std::any_of(same.begin(), same.end(), [&](std::size_t index) { return m_entries[index].encoded == entry.encoded; });
+        if (isKnown || same.size() == c_maxOfOneName) continue;
+        same.push_back(m_entries.size());
+        isNew = true;
     }
+    if (isNew) m_entries.push_back(std::move(entry));
 }
 
 std::vector<CNALCertContext> SignerCandidates::Find(const CNALMessageSignerInfo& signer) const {
     std::vector<std::size_t> found;
     for (const std::string& name : NamesIn(signer)) {
-        const auto range = m_byName.equal_range(name);
-        for (auto entry = range.first; entry != range.second; ++entry) found.push_back(entry->second);
+        const auto same = m_byName.find(name);
+        if (same != m_byName.end()) found.insert(found.end(), same->second.begin(), same->second.end());
     }
     std::sort(found.begin(), found.end());
     found.erase(std::unique(found.begin(), found.end()), found.end());
     std::vector<CNALCertContext> certs;
-    for (const std::size_t index : found) certs.push_back(m_certs[index]);
+    for (const std::size_t index : found) {
+        const Entry& entry = m_entries[index];
+        try {
+            certs.push_back(entry.cert.IsInitialized() ? entry.cert : CNALCertContext(entry.encoded.Copy()));
+        } catch (const XTOOStatus&) {
+            // It has the fields that name it, and is no certificate all the same.
+        }
+    }
     return certs;
+}
+
+void SignerNames::Add(const CNALMessageSignerInfo& signer) {
+    for (std::string& name : NamesIn(signer)) m_names.insert(std::move(name));
+}
+
+bool SignerNames::Include(asnt::View certificate) const {
+    const std::vector<std::string> names = NamesOf(certificate);
+    return std::any_of(names.begin(), names.end(), [this](const std::string& name) { return m_names.count(name) != 0; });
 }
 
 }  // namespace nal

@@ -1,37 +1,17 @@
 // A message from outside: it decodes or is refused, in memory and from a file alike, and what decodes is written again as a
 // message of the same parts. Its signer infos are decoded too.
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <string>
 
+#include "fuzz/input_file.h"
 #include "nal/signed_data.h"
 #include "too/file.h"
 #include "too/status.h"
 
 namespace {
 
-void Expect(bool holds) {
-    if (!holds) std::abort();
-}
-
-/// A file in memory, opened by its path as any other.
-class InputFile {
-public:
-    InputFile() : m_descriptor(memfd_create("message", MFD_CLOEXEC)), m_path("/proc/self/fd/" + std::to_string(m_descriptor)) {}
-
-    const std::string& Store(const std::uint8_t* data, std::size_t size) const {
-        Expect(ftruncate(m_descriptor, 0) == 0 && pwrite(m_descriptor, data, size, 0) == static_cast<ssize_t>(size));
-        return m_path;
-    }
-
-private:
-    int m_descriptor;
-    std::string m_path;
-};
+using nal_fuzz::Expect;
+using nal_fuzz::InputFile;
 
 void CheckSignerInfo(const IdentObj& der) {
     CNALMessageSignerInfo info;

@@ -29,6 +29,13 @@ public:
     /// @param position  up to Limit(): behind the next element, which somebody else walked over
     void SkipTo(std::uint64_t position) { m_position = position; }
     ByteSource& Source() const { return *m_source; }
+    const char* Context() const { return m_context; }
+    /// The same place, with another text of what is thrown.
+    BerCursor WithContext(const char* context) const {
+        BerCursor other = *this;
+        other.m_context = context;
+        return other;
+    }
     [[noreturn]] void Fail(int code) const;
 
     /// True at the end; that of an indefinite element is its end-of-contents marker. @throws XTOOStatus(206) when that

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "cms/outgoing.h"
 #include "frame/progress.h"
 #include "too/status.h"
 
@@ -11,7 +12,6 @@ namespace nal {
 namespace {
 
 constexpr unsigned c_uncountedBytes = 2;  // behind the pieces, see WhatToSignStruct
-constexpr std::size_t c_copyChunk = 256 * 1024;
 
 CTOOFile OpenContent(const WhatToSignStruct& what, const char* context) {
     if (what.data == nullptr) throw XTOOStatus(TOO_E_BAD_ARGUMENT, context);

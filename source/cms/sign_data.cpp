@@ -1,7 +1,5 @@
 #include "nal/signed_data.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <limits>
 #include <memory>
@@ -9,6 +7,7 @@
 #include <utility>
 
 #include "cms/file_content.h"
+#include "cms/outgoing.h"
 #include "cms/sign_data_reader.h"
 #include "frame/failure.h"
 #include "too/status.h"
@@ -19,9 +18,6 @@ constexpr char c_attachContext[] = "CNALSignData::AttachData";
 constexpr char c_detachContext[] = "CNALSignData::DetachData";
 constexpr char c_writeContext[] = "CNALSignData::WriteObject";
 constexpr char c_writeFileContext[] = "CNALSignData::WriteData";
-
-// Large enough that calls of the system do not show, small enough that a host does not notice it.
-constexpr std::size_t c_copyChunk = 256 * 1024;
 
 IdentObj TextOf(const char* oid) {
     return {oid, static_cast<unsigned>(std::char_traits<char>::length(oid))};
@@ -61,17 +57,6 @@ private:
     std::unique_ptr<nal::FileContent> m_file;
 };
 
-void WriteElements(asnt::Writer& writer, const std::list<IdentObj>& elements) {
-    for (const IdentObj& element : elements) {
-        asnt::Header header;
-        if (asnt::ParseHeader(element, asnt::Rules::Der, header) != asnt::HeaderState::Read ||
-            header.size + header.contentSize != element.GetSize()) {
-            throw XTOOStatus(TOO_E_ENCODE);
-        }
-        writer.Raw(element);
-    }
-}
-
 template <class Content>
 void Declare(const CNALSignData& message, asnt::Writer& writer, Content&& content) {
     writer.Sequence([&] {
@@ -87,10 +72,10 @@ void Declare(const CNALSignData& message, asnt::Writer& writer, Content&& conten
                     content();
                 });
                 if (!message.certificates.empty()) {
-                    writer.Context(0, [&] { WriteElements(writer, message.certificates); });
+                    writer.Context(0, [&] { nal::WriteElements(writer, message.certificates); });
                 }
-                if (!message.crls.empty()) writer.Context(1, [&] { WriteElements(writer, message.crls); });
-                writer.Set([&] { WriteElements(writer, message.signerInfos); });
+                if (!message.crls.empty()) writer.Context(1, [&] { nal::WriteElements(writer, message.crls); });
+                writer.Set([&] { nal::WriteElements(writer, message.signerInfos); });
             });
         });
     });
@@ -100,19 +85,11 @@ void Declare(const CNALSignData& message, asnt::Writer& writer, Content&& conten
 class OutgoingMessage {
 public:
     OutgoingMessage(const CNALSignData& message, const char* context) : m_content(message, context) {
-        // First without the content: what fails here cannot be encoded, and what fails with it is too large.
-        try {
-            asnt::Writer trial;
-            Declare(message, trial, [] {});
-        } catch (const XTOOStatus&) {
-            throw XTOOStatus(TOO_E_ENCODE, context);
-        }
-        try {
-            Declare(message, m_writer, [this] { m_content.Declare(m_writer); });
-        } catch (const XTOOStatus&) {
-            throw XTOOStatus(TOO_E_TOO_LARGE, context);
-        }
-        if (m_writer.Size() > c_NAL_MAX_MESSAGE_SIZE) throw XTOOStatus(TOO_E_TOO_LARGE, context);
+        nal::DeclareMessage(m_writer, context, [&](asnt::Writer& writer, bool withContent) {
+            Declare(message, writer, [&] {
+                if (withContent) m_content.Declare(writer);
+            });
+        });
     }
 
     unsigned Size() const { return static_cast<unsigned>(m_writer.Size()); }
@@ -140,42 +117,13 @@ public:
         IdentObj after;
         m_writer.FinishParts(before, after);
         file.Write(before);
-        File()->ForEachChunk(c_copyChunk, [&](asnt::View chunk) { file.Write(chunk.data, chunk.size); });
+        File()->ForEachChunk(nal::c_copyChunk, [&](asnt::View chunk) { file.Write(chunk.data, chunk.size); });
         file.Write(after);
     }
 
 private:
     OutgoingContent m_content;
     asnt::Writer m_writer;
-};
-
-bool IsSameFile(const CTOOFile& a, const CTOOFile& b) {
-    struct stat first {};
-    struct stat second {};
-    return fstat(a.GetDescriptor(), &first) == 0 && fstat(b.GetDescriptor(), &second) == 0 &&
-           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
-}
-
-/// Cuts a file back to its length before, unless what was written is complete.
-class Undo {
-public:
-    explicit Undo(CTOOFile& file) : m_file(file), m_length(file.Length()) {}
-    Undo(const Undo&) = delete;
-    Undo& operator=(const Undo&) = delete;
-    ~Undo() {
-        if (m_done) return;
-        try {
-            if (m_file.Length() > m_length) m_file.SetLength(m_length);
-        } catch (const XTOOStatus&) {
-            // The failure that led here is on its way to the caller already.
-        }
-    }
-    void Done() { m_done = true; }
-
-private:
-    CTOOFile& m_file;
-    std::uint64_t m_length;
-    bool m_done = false;
 };
 
 void StoreOpenEnd(CNALSignData& message, const nal::FileContent* content) {
@@ -236,7 +184,7 @@ int CNALSignData::DetachData(WhatToSignStruct& what, int* err) {
         if (toFile) {
             CTOOWholeFile target(CTOOString(static_cast<const char*>(what.data)));
             if (source) {
-                source->ForEachChunk(c_copyChunk, [&](asnt::View chunk) { target.Write(chunk.data, chunk.size); });
+                source->ForEachChunk(nal::c_copyChunk, [&](asnt::View chunk) { target.Write(chunk.data, chunk.size); });
             } else {
                 target.Write(eContent);
             }
@@ -269,10 +217,10 @@ IdentObj CNALSignData::WriteObject(int* err) {
 
 int CNALSignData::WriteObject(CTOOFile& file, unsigned int /*flags*/) {
     OutgoingMessage message(*this, c_writeFileContext);
-    if (message.File() != nullptr && IsSameFile(message.File()->File(), file)) {
+    if (message.File() != nullptr && nal::IsSameFile(message.File()->File(), file)) {
         throw XTOOStatus(TOO_E_BAD_ARGUMENT, c_writeFileContext);
     }
-    Undo undo(file);
+    nal::FileUndo undo(file);
     message.Write(file);
     undo.Done();
     StoreOpenEnd(*this, message.File());

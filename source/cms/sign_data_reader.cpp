@@ -1,21 +1,13 @@
 #include "cms/sign_data_reader.h"
 
-#include <limits>
 #include <utility>
 
-#include "cms/ber_cursor.h"
+#include "cms/message_reader.h"
 #include "too/status.h"
 
 namespace nal {
 
 namespace {
-
-// Every element of a list costs some memory of its own, so a list of tiny ones would take many times the input. Real
-// ones are longer than this.
-constexpr std::size_t c_freeElements = 4096;
-constexpr std::size_t c_bytesPerElement = 32;
-// What of a file's message is loaded: everything but the content.
-constexpr std::uint64_t c_maxLoaded = 256U << 20;
 
 constexpr asnt::Tag c_piecedOctetString{asnt::Tag::kConstructed, asnt::tag::OctetString.number};
 
@@ -23,36 +15,16 @@ bool IsOctetString(const asnt::Header& header) {
     return header.tag == asnt::tag::OctetString || header.tag == c_piecedOctetString;
 }
 
-/// The content octets of an element, found and checked to their end.
-struct ContentRegion {
-    std::uint64_t start = 0;
-    std::uint64_t end = 0;  // behind the last byte; of pieces, behind the last piece
-    bool inPieces = false;
-};
-
-class SignDataReader {
+class SignDataReader : public MessageReader {
 public:
-    /// @param budget  how many bytes beside the content may be loaded
     SignDataReader(ByteSource& source, CNALSignData& message, std::uint64_t budget)
-        : m_source(source), m_message(message), m_budget(budget) {}
+        : MessageReader(source, c_readContext, budget), m_message(message) {}
     SignDataReader(const SignDataReader&) = delete;
     SignDataReader& operator=(const SignDataReader&) = delete;
     virtual ~SignDataReader() = default;
 
-    BerCursor CursorAt(std::uint64_t start) const { return {m_source, start, m_source.Size(), c_readContext}; }
-
     void ReadMessage(std::uint64_t start) {
-        BerCursor outer = CursorAt(start);
-        RequireSequence(start);
-        outer.Inside(asnt::tag::Sequence, TOO_E_NOT_SIGNED_MESSAGE, [&](BerCursor& contentInfo) {
-            if (contentInfo.AtEnd()) contentInfo.Fail(TOO_E_NOT_FOUND);
-            if (!contentInfo.NextIs(asnt::tag::Oid) || TakeOid(contentInfo) != c_NAL_OID_SIGNED_DATA) {
-                contentInfo.Fail(TOO_E_NOT_SIGNED_MESSAGE);
-            }
-            contentInfo.Inside(asnt::tag::Context(0), TOO_E_BAD_STRUCTURE, [&](BerCursor& content) {
-                content.Inside(asnt::tag::Sequence, TOO_E_NOT_SIGNED_MESSAGE, [&](BerCursor& body) { ReadBody(body); });
-            });
-        });
+        ReadContentInfo(start, c_NAL_OID_SIGNED_DATA, TOO_E_NOT_FOUND, [&](BerCursor& body) { ReadBody(body); });
     }
 
     void ReadDigestAlgorithms(BerCursor& body) {
@@ -80,19 +52,10 @@ public:
         });
     }
 
-    void ReadCertificates(BerCursor& body) { ReadElements(body, asnt::tag::Context(0), m_message.certificates); }
-    void ReadCrls(BerCursor& body) { ReadElements(body, asnt::tag::Context(1), m_message.crls); }
+    void ReadCertificates(BerCursor& body) { m_message.certificates = ReadElements(body, asnt::tag::Context(0)); }
+    void ReadCrls(BerCursor& body) { m_message.crls = ReadElements(body, asnt::tag::Context(1)); }
 
 private:
-    // Anything may be handed over as a signed message, so what does not even begin as one is told from a damaged one.
-    void RequireSequence(std::uint64_t start) const {
-        unsigned char first = 0;
-        if (start < m_source.Size()) m_source.Read(start, &first, 1);
-        if (first != (asnt::tag::Sequence.bits | asnt::tag::Sequence.number)) {
-            CursorAt(start).Fail(TOO_E_NOT_SIGNED_MESSAGE);
-        }
-    }
-
     void ReadBody(BerCursor& body) {
         m_message.version = TakeVersion(body);
         ReadDigestAlgorithms(body);
@@ -100,83 +63,26 @@ private:
         // Each at most once and in this order, or it would be written back otherwise than it came.
         if (body.NextIs(asnt::tag::Context(0))) ReadCertificates(body);
         if (body.NextIs(asnt::tag::Context(1))) ReadCrls(body);
-        ReadElements(body, asnt::tag::Set, m_message.signerInfos);
+        m_message.signerInfos = ReadElements(body, asnt::tag::Set);
         if (!body.AtEnd()) body.Fail(TOO_E_NOT_SIGNED_MESSAGE);
-    }
-
-    std::int32_t TakeVersion(BerCursor& body) {
-        const IdentObj element = body.Take(m_budget);
-        const std::int64_t version = asnt::Reader(element, c_readContext).Int64();
-        if (version < std::numeric_limits<std::int32_t>::min() || version > std::numeric_limits<std::int32_t>::max()) {
-            body.Fail(TOO_E_BAD_STRUCTURE);
-        }
-        return static_cast<std::int32_t>(version);
-    }
-
-    CTOOString TakeOid(BerCursor& cursor) {
-        const IdentObj element = cursor.Take(m_budget);
-        return asnt::Reader(element, c_readContext).Oid();
-    }
-
-    template <class Visit>
-    void ForEachElement(BerCursor& list, Visit&& visit) {
-        std::size_t count = 0;
-        std::size_t bytes = 0;
-        while (!list.AtEnd()) {
-            IdentObj element = list.Take(m_budget);
-            bytes += element.GetSize();
-            if (++count > c_freeElements + bytes / c_bytesPerElement) list.Fail(TOO_E_TOO_LARGE);
-            visit(std::move(element));
-        }
-    }
-
-    void ReadElements(BerCursor& body, asnt::Tag tag, std::list<IdentObj>& elements) {
-        std::list<IdentObj> read;
-        body.Inside(tag, TOO_E_NOT_SIGNED_MESSAGE, [&](BerCursor& list) {
-            ForEachElement(list, [&](IdentObj&& element) { read.push_back(std::move(element)); });
-        });
-        elements = std::move(read);
     }
 
     // eContent is [0] { OCTET STRING }. A bare OCTET STRING is taken as well, and inside [0] any type (RFC 2315, and
     // RFC 5652 section 5.2.1): its content octets are what is signed.
     static ContentRegion ReadContent(BerCursor& info) {
-        if (IsOctetString(info.Peek())) return FindContent(info);
+        if (IsOctetString(info.Peek())) return FindContent(info, c_piecedOctetString);
         ContentRegion region;
         info.Inside(asnt::tag::Context(0), TOO_E_NOT_SIGNED_MESSAGE, [&](BerCursor& wrapper) {
             if (wrapper.AtEnd()) wrapper.Fail(TOO_E_BAD_STRUCTURE);
-            region = FindContent(wrapper);
+            region = FindContent(wrapper, c_piecedOctetString);
         });
-        return region;
-    }
-
-    static ContentRegion FindContent(BerCursor& cursor) {
-        const asnt::Header header = cursor.Peek();
-        ContentRegion region;
-        region.start = cursor.Position() + header.size;
-        region.end = region.start + header.contentSize;
-        region.inPieces = header.tag == c_piecedOctetString;
-        if (!region.inPieces) {
-            if (header.indefinite) cursor.Fail(TOO_E_BAD_STRUCTURE);
-            cursor.SkipTo(region.end);
-            return region;
-        }
-        const std::uint64_t limit = header.indefinite ? cursor.Limit() : region.end;
-        PieceWalker pieces(cursor.Source(), region.start, limit, header.indefinite, c_readContext);
-        pieces.CountBytes();
-        region.end = pieces.Position() - (header.indefinite ? BerCursor::c_markerSize : 0);
-        cursor.SkipTo(pieces.Position());
         return region;
     }
 
     virtual void KeepContent(const ContentRegion& region) = 0;
 
 protected:
-    ByteSource& m_source;
     CNALSignData& m_message;
-
-private:
-    std::uint64_t m_budget;
 };
 
 class MemoryReader final : public SignDataReader {
@@ -187,8 +93,7 @@ private:
     void KeepContent(const ContentRegion& region) override {
         IdentObj content;
         if (!region.inPieces) {
-            content.SetSize(static_cast<unsigned>(region.end - region.start));
-            m_source.Read(region.start, content.GetData(), content.GetSize());
+            content = Load(region);
         } else {
             content.SetSize(static_cast<unsigned>(Pieces(region).CountBytes()));
             unsigned char* out = content.GetData();

@@ -1,8 +1,9 @@
-#include <limits>
 #include <utility>
 
+#include "cms/party_identifier.h"
 #include "frame/failure.h"
 #include "frame/log.h"
+#include "model/encoding.h"
 #include "model/integer_order.h"
 #include "nal/signed_data.h"
 #include "too/status.h"
@@ -19,27 +20,6 @@ constexpr DWORD c_signedAttrsTag = 0;
 constexpr DWORD c_unsignedAttrsTag = 1;
 constexpr DWORD c_setTag = 17;
 
-void ReadVersion(asnt::Reader& fields, std::int32_t& version) {
-    const std::int64_t value = fields.Int64();
-    if (value < std::numeric_limits<std::int32_t>::min() || value > std::numeric_limits<std::int32_t>::max()) fields.Fail();
-    version = static_cast<std::int32_t>(value);
-}
-
-void ReadIdentifier(asnt::Reader& fields, CNALMessageSignerInfo& info) {
-    asnt::Element keyId;
-    if (fields.Optional(asnt::tag::ContextPrimitive(0), keyId)) {
-        if (keyId.content.empty()) fields.Fail();
-        info.subjectKeyIdentifier = keyId.content.Copy();
-        return;
-    }
-    asnt::Reader issuerAndSerial = fields.Enter(asnt::tag::Sequence);
-    const asnt::Element issuer = issuerAndSerial.Next(asnt::tag::Sequence);
-    if (!asnt::IsWellFormed(issuer.whole)) fields.Fail();
-    info.issuer = issuer.whole.Copy();
-    info.serialNumber = issuerAndSerial.Integer().Copy();
-    issuerAndSerial.ExpectEnd();
-}
-
 void ReadAttributes(asnt::Reader& fields, DWORD tag, CNALAttributesList& attributes) {
     asnt::Element list;
     if (!fields.Optional(asnt::tag::Context(tag), list)) return;
@@ -50,8 +30,8 @@ void ReadAttributes(asnt::Reader& fields, DWORD tag, CNALAttributesList& attribu
 
 CNALMessageSignerInfo Decode(asnt::Reader fields) {
     CNALMessageSignerInfo info;
-    ReadVersion(fields, info.version);
-    ReadIdentifier(fields, info);
+    info.version = nal::ReadInt32(fields);
+    nal::ReadIdentifier(fields, info.issuer, info.serialNumber, info.subjectKeyIdentifier);
     info.digestAlgorithm.ReadData(fields);
     ReadAttributes(fields, c_signedAttrsTag, info.signedAttrs);
     info.signatureAlgorithm.ReadData(fields);
@@ -61,27 +41,11 @@ CNALMessageSignerInfo Decode(asnt::Reader fields) {
     return info;
 }
 
-bool IsName(const IdentObj& der) {
-    asnt::Element name;
-    return asnt::IsWellFormed(der) && asnt::Reader(der).TryNext(asnt::tag::Sequence, name);
-}
-
 void Encode(CNALMessageSignerInfo& info, asnt::Writer& writer) {
-    const bool byKeyId = !info.subjectKeyIdentifier.IsEmpty();
-    if (!byKeyId && (!IsName(info.issuer) || !asnt::IsInteger(info.serialNumber))) {
-        throw XTOOStatus(TOO_E_ENCODE, c_writeContext);
-    }
-    info.version = byKeyId ? c_versionKeyId : c_versionIssuer;
+    info.version = info.subjectKeyIdentifier.IsEmpty() ? c_versionIssuer : c_versionKeyId;
     writer.Sequence([&] {
         writer.Integer(info.version);
-        if (byKeyId) {
-            writer.Primitive(asnt::tag::ContextPrimitive(0), info.subjectKeyIdentifier);
-        } else {
-            writer.Sequence([&] {
-                writer.Raw(info.issuer);
-                writer.IntegerOctets(info.serialNumber);
-            });
-        }
+        nal::WriteIdentifier(writer, info.issuer, info.serialNumber, info.subjectKeyIdentifier);
         info.digestAlgorithm.WriteData(writer);
         info.signedAttrs.SetTag(c_signedAttrsTag, false);
         if (!info.signedAttrs.empty()) info.signedAttrs.WriteData(writer);

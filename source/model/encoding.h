@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 #include "asnt/view.h"
 #include "asnt/writer.h"
@@ -17,6 +18,13 @@ unsigned ReadStart(const void* data, unsigned size, const char* context, Decode&
     asnt::Reader reader({data, size}, context);
     decode(reader);
     return size - static_cast<unsigned>(reader.Rest().size);
+}
+
+/// The next INTEGER, which has at most 32 bits. @throws as the reader for a damaged or larger one
+inline std::int32_t ReadInt32(asnt::Reader& reader) {
+    const std::int64_t value = reader.Int64();
+    if (value != static_cast<std::int32_t>(value)) reader.Fail();
+    return static_cast<std::int32_t>(value);
 }
 
 /// How many elements are left. What makes one object of each counts first: a hostile list of millions then takes the memory

@@ -50,6 +50,12 @@ public:
         return m_objects.count(handle) != 0;
     }
 
+    // How many objects have a handle.
+    std::size_t Size() const {
+        const std::shared_lock lock(m_mutex);
+        return m_objects.size();
+    }
+
     // The object goes outside the lock: its destruction wipes memory. @throws as Get
     std::shared_ptr<Object> Remove(unsigned long handle) {
         const std::unique_lock lock(m_mutex);

@@ -33,6 +33,11 @@ std::map<std::string, FailingCall, std::less<>>& FailingCalls() {
     static std::map<std::string, FailingCall, std::less<>> calls;
     return calls;
 }
+bool g_isCounting = false;
+std::map<std::string, unsigned, std::less<>>& CallCounts() {
+    static std::map<std::string, unsigned, std::less<>> counts;
+    return counts;
+}
 
 void SetSteps(StepMode mode, unsigned first, unsigned last, int error) {
     g_stepMode = StepMode::off;
@@ -85,18 +90,34 @@ void FailCall(const char* name, DWORD lastError, unsigned nth, unsigned count) {
     } else {
         FailingCalls()[name] = {lastError, nth, count == 0 ? std::numeric_limits<unsigned>::max() : count};
     }
-    g_callsArmed = !FailingCalls().empty();
+    g_callsArmed = g_isCounting || !FailingCalls().empty();
 }
 
 void ResetCalls() {
     std::lock_guard lock(g_callsMutex);
     FailingCalls().clear();
+    CallCounts().clear();
+    g_isCounting = false;
     g_callsArmed = false;
+}
+
+void CountCalls() {
+    std::lock_guard lock(g_callsMutex);
+    CallCounts().clear();
+    g_isCounting = true;
+    g_callsArmed = true;
+}
+
+unsigned GetCallCount(const char* name) {
+    std::lock_guard lock(g_callsMutex);
+    const auto found = CallCounts().find(std::string_view(name));
+    return found == CallCounts().end() ? 0 : found->second;
 }
 
 bool CallFails(const char* name) {
     if (!g_callsArmed.load(std::memory_order_relaxed)) return false;
     std::lock_guard lock(g_callsMutex);
+    if (g_isCounting) ++CallCounts()[name];
     const auto found = FailingCalls().find(std::string_view(name));
     if (found == FailingCalls().end()) return false;
     FailingCall& call = found->second;

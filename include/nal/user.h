@@ -265,9 +265,14 @@ private:
         IdentObj publicKey;
     };
     using OpenKeys = std::list<OpenKey>;
-    friend class CNALUserAccess;
 
     void DestroyKeys();
+    int OpenContainer(const char* path, const char* providerName, unsigned provType, unsigned flags);
+    unsigned long Keep(unsigned long handle, IdentObj publicKey) const;
+    unsigned long FindOpenKey(const IdentObj& publicKey) const;
+    unsigned long FindKeyOf(const CNALCertContext& cert) const;
+    void MakeKeyPair(DWORD algId);
+    void Bind(const CNALCertContext& cert, const char* function);
 
     CNALCertContext m_certificate;
     CNALCertPublicKeyInfo m_newPublicKey;

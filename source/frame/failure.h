@@ -6,6 +6,8 @@
 //   3  Methods of the object model and of the storages throw XTOOStatus(code, text).
 #pragma once
 
+#include <utility>
+
 #include "too/last_error.h"
 #include "too/status.h"
 #include "too/string.h"
@@ -68,17 +70,25 @@ private:
     CTOOString m_text;
 };
 
-/// Convention 2, for an operation that throws: runs `action` and reports the XTOOStatus that comes out of it.
-/// @return as Outcome::Finish
-template <class Action>
-BOOL Report(int* err, Action&& action) {
+/// Convention 2 around a body that fails by throwing XTOOStatus: runs it and hands its outcome over, as Outcome::Finish.
+template <class Body>
+BOOL Report(int* err, CTOOString* msg, Body&& body) {
     Outcome outcome;
     try {
-        action();
+        std::forward<Body>(body)();
     } catch (const XTOOStatus& status) {
         outcome.Fail(status);
     }
-    return outcome.Finish(err);
+    return outcome.Finish(err, msg);
+}
+template <class Body>
+BOOL Report(int* err, Body&& body) {
+    return Report(err, nullptr, std::forward<Body>(body));
+}
+
+/// What a call of the provider returned, inside such a body. @throws XTOOStatus(LastErrorStatus(otherwise), text) for FALSE
+inline void RequireDone(BOOL done, const CTOOString& text, int otherwise = TOO_E_INTERNAL) {
+    if (!done) throw XTOOStatus(LastErrorStatus(otherwise), text);
 }
 
 }  // namespace nal

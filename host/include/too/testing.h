@@ -80,8 +80,14 @@ public:
 /// @param count      how many calls fail from there on; 0 for all
 NAL_HOST_EXPORT void FailCall(const char* name, DWORD lastError, unsigned nth = 1, unsigned count = 0);
 
-/// Lets every call work again.
+/// Lets every call work again, and counts none any more.
 NAL_HOST_EXPORT void ResetCalls();
+
+/// Counts every call by its name from now on, from 0.
+NAL_HOST_EXPORT void CountCalls();
+
+/// @return how often a call was made since CountCalls, the failing ones included
+NAL_HOST_EXPORT unsigned GetCallCount(const char* name);
 
 /// Asked by a provider function at its start: `if (too_testing::CallFails("ORKSignHash")) return FALSE;`
 /// @return whether the call is to fail; the last-error code is then set

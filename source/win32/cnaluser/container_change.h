@@ -1,0 +1,26 @@
+// What every change of a container that has more than one step is made under.
+#pragma once
+
+#include <memory>
+
+#include "nal/context.h"
+#include "too/locker.h"
+
+namespace nal {
+
+/// The container's lock, between the processes and threads that use this library. Ends in the thread that took it.
+class ContainerChange {
+public:
+    /// Waits for the lock. A provider whose containers have no unique name has none.
+    /// @throws XTOOStatus when the lock cannot be used
+    explicit ContainerChange(const CNALProvider& provider);
+
+    /// The container's unique full name.
+    const CTOOString& Container() const { return m_container; }
+
+private:
+    CTOOString m_container;
+    std::unique_ptr<IPC::CLocker> m_lock;
+};
+
+}  // namespace nal

@@ -3,23 +3,16 @@
 
 #include <atomic>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "asnt/writer.h"
-#include "model/integer_order.h"
-#include "model/provider_handles.h"
-#include "nal/extensions.h"
-#include "nal/signed_data.h"
 #include "nal/trust_storages.h"
-#include "ork/constants.h"
-#include "storage/signature_check.h"
 #include "support/cert_builder.h"
 #include "support/child.h"
 #include "support/temp_folder.h"
 #include "support/test_signer.h"
+#include "support/trust_list_builder.h"
 #include "too/testing.h"
 
 namespace {
@@ -29,77 +22,9 @@ using nal_test::CrlBuilder;
 using nal_test::Date;
 using nal_test::Filled;
 using nal_test::TestSigner;
-
-template <class Write>
-IdentObj Der(Write&& write) {
-    asnt::Writer writer;
-    write(writer);
-    return writer.Finish();
-}
-
-/// A trust list to be.
-struct ListBuilder {
-    std::int64_t number = 1;
-    std::vector<IdentObj> certificates;
-    std::vector<IdentObj> crls;
-    IdentObj signer;                            // the certificate in the message
-    std::optional<FILETIME> signingTime = Date(2026, 3);
-    std::vector<IdentObj> outside;              // further certificates in the message
-    int version = 3;
-
-    IdentObj Build(const TestSigner& key) const {
-        CNALSignData message;
-        message.version = version;
-        message.eContentType = CASNTIdData("1.3.6.1.4.1.47474.2.3.1");
-        message.eContent = Der([&](asnt::Writer& writer) {
-            writer.Sequence([&] {
-                writer.Integer(number);
-                writer.GeneralizedTime(Date(2026, 3));
-                for (const auto* part : {&certificates, &crls}) {
-                    writer.Sequence([&] {
-                        for (const IdentObj& element : *part)
-                            writer.Raw(asnt::View(element));
-                    });
-                }
-            });
-        });
-        message.certificates = {signer};
-        message.certificates.insert(message.certificates.end(), outside.begin(), outside.end());
-        message.digestAlgorithms = {HashAlgorithm()};
-        message.signerInfos = {SignerInfo(message.eContent, key)};
-        return message.WriteObject(nullptr);
-    }
-
-private:
-    static CNALAlgorithmIdentifier HashAlgorithm() {
-        CNALAlgorithmIdentifier algorithm;
-        static_cast<CASNTIdData&>(algorithm) = CASNTIdData("1.2.643.2.2.9");
-        return algorithm;
-    }
-
-    IdentObj SignerInfo(const IdentObj& content, const TestSigner& key) const {
-        const nal::ContextHandle provider = nal::OpenVerifyProvider();
-        nal::HashHandle hash;
-        IdentObj digest;
-        EXPECT_TRUE(ORKCreateHash(provider.Get(), ORK_ALG_GOSTR3411, 0, hash.Receive(), 0));
-        EXPECT_TRUE(ORKHashData(hash.Get(), content.GetData(), content.GetSize(), 0));
-        EXPECT_TRUE(ORKGetHashParam(hash.Get(), ORK_HASH_PARAM_VALUE, digest));
-        CNALMessageSignerInfo info;
-        info.subjectKeyIdentifier = CNALCertContext(signer).GetSubjectKeyId();
-        info.digestAlgorithm = HashAlgorithm();
-        info.signedAttrs.Add("1.2.840.113549.1.9.3", Der([](asnt::Writer& w) { w.Oid("1.3.6.1.4.1.47474.2.3.1"); }));
-        info.signedAttrs.Add("1.2.840.113549.1.9.4", Der([&](asnt::Writer& w) { w.OctetString(asnt::View(digest)); }));
-        if (signingTime) info.signedAttrs.Add("1.2.840.113549.1.9.5", Der([&](asnt::Writer& w) { w.Time(*signingTime); }));
-        const CNALSignedData made = key.SignBytes(info.GetBytesToSign());
-        info.signatureAlgorithm = made.m_algorithm;
-        info.signature = nal::ToProviderOrder(made.m_signature.m_data);
-        return info.WriteData(nullptr);
-    }
-};
-
-nal_test::BuiltExtension TrustListUsage() {
-    return {"2.5.29.37", false, Der([](asnt::Writer& w) { w.Sequence([&] { w.Oid("1.3.6.1.4.1.311.10.3.1"); }); })};
-}
+using nal_test::TrustListBuilder;
+using nal_test::TrustListUsage;
+using nal_test::UnsignedList;
 
 class Trust : public testing::Test {
 protected:
@@ -158,8 +83,8 @@ protected:
             ASSERT_TRUE(storage.AddEncodetCRL(crl, 0x10001));
     }
 
-    ListBuilder GoodList(std::int64_t number = 1) const {
-        ListBuilder list;
+    TrustListBuilder GoodList(std::int64_t number = 1) const {
+        TrustListBuilder list;
         list.number = number;
         list.certificates = {CaCert()};
         list.signer = SignerCert();
@@ -171,12 +96,6 @@ protected:
         nal_test::WriteFile(path + ".new", message.GetData(), message.GetSize());
         std::filesystem::rename(path + ".new", path);
     }
-    static IdentObj Unsigned(const std::vector<IdentObj>& certs) {
-        CNALSignData message;
-        message.certificates = {certs.begin(), certs.end()};
-        return message.WriteObject(nullptr);
-    }
-
     /// How many certificates the common trust list has now; -1 without a list.
     static int CommonList() {
         const CNALCertStorage list = m_VPN_TrustStorages.GetList("0000_trl.p7s");
@@ -201,7 +120,7 @@ TEST_F(Trust, TakesAListOfTheRightSignerAndKeepsIt) {
     EXPECT_EQ(-1, CommonList());
     Deliver("0000_trl.p7s", GoodList(5).Build(m_signer));
     EXPECT_EQ(1, CommonList());
-    ListBuilder larger = GoodList(6);
+    TrustListBuilder larger = GoodList(6);
     larger.certificates.push_back(EndCert());
     Deliver("0000_trl.p7s", larger.Build(m_signer));
     const CNALCertStorage before = m_VPN_TrustStorages.GetList("0000_trl.p7s");
@@ -239,14 +158,14 @@ TEST_F(Trust, RefusesEveryOtherList) {
     belowCa.extensions.push_back(TrustListUsage());
 
     const auto with = [&](const IdentObj& signer) {
-        ListBuilder list = GoodList();
+        TrustListBuilder list = GoodList();
         list.signer = signer;
         return list;
     };
-    ListBuilder outside = GoodList();
+    TrustListBuilder outside = GoodList();
     outside.certificates.clear();
     outside.outside = {CaCert()};
-    ListBuilder version = GoodList();
+    TrustListBuilder version = GoodList();
     version.version = 1;
     const struct {
         const char* name;
@@ -259,7 +178,7 @@ TEST_F(Trust, RefusesEveryOtherList) {
         {"expired", with(m_root.Issue(expired, m_signer)).Build(m_signer)},
         {"certificate outside the signed content", outside.Build(m_signer)},
         {"version", version.Build(m_signer)},
-        {"unsigned", Unsigned({CaCert()})},
+        {"unsigned", UnsignedList({CaCert()})},
     };
     for (const auto& test : cases) {
         Deliver("0000_trl.p7s", test.message);
@@ -307,7 +226,7 @@ TEST_F(Trust, NoChangeOfAByteMakesAnotherListGood) {
 TEST_F(Trust, AcceptingIsWholeWhereverItStops) {
     Deliver("0000_trl.p7s", GoodList(1).Build(m_signer));
     ASSERT_EQ(1, CommonList());
-    ListBuilder larger = GoodList(2);
+    TrustListBuilder larger = GoodList(2);
     larger.certificates.push_back(EndCert());
     const IdentObj next = larger.Build(m_signer);
     const std::string accepted = m_folder.File("home/trust/0000_trl.p7s");
@@ -350,7 +269,7 @@ TEST_F(Trust, SeeksIssuersInOrder) {
     builder.issuer = "CA";
     builder.authorityKeyId = Filled(3);
     builder.entries.push_back({Filled(1, 16)});
-    Deliver("12ab.trl", Unsigned({CaCert()}));
+    Deliver("12ab.trl", UnsignedList({CaCert()}));
     flags = 7;
     EXPECT_TRUE(FindIssuer(EndCert(), &flags));
     EXPECT_EQ(0x10000U, flags);  // the unsigned list is asked first, but its issuer is not the subject
@@ -363,11 +282,11 @@ TEST_F(Trust, SeeksIssuersInOrder) {
     own.serial.GetData()[12] = 0x12;
     own.serial.GetData()[13] = 0xAB;
     const IdentObj root = m_ca.Issue(own, m_ca);
-    Deliver("12ab.trl", Unsigned({root}));
+    Deliver("12ab.trl", UnsignedList({root}));
     flags = 7;
     EXPECT_TRUE(FindIssuer(root, &flags));
     EXPECT_EQ(0x10020U, flags);
-    ListBuilder signedList = GoodList();
+    TrustListBuilder signedList = GoodList();
     signedList.certificates = {root};
     signedList.crls = {m_ca.Sign(builder.Build())};
     Deliver("12ab_trl.p7s", signedList.Build(m_signer));
@@ -379,10 +298,10 @@ TEST_F(Trust, SeeksIssuersInOrder) {
 
 TEST_F(Trust, WalksTheStoragesOfAKind) {
     Deliver("0000_trl.p7s", GoodList().Build(m_signer));
-    Deliver("12ab.trl", Unsigned({CaCert()}));
-    Deliver("12ab_usr.p7b", Unsigned({EndCert()}));
-    Deliver("0000_usr.p7b", Unsigned({SignerCert()}));
-    Deliver("nonsense_usr.p7b", Unsigned({EndCert()}));
+    Deliver("12ab.trl", UnsignedList({CaCert()}));
+    Deliver("12ab_usr.p7b", UnsignedList({EndCert()}));
+    Deliver("0000_usr.p7b", UnsignedList({SignerCert()}));
+    Deliver("nonsense_usr.p7b", UnsignedList({EndCert()}));
     const struct {
         unsigned kinds;
         std::size_t storages;
@@ -409,7 +328,7 @@ TEST_F(Trust, LoadsUsersLists) {
     CTOOString msg;
     EXPECT_FALSE(list.LoadFile(path, 0x20, &err, &msg));
     EXPECT_EQ(TOO_E_FILE_NOT_FOUND, err);
-    Deliver("12ab_usr.p7b", Unsigned({EndCert(), CaCert()}));
+    Deliver("12ab_usr.p7b", UnsignedList({EndCert(), CaCert()}));
     EXPECT_TRUE(list.LoadFile(path, 0x20, &err, &msg));
     EXPECT_EQ(1U, list.m_untrusted);
     EXPECT_EQ(0x20U, list.m_storageType);

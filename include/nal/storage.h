@@ -24,6 +24,7 @@
 #include "nal/wincrypt.h"
 
 namespace nal {
+struct SharedIndex;
 class StorageIndex;
 }
 
@@ -31,10 +32,12 @@ class StorageIndex;
 /// Made when the library is loaded. Taken before any store's own lock.
 extern NAL_EXPORT boost::recursive_mutex NALStorageLocker;
 
-/// One certificate store and its searches. Copies share the store.
+/// One certificate store and its searches. Copies share the store and what searches have learnt of it.
 class NAL_EXPORT CNALCertStorage {
 public:
     CNALCertStorage() = default;
+    /// A storage over a store that is open already, which then stays open for both. Null gives a closed storage.
+    static CNALCertStorage OverStore(HCERTSTORE store);
     /// As OpenStorage; IsOpened() tells how it went.
     CNALCertStorage(CNALString& name, const char* storeProvider, unsigned int flags, unsigned int storageType, void* reserved);
     CNALCertStorage(const CNALCertStorage& other);
@@ -102,6 +105,12 @@ public:
     /// with the latest ThisUpdate that is not in the future; of two, the one with the larger number. Checks are kept per CRL and key.
     /// @param crl  receives it; untouched when there is none
     BOOL GetCrlFromStorage(const CNALCertContext& issuer, CNALCRLContext& crl) const;
+    /// Looks a certificate up on such a CRL of its issuer; but one whose number is longer than four bytes and begins, as stores keep
+    /// numbers, with the first four bytes of the issuer's serial number goes before all others.
+    /// @param isListed  receives whether the CRL lists the certificate's serial; untouched without a CRL
+    /// @param crl       receives the CRL; untouched when there is none
+    /// @return TRUE when there is a CRL
+    BOOL FindRevocation(const CNALCertContext& subject, const CNALCertContext& issuer, bool& isListed, CNALCRLContext& crl) const;
 
     /// Finds the certificate that issued `subject` and the CRL that covers it. docs/issuer-search.md has the order of preference.
     ///
@@ -123,9 +132,9 @@ public:
 private:
     template <class Change>
     BOOL MakeChange(HCERTSTORE store, Change&& change);
-    nal::StorageIndex* Index() const;
+    nal::StorageIndex& Index() const;
     BOOL FindWithIndex(std::list<CNALCertContext>& list, unsigned int findType, const void* findPara) const;
 
     HCERTSTORE m_store = nullptr;
-    mutable std::shared_ptr<nal::StorageIndex> m_index;  // guarded by NALStorageLocker; null until the first search
+    std::shared_ptr<nal::SharedIndex> m_index;  // shared by copies; what it holds is guarded by NALStorageLocker
 };

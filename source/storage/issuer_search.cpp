@@ -8,6 +8,7 @@
 #include "nal/extensions.h"
 #include "nal/storage.h"
 #include "storage/cert_reader.h"
+#include "storage/signature_memo.h"
 #include "storage/storage_index.h"
 #include "storage/store_change.h"
 
@@ -101,7 +102,7 @@ private:
     Found Check(const CNALCertContext& candidate, Match match) {
         Found found;
         found.issuer = candidate;
-        if ((m_checks & CERT_STORE_SIGNATURE_FLAG) != 0 && !m_subject.IsValidSignature(candidate)) {
+        if ((m_checks & CERT_STORE_SIGNATURE_FLAG) != 0 && !SignatureMemo::Holds(m_subject, candidate)) {
             found.failed |= CERT_STORE_SIGNATURE_FLAG;
         }
         if (m_timeFails) found.failed |= CERT_STORE_TIME_VALIDITY_FLAG;
@@ -145,7 +146,7 @@ BOOL CNALCertStorage::FindIssuerCertificate(const CNALCertContext& subject, CNAL
     const boost::recursive_mutex::scoped_lock lock(NALStorageLocker);
     const nal::StoreSearch search(*nal::CertStore::FromHandle(m_store));
     if (search.Error() != 0) return none(static_cast<DWORD>(search.Error()));
-    auto best = nal::Search(*Index(), subject, checks).Best();
+    auto best = nal::Search(Index(), subject, checks).Best();
     if (!best) return none(NAL_STORE_E_NOT_FOUND);
 
     const bool isUntrustedRoot = m_untrusted != 0 && best->issuer == subject;

@@ -1,8 +1,5 @@
 #include "storage/signature_check.h"
 
-#include <algorithm>
-#include <iterator>
-
 #include "frame/failure.h"
 #include "model/certificate_fields.h"
 #include "model/signature_fields.h"
@@ -12,21 +9,16 @@
 #include "storage/cert_reader.h"
 
 namespace nal {
-namespace {
 
-// The keys whose signatures on certificates are checked here. The private algorithm's are not among them.
-constexpr DWORD kCheckedKeys[] = {ORK_ALG_GOST2001_EXCHANGE, ORK_ALG_GOST2001_SIGN, ORK_ALG_GOST94_SIGN};
-
-bool IsChecked(const CNALAlgorithmIdentifier& algorithm) {
+bool IsAmong(Algorithms algorithms, const CNALAlgorithmIdentifier& algorithm) {
     unsigned algId = 0;
     unsigned keyAlgId = 0;
     const IdentObj& oid = algorithm.m_algorithm;
     if (!GetAlgIDFromOID(oid.GetData(), oid.GetSize(), algId, keyAlgId)) return false;
     const DWORD key = keyAlgId != 0 ? keyAlgId : algId;
-    return std::find(std::begin(kCheckedKeys), std::end(kCheckedKeys), key) != std::end(kCheckedKeys);
+    return key == ORK_ALG_GOST2001_EXCHANGE || key == ORK_ALG_GOST2001_SIGN || key == ORK_ALG_GOST94_SIGN ||
+           (algorithms == Algorithms::WithPrivate && key == ORK_ALG_PRIVATE_SIGN);
 }
-
-}  // namespace
 
 ContextHandle OpenVerifyProvider() {
     ContextHandle provider;
@@ -34,14 +26,14 @@ ContextHandle OpenVerifyProvider() {
     return provider;
 }
 
-bool IsSignedBy(const CERT_CONTEXT& cert, const CNALCertPublicKeyInfo& issuerKey) {
+bool IsSignedBy(const CERT_CONTEXT& cert, const CNALCertPublicKeyInfo& issuerKey, Algorithms accepted) {
     CertificateFields fields;
     if (!StepOverCertificate(EncodingOf(cert), fields)) asnt::ThrowBadStructure("CNALCertContext::IsValidSignature");
     asnt::Reader reader(fields.signatureFields, "CNALCertContext::IsValidSignature");
     CNALAlgorithmIdentifier algorithm;
     CTOOCryptBitBlob signature;
     ReadSignatureFields(reader, algorithm, signature);
-    if (!IsChecked(algorithm)) return CertVerifySubjectCertificateContext(&cert, nullptr, nullptr) != FALSE;
+    if (!IsAmong(accepted, algorithm)) return CertVerifySubjectCertificateContext(&cert, nullptr, nullptr) != FALSE;
 
     // RFC 5280 section 4.1.1.2: both algorithm fields are the same; only the inner one is covered by the signature.
     CNALAlgorithmIdentifier inner;

@@ -34,6 +34,11 @@ bool CanBeKeyed(const IdentObj& encoded) {
 
 boost::recursive_mutex NALStorageLocker;
 
+/// The index of one store, for the storages that share it.
+struct nal::SharedIndex {
+    std::unique_ptr<StorageIndex> index;  // null until the first search
+};
+
 using Locked = boost::recursive_mutex::scoped_lock;
 
 CNALCertStorage::CNALCertStorage(CNALString& name, const char* storeProvider, unsigned int flags, unsigned int storageType,
@@ -45,13 +50,16 @@ CNALCertStorage::CNALCertStorage(const CNALCertStorage& other)
     : m_storageType(other.m_storageType),
       m_untrusted(other.m_untrusted),
       m_name(other.m_name),
-      m_store(CertDuplicateStore(other.m_store)) {}
+      m_store(CertDuplicateStore(other.m_store)),
+      m_index(other.m_index) {}
 
 CNALCertStorage& CNALCertStorage::operator=(const CNALCertStorage& other) {
     if (this == &other) return *this;
     const HCERTSTORE store = CertDuplicateStore(other.m_store);
+    const std::shared_ptr<nal::SharedIndex> index = other.m_index;
     CloseStorage();
     m_store = store;
+    m_index = index;
     m_storageType = other.m_storageType;
     m_untrusted = other.m_untrusted;
     m_name = other.m_name;
@@ -59,6 +67,15 @@ CNALCertStorage& CNALCertStorage::operator=(const CNALCertStorage& other) {
 }
 
 CNALCertStorage::~CNALCertStorage() { CloseStorage(); }
+
+CNALCertStorage CNALCertStorage::OverStore(HCERTSTORE store) {
+    CNALCertStorage storage;
+    // The store of a context that has outlived it is closed for good.
+    if (store == nullptr || nal::CertStore::FromHandle(store)->Body() == nullptr) return storage;
+    storage.m_store = CertDuplicateStore(store);
+    storage.m_index = std::make_shared<nal::SharedIndex>();
+    return storage;
+}
 
 BOOL CNALCertStorage::OpenStorage(CNALString& name, const char* storeProvider, unsigned int flags, unsigned int storageType,
                                   void* /*reserved*/) {
@@ -72,7 +89,9 @@ BOOL CNALCertStorage::OpenStorage(CNALString& name, const char* storeProvider, u
     } else {
         m_store = CertOpenStore(storeProvider, c_encoding, 0, flags, name.c_str());
     }
-    return IsOpened() ? TRUE : FALSE;
+    if (!IsOpened()) return FALSE;
+    m_index = std::make_shared<nal::SharedIndex>();
+    return TRUE;
 }
 
 void CNALCertStorage::CloseStorage(bool /*flag*/) {
@@ -149,10 +168,11 @@ BOOL CNALCertStorage::DeleteCRL(CNALCRLContext& crl) {
 
 // --- Searches ---
 
-nal::StorageIndex* CNALCertStorage::Index() const {
+nal::StorageIndex& CNALCertStorage::Index() const {
     nal::CertStore& store = *nal::CertStore::FromHandle(m_store);
-    if (m_index == nullptr || !m_index->IsCurrent()) m_index = std::make_shared<nal::StorageIndex>(store, m_index.get());
-    return m_index.get();
+    std::unique_ptr<nal::StorageIndex>& index = m_index->index;
+    if (index == nullptr || !index->IsCurrent()) index = std::make_unique<nal::StorageIndex>(store, index.get());
+    return *index;
 }
 
 CNALCRLContext CNALCertStorage::FindCRLInStore(unsigned int /*flags*/, const void* /*reserved*/,
@@ -169,7 +189,7 @@ CNALCRLContext CNALCertStorage::FindCRLInStore(unsigned int /*flags*/, const voi
 }
 
 BOOL CNALCertStorage::FindWithIndex(std::list<CNALCertContext>& list, unsigned int findType, const void* findPara) const {
-    nal::StorageIndex& index = *Index();
+    nal::StorageIndex& index = Index();
     if (findType == CERT_FIND_SUBJECT_CERT) {
         const auto& wanted = *static_cast<const CERT_INFO*>(findPara);
         std::list<CNALCertContext> candidates;
@@ -233,8 +253,25 @@ BOOL CNALCertStorage::GetCrlFromStorage(const CNALCertContext& issuer, CNALCRLCo
     const nal::StoreSearch search(*nal::CertStore::FromHandle(m_store));
     if (search.Error() != 0) return nal::Refuse(static_cast<DWORD>(search.Error()));
     const nal::StorageIndex::Crl* found =
-        Index()->FindCrl(nal::CertContext::From(issuer.GetContext())->Key(), nal::PublicKeyOf(*issuer.GetContext()));
+        Index().FindCrl(nal::CertContext::From(issuer.GetContext())->Key(), nal::PublicKeyOf(*issuer.GetContext()));
     if (found == nullptr) return nal::Refuse(NAL_STORE_E_NOT_FOUND);
+    crl = found->context;
+    return TRUE;
+}
+
+BOOL CNALCertStorage::FindRevocation(const CNALCertContext& subject, const CNALCertContext& issuer, bool& isListed,
+                                     CNALCRLContext& crl) const {
+    if (m_store == nullptr) return nal::Refuse(nal::kInvalidHandle);
+    if (!subject.IsInitialized() || !issuer.IsInitialized()) return nal::Refuse(nal::kInvalidParameter);
+    const Locked lock(NALStorageLocker);
+    const nal::StoreSearch search(*nal::CertStore::FromHandle(m_store));
+    if (search.Error() != 0) return nal::Refuse(static_cast<DWORD>(search.Error()));
+    const CERT_CONTEXT& issuerCert = *issuer.GetContext();
+    const IdentObj serial = nal::SerialOf(issuerCert);
+    const nal::StorageIndex::Crl* found =
+        Index().FindCrl(nal::CertContext::From(&issuerCert)->Key(), nal::PublicKeyOf(issuerCert), &serial);
+    if (found == nullptr) return nal::Refuse(NAL_STORE_E_NOT_FOUND);
+    isListed = found->Lists(nal::SerialOf(*subject.GetContext()));
     crl = found->context;
     return TRUE;
 }

@@ -53,6 +53,15 @@ bool IsNewer(const StorageIndex::Crl& a, const StorageIndex::Crl& b) {
                                         a.key.crlSerial.rend());
 }
 
+constexpr std::size_t kNumberPrefix = 4;
+
+// Whether a CRL's number is longer than four bytes and begins with those of its issuer's serial, both least significant byte first.
+bool IsNumberedAfter(const StorageIndex::Crl& crl, const IdentObj& issuerSerial) {
+    const CrlSerial& number = crl.key.crlSerial;
+    const bool isLong = std::any_of(number.begin() + kNumberPrefix, number.end(), [](unsigned char byte) { return byte != 0; });
+    return isLong && issuerSerial.GetSize() >= kNumberPrefix && std::equal(number.begin(), number.begin() + kNumberPrefix, issuerSerial.GetData());
+}
+
 }  // namespace
 
 StorageIndex::StorageIndex(CertStore& store, const StorageIndex* previous)
@@ -167,14 +176,22 @@ bool StorageIndex::Crl::HoldsUnder(const CNALCertPublicKeyInfo& issuerKey) {
     return checks.back().second;
 }
 
-StorageIndex::Crl* StorageIndex::FindCrl(const KeyIdentifier& issuer, const CNALCertPublicKeyInfo& issuerKey) {
+StorageIndex::Crl* StorageIndex::FindCrl(const KeyIdentifier& issuer, const CNALCertPublicKeyInfo& issuerKey,
+                                         const IdentObj* issuerSerial) {
     const CTOOFileTime now = CTOOFileTime::Now();
+    const auto isPreferred = [&](const Crl& a, const Crl& b) {
+        if (issuerSerial != nullptr) {
+            const bool numbered = IsNumberedAfter(a, *issuerSerial);
+            if (numbered != IsNumberedAfter(b, *issuerSerial)) return numbered;
+        }
+        return IsNewer(a, b);
+    };
     auto crl = std::lower_bound(m_crls.begin(), m_crls.end(), issuer,
                                 [](const Crl& a, const KeyIdentifier& b) { return a.key.issuerID < b; });
     Crl* best = nullptr;
     for (; crl != m_crls.end() && crl->key.issuerID == issuer; ++crl) {
         // A check costs far more than the comparison, so it comes last.
-        if (now < CTOOFileTime(crl->list.m_info.m_thisUpdate) || (best != nullptr && !IsNewer(*crl, *best))) continue;
+        if (now < CTOOFileTime(crl->list.m_info.m_thisUpdate) || (best != nullptr && !isPreferred(*crl, *best))) continue;
         if (crl->HoldsUnder(issuerKey)) best = &*crl;
     }
     return best;

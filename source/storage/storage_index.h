@@ -53,7 +53,8 @@ public:
     };
 
     /// The CRL that speaks for the issuer with this key identifier and this key (see GetCrlFromStorage); null when there is none.
-    Crl* FindCrl(const KeyIdentifier& issuer, const CNALCertPublicKeyInfo& issuerKey);
+    /// @param issuerSerial  when not null, a CRL that is numbered after it goes before all others (see FindRevocation)
+    Crl* FindCrl(const KeyIdentifier& issuer, const CNALCertPublicKeyInfo& issuerKey, const IdentObj* issuerSerial = nullptr);
 
 private:
     struct Entry {

@@ -1,0 +1,234 @@
+// nal cert: show, import, export, list, find, delete
+#include "cli/commands.h"
+#include "cli/describe.h"
+#include "cli/files.h"
+#include "cli/interrupt.h"
+#include "cli/kinds.h"
+#include "cli/program.h"
+#include "cli/secret.h"
+#include "cli/stores.h"
+
+namespace cli {
+namespace {
+
+constexpr char kIdHelp[] =
+    "The beginning of the key identifier or serial number (four digits or more), or a part of the subject";
+
+struct Show {
+    std::vector<std::string> files;
+
+    void Define(Options& o) {
+        o.Ins("FILE", files, "Certificates, PEM or DER, or messages that carry some")->required();
+        o.Example("nal cert show ivan.cer", "Everything of one certificate");
+        o.Example("nal cert show --json ivan.cer | jq -r '.[0].not_after'", "One field of it, for a script");
+    }
+
+    Outcome Run(const Globals&) {
+        Outcome outcome;
+        outcome.data = Json::array();
+        for (const std::string& path : files) {
+            for (const IdentObj& der : ReadAll(path, Kind::Certificate, true)) {
+                Json json = {{"file", path}};
+                json.update(CertificateJson(DecodeCertificate(der, NameOf(path))));
+                outcome.data.push_back(std::move(json));
+            }
+        }
+        return outcome;
+    }
+};
+
+struct Import {
+    StoreOption store;
+    std::vector<std::string> files;
+
+    void Define(Options& o) {
+        o.Ins("FILE", files, "Certificates, PEM or DER, or messages that carry some")->required();
+        store.Define(o);
+        o.Note("All of them are stored, or none. A store holds one certificate a key identifier; one that takes another's place is reported. Nothing becomes trusted by this: see nal help trust.");
+        o.Example("nal cert import ivan.cer ca.cer", "Stores two certificates");
+    }
+
+    Outcome Run(const Globals&) {
+        std::list<CNALCertContext> certificates;
+        for (const std::string& path : files) {
+            for (const IdentObj& der : ReadAll(path, Kind::Certificate, true)) {
+                const std::string why = WhyNotKept(DecodeCertificate(der, NameOf(path)));
+                if (!why.empty()) {
+                    throw Fault(kInput, NameOf(path) + ": the certificate " + why + ", so no store can keep it",
+                                "Ask its issuer for one with a key identifier of 20 bytes.", TOO_E_CERT_REFUSED);
+                }
+                certificates.push_back(ContextOf(der, NameOf(path)));
+            }
+        }
+        const std::string path = store.Path();
+        CNALCertStorage storage = OpenStore(path, true);
+        Outcome outcome;
+        outcome.data = {{"store", path}, {"imported", Json::array()}};
+        for (const CNALCertContext& certificate : certificates) {
+            Json json = CertificateSummary(Decoded(certificate));
+            CRYPT_HASH_BLOB context{sizeof(CERT_CONTEXT), const_cast<BYTE*>(reinterpret_cast<const BYTE*>(certificate.GetContext()))};
+            std::list<CNALCertContext> same;
+            storage.FindCertList(same, CERT_FIND_EXISTING, &context);
+            const bool isThere = !same.empty() && same.front() == certificate;
+            json["result"] = same.empty() ? "new" : isThere ? "was there already" : "replaced another certificate";
+            if (!same.empty() && !isThere) json["replaced"] = CertificateSummary(Decoded(same.front()));
+            outcome.data["imported"].push_back(std::move(json));
+        }
+        ThrowIfInterrupted();
+        // One transaction, and what is there already keeps its properties, the place of its private key among them.
+        std::list<CNALCertContext> fresh;
+        for (std::size_t i = 0; const CNALCertContext& certificate : certificates) {
+            if (outcome.data["imported"][i++]["result"] != "was there already") fresh.push_back(certificate);
+        }
+        if (!fresh.empty() && !storage.AddCertificateList(fresh)) FailWithLastError("storing certificates", path);
+        return outcome;
+    }
+};
+
+struct Export {
+    StoreOption store;
+    std::string id;
+    std::string output = "-";
+    bool der = false;
+    bool force = false;
+
+    void Define(Options& o) {
+        o.Value("ID", id, "ID", kIdHelp)->required();
+        o.Out("-o,--output", output, "Where it is written; standard output unless given");
+        o.Flag("--der", der, "Writes DER, not PEM");
+        o.Flag("-f,--force", force, "Replaces a file that is there");
+        store.Define(o);
+        o.Example("nal cert export ivan -o ivan.pem", "Writes the certificate whose subject has \"ivan\" in it");
+    }
+
+    Outcome Run(const Globals& globals) {
+        const std::string path = store.Path();
+        const CNALCertContext certificate = SelectOne(OpenStore(path, false), id, path);
+        if (output == "-" && globals.json) UsageFault("--json and the certificate cannot both go to standard output", "Name a file: -o FILE");
+        OutputFile file(output, force);
+        file.Write(EncodingOf(certificate), der ? nullptr : "CERTIFICATE");
+        Outcome outcome;
+        if (output != "-") outcome.data = {{"output", output}, {"certificate", CertificateSummary(Decoded(certificate))}};
+        return outcome;
+    }
+};
+
+Json ListEntry(const CNALCertContext& context) {
+    Json json = CertificateSummary(Decoded(context));
+    const unsigned type = context.GetCertificateType();
+    json["type"] = type == NAL_CERT_TYPE_ROOT ? "root" : type == NAL_CERT_TYPE_CA ? "authority" : "end";
+    const std::string container = context.GetContainer().str();
+    json["container"] = container.empty() ? Json() : Json(container);
+    json["valid_now"] = static_cast<bool>(context.IsValidTime());
+    return json;
+}
+
+Outcome ListOutcome(const std::string& path, const std::list<CNALCertContext>& certificates) {
+    Outcome outcome;
+    outcome.data = {{"store", path}, {"certificates", Json::array()}};
+    Table table({"KEY ID", "VALID UNTIL", "TYPE", "KEY", "SUBJECT"});
+    for (const CNALCertContext& context : certificates) {
+        ThrowIfInterrupted();
+        Json json = ListEntry(context);
+        const std::string until = json["not_after"].is_null() ? "-" : json["not_after"].get<std::string>().substr(0, 10);
+        table.Row({Hex(context.GetSubjectKeyId()).substr(0, 16), until + (json["valid_now"] == true ? "" : " (not valid)"), json["type"],
+                   json["container"].is_null() ? "" : "yes", json["subject"]});
+        outcome.data["certificates"].push_back(std::move(json));
+    }
+    return outcome.text = table.Empty() ? "no certificates in " + Printable(path) + "\n" : table.Text(UseColour(1)), outcome;
+}
+
+struct List {
+    StoreOption store;
+
+    void Define(Options& o) {
+        store.Define(o);
+        o.Example("nal cert list", "Lists the user's store");
+    }
+
+    Outcome Run(const Globals&) {
+        const std::string path = store.Path();
+        return ListOutcome(path, AllCertificates(OpenStore(path, false)));
+    }
+};
+
+struct Find {
+    StoreOption store;
+    std::string id;
+    std::string issuer;
+    int expiresWithin = -1;
+    bool withKey = false;
+
+    void Define(Options& o) {
+        o.Value("ID", id, "ID", kIdHelp);
+        o.Value("--issuer", issuer, "TEXT", "A part of the issuer's name");
+        o.Value("--expires-within", expiresWithin, "DAYS", "Those that are valid now and will not be in so many days")->check(CLI::Range(0, 1000000));
+        o.Flag("--with-key", withKey, "Those whose private key is in a container of ours");
+        store.Define(o);
+        o.Note("What fits all that is given is listed. Exit code 1 says that nothing fits.");
+        o.Example("nal cert find --expires-within 30 --with-key", "What must be renewed within a month");
+    }
+
+    Outcome Run(const Globals&) {
+        const std::string path = store.Path();
+        std::list<CNALCertContext> fit;
+        const CTOOFileTime limit(CTOOFileTime::Now().GetTicks() + static_cast<std::uint64_t>(std::max(expiresWithin, 0)) * CTOOFileTime::c_ticksPerDay);
+        for (const CNALCertContext& context : AllCertificates(OpenStore(path, false))) {
+            const CNALX509Certificate certificate = Decoded(context);
+            if (!id.empty() && !Matches(certificate, id)) continue;
+            if (!issuer.empty()) {
+                CNALX509Certificate asSubject;
+                asSubject.m_info.m_subject = certificate.m_info.m_issuer;
+                if (!Matches(asSubject, issuer)) continue;
+            }
+            if (expiresWithin >= 0 && (!context.IsValidTime() || CTOOFileTime(certificate.m_info.m_notAfter) > limit)) continue;
+            if (withKey && context.GetContainer().empty()) continue;
+            fit.push_back(context);
+        }
+        Outcome outcome = ListOutcome(path, fit);
+        outcome.exit = fit.empty() ? kCheckFailed : kGood;
+        return outcome;
+    }
+};
+
+struct Delete {
+    StoreOption store;
+    std::string id;
+    bool yes = false;
+
+    void Define(Options& o) {
+        o.Value("ID", id, "ID", kIdHelp)->required();
+        o.Flag("-y,--yes", yes, "Does not ask");
+        store.Define(o);
+        o.Note("Takes one certificate out of a store, with what is kept beside it: where its private key is, too. The key itself stays in its container.");
+        o.Example("nal cert delete 0A1B2C3D", "Deletes the certificate whose key identifier begins so");
+    }
+
+    Outcome Run(const Globals&) {
+        const std::string path = store.Path();
+        CNALCertStorage storage = OpenStore(path, false);
+        CNALCertContext certificate = SelectOne(storage, id, path);
+        Json json = CertificateSummary(Decoded(certificate));
+        if (!yes && !Confirm("Delete " + json["subject"].get<std::string>() + " from " + path + "?", "--yes")) {
+            throw Fault(kUsage, "nothing was deleted", "It was not confirmed.");
+        }
+        if (!storage.DeleteCertificate(certificate)) FailWithLastError("deleting the certificate", path);
+        Outcome outcome;
+        outcome.data = {{"store", path}, {"deleted", json}};
+        return outcome;
+    }
+};
+
+}  // namespace
+
+void AddCertCommands(Program& program) {
+    program.Family("cert", "Certificates", "Certificates lie in files or in a store. Where a certificate is asked for, a file is named, or an ID: the beginning of its key identifier or serial number, or a part of its subject.");
+    program.Command<Show>("cert", "show", "Shows what certificates say");
+    program.Command<Import>("cert", "import", "Puts certificates into a store");
+    program.Command<Export>("cert", "export", "Writes a certificate of a store to a file");
+    program.Command<List>("cert", "list", "Lists the certificates of a store");
+    program.Command<Find>("cert", "find", "Finds certificates in a store");
+    program.Command<Delete>("cert", "delete", "Takes a certificate out of a store");
+}
+
+}  // namespace cli

@@ -25,8 +25,8 @@ class CNALCertContext;
 class CNALProvider;
 class CNALUser;
 
-/// The extension that hosts give signature files.
-inline constexpr char c_NAL_SIGNED_FILE_EXT[] = ".p7s";
+/// The extension that hosts give signature files: ".p7s".
+extern NAL_EXPORT const char c_NAL_SIGNED_FILE_EXT[];
 
 /// Signing options: WhatToSignStruct::options, and the `flags` of the functions here. Other bits are not looked at.
 
@@ -120,17 +120,17 @@ NAL_EXPORT int NALFillMsgSignerInfoForToken(unsigned char* signature, const CNAL
 /// @param prov  receives the user's provider
 /// @param hKey  receives a handle of the caller's own, to be destroyed with ORKDestroyKey; its entry is the current one of the
 ///              provider. May not be null
-/// @return 0; or the status: 42, text "NALGetKeyData::CNALUser", when the user has no open provider or it is another than
-///         "Ormatek Cryptographic Service Provider"; 32 when no key of the container belongs to the certificate; 28; else the
-///         provider's. Nothing is changed then
-/// Throws nothing but std::bad_alloc.
+/// @return 1
+/// @throws XTOOStatus, with nothing changed: (42, "NALGetKeyData::CNALUser") when the user has no open provider or it is another than
+///         "Ormatek Cryptographic Service Provider"; (32) when no key of the container belongs to the certificate; (28) for null and
+///         an empty certificate; the provider's, such as 86 for a wrong password. Text "NALGetKeyData" where no other is said
 NAL_EXPORT int NALGetKeyData(const CNALUser& user, CNALCertContext& cert, CNALProvider& prov, unsigned long* hKey);
 
 /// Signs a memory block or a file region into a message in memory. Attributes in the order content type, message digest,
 /// signing time.
 ///
-/// A content larger than c_NAL_MAX_MESSAGE_SIZE - 1, and a message that would be larger than c_NAL_MAX_MESSAGE_SIZE, are refused
-/// before anything is hashed (12). A file that changes while it is signed is refused (5).
+/// A file region that ends behind c_NAL_MAX_MESSAGE_SIZE, and a message that would be larger than that, are refused before
+/// anything is hashed (12). A file that changes while it is signed is refused (5).
 ///
 /// @param user     has the key
 /// @param cert     the signer's certificate, which may sign now (NALCanSignByCert)
@@ -139,10 +139,11 @@ NAL_EXPORT int NALGetKeyData(const CNALUser& user, CNALCertContext& cert, CNALPr
 ///                 this one. Out: the message. A message that was given, and its other signatures, must be about this content
 /// @param hashOID  the hash; null for the first of NALGetSupportedHashOIDS
 /// @return 1; 0 on failure
-/// Status: 4, with the path as text, for a file that is not there; 28, "WhatToSignStruct ", for a null pointer, a region outside
-/// the file, and a content that is not the message's; 32 and 42 as NALGetKeyData; 73 for an unknown hash; 99, "NALSignData",
-/// when the certificate is in the message already, without c_NAL_SIGN_AGAIN; that of the refusal (106, 203, 233), "CNALUser ";
-/// 205, 206 and others of CNALSignData for the message; the provider's, "ORKCreateHash ()", "ORKHashData ()", "ORKSignHash ".
+/// Status: 4, with the path as text, for a file that is not there; 5, naming the file, for one that changed meanwhile; 28,
+/// "WhatToSignStruct ", for a null pointer, a region outside the file, and a content that is not the one that the message carries or
+/// that its signers signed; 32, 42 and others as NALGetKeyData; 73, "NALSignData", for an unknown hash; 99, "NALSignData", when the
+/// certificate is in the message already, without c_NAL_SIGN_AGAIN; that of the refusal (106, 203, 233), "CNALUser "; 205, 206 and
+/// others of CNALSignData for the message; 14; the provider's, "ORKCreateHash ()", "ORKHashData ()", "ORKSignHash ".
 NAL_EXPORT int NALSignData(const CNALUser& user, const CNALCertContext& cert, const WhatToSignStruct& what, IdentObj* message,
                            const CTOOString* hashOID, int* err);
 
@@ -158,11 +159,12 @@ NAL_EXPORT int NALSignData(const CNALUser& user, const CNALCertContext& cert, co
 /// @param flags    c_NAL_SIGN_*
 /// @param hashOID  the hash; null for the first of NALGetSupportedHashOIDS
 /// @return true; false on failure
-/// Status: 4 with the path as text; 12 for a message above c_NAL_MAX_MESSAGE_SIZE, before anything is written; 28, "NALSignFile",
-/// for a null source or a message whose content is not plain data; 32, "NALGetKeyData", without the key; 42, "NALSignFile", for
-/// a signature file without content; 73; 99, "NALSignFile", for a signer who has signed, without c_NAL_SIGN_AGAIN; 106,
-/// "NALCanSignByCert", when the certificate may not sign now; 5, 9 and others of files; 14 when the progress handler cancels;
-/// the provider's, "NALSignFile::ORKCreateHash" and as NALFillMsgSignerInfo.
+/// Status: 4 with the path as text; 5, naming the file, for a source that changes meanwhile; 12 for a message above
+/// c_NAL_MAX_MESSAGE_SIZE, before anything is written; 28, "NALSignFile", for a null source or a message whose content is not plain
+/// data; 32, "NALGetKeyData", when the user has no such key or no provider; 42, "NALSignFile", for a signature file without content;
+/// 73, "NALSignFile", for an unknown hash; 99, "NALSignFile", for a signer who has signed, without c_NAL_SIGN_AGAIN; 106,
+/// "NALSignFile", when the certificate may not sign now; 9 and others of files; 14 when the progress handler cancels; the
+/// provider's, "NALSignFile::ORKCreateHash" and as NALFillMsgSignerInfo and NALGetKeyData.
 NAL_EXPORT bool NALSignFile(const CNALUser& user, const CNALCertContext& cert, const char* srcPath, const char* outPath,
                             IdentObj* message, unsigned int flags, const CTOOString* hashOID, int* err);
 
@@ -171,7 +173,7 @@ NAL_EXPORT bool NALSignFile(const CNALUser& user, const CNALCertContext& cert, c
 /// 1. with a null `signature`: `contentHash`, `signingTime`, `toBeSigned` and `valueToSign` receive what they are named for;
 ///    nothing is written;
 /// 2. with the signature and the same other arguments, as they were received: the content is read, and checked against
-///    `contentHash`, while the signature file is written. The signature is checked under the certificate's key first.
+///    `contentHash`, while the signature file is written. It appears only when the signature holds under the certificate's key.
 ///
 /// @param signature    null, or c_NAL_SIGNATURE_SIZE bytes as NALFillMsgSignerInfoForToken takes them
 /// @param valueToSign  null, or receives in the first call the c_NAL_HASH_SIZE bytes of the hash that the token signs

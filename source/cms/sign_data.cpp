@@ -8,6 +8,7 @@
 
 #include "cms/file_content.h"
 #include "cms/outgoing.h"
+#include "cms/outgoing_message.h"
 #include "cms/sign_data_reader.h"
 #include "frame/failure.h"
 #include "too/status.h"
@@ -23,108 +24,9 @@ IdentObj TextOf(const char* oid) {
     return {oid, static_cast<unsigned>(std::char_traits<char>::length(oid))};
 }
 
-std::string_view OidOf(const IdentObj& text) {
-    return {reinterpret_cast<const char*>(text.GetData()), text.GetSize()};
-}
-
 void SetContentIsData(CNALSignData& message) {
     message.eContentType = CASNTIdData(c_NAL_OID_DATA);
 }
-
-/// What is written as eContent: bytes of the message or a file region, or nothing.
-class OutgoingContent {
-public:
-    OutgoingContent(const CNALSignData& message, const char* context) : m_memory(message.eContent) {
-        if (message.dataSource.IsFile()) m_file = std::make_unique<nal::FileContent>(message.dataSource, context);
-    }
-
-    bool IsThere() const { return m_file || !m_memory.empty(); }
-    nal::FileContent* File() const { return m_file.get(); }
-
-    void Declare(asnt::Writer& writer) const {
-        if (!IsThere()) return;
-        writer.Context(0, [&] {
-            if (m_file) {
-                writer.ExternalPrimitive(asnt::tag::OctetString, m_file->Size());
-            } else {
-                writer.OctetString(m_memory);
-            }
-        });
-    }
-
-private:
-    asnt::View m_memory;
-    std::unique_ptr<nal::FileContent> m_file;
-};
-
-template <class Content>
-void Declare(const CNALSignData& message, asnt::Writer& writer, Content&& content) {
-    writer.Sequence([&] {
-        writer.Oid(OidOf(message.contentType));
-        writer.Context(0, [&] {
-            writer.Sequence([&] {
-                writer.Integer(message.version);
-                writer.Set([&] {
-                    for (const CNALAlgorithmIdentifier& algorithm : message.digestAlgorithms) algorithm.WriteData(writer);
-                });
-                writer.Sequence([&] {
-                    writer.Oid(OidOf(message.eContentType.m_algorithm));
-                    content();
-                });
-                if (!message.certificates.empty()) {
-                    writer.Context(0, [&] { nal::WriteElements(writer, message.certificates); });
-                }
-                if (!message.crls.empty()) writer.Context(1, [&] { nal::WriteElements(writer, message.crls); });
-                writer.Set([&] { nal::WriteElements(writer, message.signerInfos); });
-            });
-        });
-    });
-}
-
-/// Declares the whole message and knows its size, which is in bounds. Writes nothing.
-class OutgoingMessage {
-public:
-    OutgoingMessage(const CNALSignData& message, const char* context) : m_content(message, context) {
-        nal::DeclareMessage(m_writer, context, [&](asnt::Writer& writer, bool withContent) {
-            Declare(message, writer, [&] {
-                if (withContent) m_content.Declare(writer);
-            });
-        });
-    }
-
-    unsigned Size() const { return static_cast<unsigned>(m_writer.Size()); }
-    nal::FileContent* File() const { return m_content.File(); }
-
-    IdentObj Encode() {
-        if (File() == nullptr) return m_writer.Finish();
-        IdentObj der;
-        der.SetSize(Size());
-        IdentObj before;
-        IdentObj after;
-        m_writer.FinishParts(before, after);
-        unsigned char* out = std::copy_n(before.GetData(), before.GetSize(), der.GetData());
-        File()->CopyTo(out);
-        std::copy_n(after.GetData(), after.GetSize(), out + File()->Size());
-        return der;
-    }
-
-    void Write(CTOOFile& file) {
-        if (File() == nullptr) {
-            file.Write(m_writer.Finish());
-            return;
-        }
-        IdentObj before;
-        IdentObj after;
-        m_writer.FinishParts(before, after);
-        file.Write(before);
-        File()->ForEachChunk(nal::c_copyChunk, [&](asnt::View chunk) { file.Write(chunk.data, chunk.size); });
-        file.Write(after);
-    }
-
-private:
-    OutgoingContent m_content;
-    asnt::Writer m_writer;
-};
 
 void StoreOpenEnd(CNALSignData& message, const nal::FileContent* content) {
     if (content != nullptr) message.dataSource.end = content->End();
@@ -208,7 +110,7 @@ int CNALSignData::DetachData(WhatToSignStruct& what, int* err) {
 IdentObj CNALSignData::WriteObject(int* err) {
     IdentObj der;
     nal::Report(err, [&] {
-        OutgoingMessage message(*this, c_writeContext);
+        nal::OutgoingMessage message(*this, c_writeContext);
         der = message.Encode();
         StoreOpenEnd(*this, message.File());
     });
@@ -216,13 +118,11 @@ IdentObj CNALSignData::WriteObject(int* err) {
 }
 
 int CNALSignData::WriteObject(CTOOFile& file, unsigned int /*flags*/) {
-    OutgoingMessage message(*this, c_writeFileContext);
+    nal::OutgoingMessage message(*this, c_writeFileContext);
     if (message.File() != nullptr && nal::IsSameFile(message.File()->File(), file)) {
         throw XTOOStatus(TOO_E_BAD_ARGUMENT, c_writeFileContext);
     }
-    nal::FileUndo undo(file);
     message.Write(file);
-    undo.Done();
     StoreOpenEnd(*this, message.File());
     return TRUE;
 }
@@ -272,7 +172,7 @@ unsigned int CNALSignData::GetDataSize() const {
 }
 
 unsigned int CNALSignData::GetObjectSize() const {
-    return OutgoingMessage(*this, c_writeContext).Size();
+    return nal::OutgoingMessage(*this, c_writeContext).Size();
 }
 
 std::list<IdentObj> CNALSignData::GetSigersInfo(int* err) const {

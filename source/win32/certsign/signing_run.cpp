@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "model/signature_numbers.h"
 #include "nal/algorithm.h"
 #include "signer/signer_match.h"
 #include "storage/cert_reader.h"
@@ -22,11 +23,6 @@ bool IsSignedBy(const IdentObj& encoded, const CNALCertContext& cert) {
     return signer.ReadData(encoded.GetData(), encoded.GetSize(), &err) != 0 && IsSignerOf(cert, signer);
 }
 
-CTOOString FirstHashOf(const CNALCertContext& cert) {
-    const std::list<CTOOString> hashes = NALGetSupportedHashOIDS(&cert);
-    return hashes.empty() ? CTOOString() : hashes.front();
-}
-
 template <class Value>
 void Append(const Value& value, std::string& out) {
     out.append(reinterpret_cast<const char*>(&value), sizeof value);
@@ -35,13 +31,23 @@ void Append(const Value& value, std::string& out) {
 }  // namespace
 
 DWORD ChooseHash(const char* hashOID, const CNALCertContext& cert, const char* context) {
-    const CTOOString oid = hashOID != nullptr ? CTOOString(hashOID) : FirstHashOf(cert);
-    unsigned algId = 0xFFFF;
-    unsigned extra = 0xFFFF;
-    if (!GetAlgIDFromOID(oid.c_str(), static_cast<unsigned>(oid.length()), algId, extra)) {
-        throw XTOOStatus(TOO_E_UNKNOWN_ALGORITHM, context);
+    std::list<CTOOString> hashes;
+    if (hashOID != nullptr) {
+        hashes = {hashOID};
+    } else {
+        hashes = NALGetSupportedHashOIDS(&cert);
     }
-    return algId;
+    SignatureNumbers numbers{};
+    if (!hashes.empty()) {
+        const CTOOString& oid = hashes.front();
+        unsigned algId = 0xFFFF;
+        unsigned extra = 0xFFFF;
+        if (GetAlgIDFromOID(oid.c_str(), static_cast<unsigned>(oid.length()), algId, extra)) return algId;
+    } else if (FindSignatureNumbers(PublicKeyOf(*cert.GetContext()).m_algorithm, numbers)) {
+        // An exchange key's certificate that does not say where its key is: nobody could be asked.
+        return numbers.hash;
+    }
+    throw XTOOStatus(TOO_E_UNKNOWN_ALGORITHM, context);
 }
 
 void MakeRoom(CNALSignData& message, const CNALCertContext& cert, DWORD flags, bool alsoCertificate, const char* context) {

@@ -4,7 +4,7 @@
 ///
 /// - with NAL_APP_EXTENDED_STORAGES among the application flags, the first list of all networks that has an issuer for it while it is
 ///   within its validity: unsigned lists and users' lists, for the form without a check unsigned lists alone;
-/// - else the users' list "<id>_usr.p7b" of its network (NALGetNetworkIdentifier), or "0000_usr.p7b" when it names none.
+/// - else the users' list of its network (NALGetUsersListName).
 ///
 /// Those lists are untrusted: a root in them ends a chain with CERT_TRUST_IS_UNTRUSTED_ROOT. One thing is forgiven: a template is not
 /// refused for what its issuer's basic constraints say, so CERT_TRUST_INVALID_BASIC_CONSTRAINTS is taken out of the chain's status and of
@@ -34,9 +34,11 @@ NAL_EXPORT BOOL NALVerifyCertTemplate(const CNALCertContext& cert, CNALWholeSign
 ///
 /// @param signer  the certificate of the message's signer
 /// @param check   in: the record of that signature, with its signed attributes, as the verification of the message gave it. Out: a
-///                status that was not 0 stays; else, in this order, 0x80096005 when the signing time (attribute
+///                status that was not 0 stays; else, in this order, 0x80096002 when `signer` is another certificate than the record's,
+///                0x80096005 when the signing time (attribute
 ///                "1.2.840.113549.1.9.5"; now, when there is none) lies outside the signer's validity, 0x800B0110 when the signer may not
 ///                have signed then (NALCanSignByCert), the code of the template's chain, 0. `statusText` goes with it
 /// @param status  receives the error bits of the template's chain
+/// The signer's own chain is not looked at: NALVerifyCertificate.
 NAL_EXPORT BOOL NALVerifyCertTemplate(const CNALCertContext& cert, const CNALCertContext& signer, CNALWholeSignatureCheck& check,
                                       unsigned& status);

@@ -3,6 +3,7 @@
 /// None of these functions fails, throws or changes the last error; all may be called from any thread.
 #pragma once
 
+#include <list>
 #include <string>
 
 #include "nal/export.h"
@@ -31,3 +32,6 @@ NAL_EXPORT CTOOString NALGetCertTotalBitMaskExplaination(unsigned int trustError
 ///
 /// The order of gravity differs from that of `NALGetCertTotalBitMaskExplaination` (revocation counts before time).
 NAL_EXPORT unsigned int NALCertFlags2WinErr(unsigned int trustErrorStatus);
+
+/// Each error-status bit in words, for people who have to put it right; gravest first. Nothing for 0.
+NAL_EXPORT std::list<CTOOString> NALListTrustErrors(unsigned int trustErrorStatus);

@@ -103,3 +103,7 @@ NAL_EXPORT BOOL NALFindCertificate(std::list<CNALCertContext>& list, unsigned in
 /// identifier, or else, from a serial number of 16 bytes (a leading zero sign octet aside), the network number in it. Lower case.
 /// @return four characters 0-9a-f; nothing when there is none or it has other characters
 NAL_EXPORT CTOOString NALGetNetworkIdentifier(const CNALCertContext& cert);
+
+/// The name of the users' list in which a certificate's issuer and neighbours are: "<id>_usr.p7b" for a certificate whose identifier (that
+/// from which NALGetNetworkIdentifier takes four characters) is longer than seven, else "0000_usr.p7b".
+NAL_EXPORT CTOOString NALGetUsersListName(const CNALCertContext& cert);

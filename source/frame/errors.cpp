@@ -72,39 +72,34 @@ constexpr CodeToMessage kWindowsCodes[] = {
     {0x800B010C, 142},  {0x800B010E, 144},  {0x800B0110, 148},
 };
 
-struct BitsRule {
-    unsigned int anyOf;
-    unsigned int result;
+/// A trust error bit in all its forms.
+struct TrustBit {
+    unsigned int bit;
+    unsigned int winErr;  // 0: none
+    int gravity;          // among the bits with a message of their own, 1 the gravest; 0 for the others
+    int message;
+    const char* words;
 };
 
-// Gravest first: the first rule one of whose bits is set decides.
-constexpr BitsRule kBitsToMessage[] = {
-    {0x00010000, 114}, {0x00000008, 111}, {0x00000020, 116}, {0x00000001, 113}, {0x00000002, 112}, {0x00000004, 115},
+// Gravest first as the codes go; the messages go by their own order, which is meant to differ.
+constexpr TrustBit kTrustBits[] = {
+    {0x00010000, 0x800B010A, 1, 114, "no issuer was found, so the chain does not reach a root"},
+    {0x00000020, 0x800B010A, 3, 116, "the root is not trusted"},
+    {0x00000008, 0x80096004, 2, 111, "the signature does not hold"},
+    {0x00000004, 0x800B010C, 6, 115, "the certificate is revoked"},
+    {0x00000001, 0x800B0101, 4, 113, "the certificate has expired or is not yet valid"},
+    {0x00000080, 0x800B010A, 0, kRevocationUnknown, "the issuers go in a circle"},
+    {0x00000040, 0x800B010E, 0, kRevocationUnknown, "the issuer's revocation list is missing, so nobody knows whether the certificate is revoked"},
+    {0x00000002, 0x800B0102, 5, 112, "the validity is not nested in the issuer's"},
+    {0x00000010, 0x800B0110, 0, kRevocationUnknown, "the certificate is not valid for this use"},
+    {0x00040000, 0x80096004, 0, kRevocationUnknown, "the signature of the trust list does not hold"},
+    {0x00020000, 0x800B0101, 0, kRevocationUnknown, "the trust list is out of date"},
+    {0x00080000, 0x800B0110, 0, kRevocationUnknown, "the trust list is not valid for this use"},
+    {0x00000200, 0x80096019, 0, kRevocationUnknown, "the policy constraints of an authority forbid the chain"},
+    {0x00000400, 0x80096019, 0, kRevocationUnknown, "the basic constraints of an authority forbid the chain"},
+    {0x00000800, 0x80096019, 0, kRevocationUnknown, "the name constraints of an authority forbid the chain"},
+    {0x00000100, 0, 0, kRevocationUnknown, "an extension is invalid"},
 };
-
-// The order is meant to differ from the one above.
-constexpr BitsRule kBitsToWindowsCode[] = {
-    {0x00010000 | 0x00000020, 0x800B010A},
-    {0x00000008, 0x80096004},
-    {0x00000004, 0x800B010C},
-    {0x00000001, 0x800B0101},
-    {0x00000080, 0x800B010A},
-    {0x00000040, 0x800B010E},
-    {0x00000002, 0x800B0102},
-    {0x00000010, 0x800B0110},
-    {0x00040000, 0x80096004},
-    {0x00020000, 0x800B0101},
-    {0x00080000, 0x800B0110},
-    {0x00000200 | 0x00000400 | 0x00000800, 0x80096019},
-};
-
-template <std::size_t N>
-unsigned int FirstRule(const BitsRule (&rules)[N], unsigned int bits, unsigned int otherwise) {
-    for (const BitsRule& rule : rules) {
-        if (bits & rule.anyOf) return rule.result;
-    }
-    return otherwise;
-}
 
 const char* MessageText(int id) {
     if (id < kFirstMessage) return "";
@@ -125,9 +120,27 @@ CTOOString NALGetWinErrorExplaination(unsigned int winErr) {
 
 CTOOString NALGetCertTotalBitMaskExplaination(unsigned int trustErrorStatus) {
     if (trustErrorStatus == 0) return MessageText(kSuccess);
-    return MessageText(static_cast<int>(FirstRule(kBitsToMessage, trustErrorStatus, kRevocationUnknown)));
+    const TrustBit* gravest = nullptr;
+    for (const TrustBit& known : kTrustBits) {
+        if ((trustErrorStatus & known.bit) == 0 || known.gravity == 0) continue;
+        if (gravest == nullptr || known.gravity < gravest->gravity) gravest = &known;
+    }
+    return MessageText(gravest != nullptr ? gravest->message : kRevocationUnknown);
 }
 
 unsigned int NALCertFlags2WinErr(unsigned int trustErrorStatus) {
-    return FirstRule(kBitsToWindowsCode, trustErrorStatus, 0);
+    for (const TrustBit& known : kTrustBits) {
+        if ((trustErrorStatus & known.bit) != 0) return known.winErr;
+    }
+    return 0;
+}
+
+std::list<CTOOString> NALListTrustErrors(unsigned int trustErrorStatus) {
+    std::list<CTOOString> words;
+    for (const TrustBit& known : kTrustBits) {
+        if ((trustErrorStatus & known.bit) != 0) words.emplace_back(known.words);
+        trustErrorStatus &= ~known.bit;
+    }
+    if (trustErrorStatus != 0) words.emplace_back("an unknown fault");
+    return words;
 }

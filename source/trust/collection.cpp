@@ -48,23 +48,37 @@ unsigned KindOf(const CTOOString& name) {
     return 0;
 }
 
-CTOOString IdentifierFrom(const CTOOCryptBitBlob& uniqueId) {
+CTOOString TextOf(const CTOOCryptBitBlob& uniqueId) {
     std::string text;
-    for (unsigned i = 0; i < c_idLength && i < uniqueId.m_data.GetSize(); ++i) {
+    for (unsigned i = 0; i < uniqueId.m_data.GetSize(); ++i) {
         const char c = static_cast<char>(uniqueId.m_data.GetData()[i]);
         text += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     }
     return text;
 }
 
-CTOOString IdentifierFrom(const IdentObj& serial) {
+/// The first four stored bytes as a number of eight digits.
+CTOOString TextOf(const IdentObj& serial) {
     constexpr unsigned size = 16;
-    const unsigned char* bytes = serial.GetData();
-    const bool fits = serial.GetSize() == size || (serial.GetSize() == size + 1 && bytes[size] == 0);
+    constexpr unsigned numberSize = 4;
+    const bool fits = serial.GetSize() == size || (serial.GetSize() == size + 1 && serial.GetData()[size] == 0);
     if (!fits) return {};
     constexpr char digits[] = "0123456789abcdef";
-    const unsigned number = bytes[2] | static_cast<unsigned>(bytes[3]) << 8;
-    return std::string{digits[number >> 12], digits[number >> 8 & 15], digits[number >> 4 & 15], digits[number & 15]};
+    std::string text;
+    for (unsigned i = numberSize; i-- > 0;) {
+        text += digits[serial.GetData()[i] >> 4];
+        text += digits[serial.GetData()[i] & 15];
+    }
+    return text;
+}
+
+/// The text that tells a certificate's network, and more behind that; empty when there is none.
+CTOOString IdentifyingTextOf(const CNALCertContext& cert) {
+    if (!cert.IsInitialized()) return {};
+    const CNALCertInfo info(*cert.GetContext());
+    if (info.m_issuerUniqueId.m_data.GetSize() != 0) return TextOf(info.m_issuerUniqueId);
+    if (info.m_subjectUniqueId.m_data.GetSize() != 0) return TextOf(info.m_subjectUniqueId);
+    return TextOf(info.m_serialNumber);
 }
 
 }  // namespace
@@ -176,10 +190,16 @@ BOOL NALFindCertificate(std::list<CNALCertContext>& list, unsigned int kinds, un
 }
 
 CTOOString NALGetNetworkIdentifier(const CNALCertContext& cert) {
-    if (!cert.IsInitialized()) return {};
-    const CNALCertInfo info(*cert.GetContext());
-    CTOOString id = info.m_issuerUniqueId.m_data.GetSize() != 0 ? IdentifierFrom(info.m_issuerUniqueId)
-                    : info.m_subjectUniqueId.m_data.GetSize() != 0 ? IdentifierFrom(info.m_subjectUniqueId)
-                                                                   : IdentifierFrom(info.m_serialNumber);
-    return IsIdentifier(id.view()) ? id : CTOOString();
+    const CTOOString text = IdentifyingTextOf(cert);
+    const std::string_view id = text.view().substr(0, c_idLength);
+    return IsIdentifier(id) ? CTOOString(std::string(id)) : CTOOString();
+}
+
+CTOOString NALGetUsersListName(const CNALCertContext& cert) {
+    // Identifiers of up to seven characters are those of a network alone, whose users are in the common list.
+    constexpr std::size_t networkAlone = 7;
+    const CTOOString text = IdentifyingTextOf(cert);
+    const std::string_view id = text.view().substr(0, c_idLength);
+    const bool isOwn = text.length() > networkAlone && IsIdentifier(id);
+    return std::string(isOwn ? id : c_common) + "_usr.p7b";
 }

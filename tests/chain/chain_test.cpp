@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <functional>
 
-#include "chain/hierarchy.h"
+#include "support/hierarchy.h"
 #include "chain/trust_bits.h"
 #include "nal/extensions.h"
 #include "nal/settings.h"

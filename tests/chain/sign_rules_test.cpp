@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "asnt/writer.h"
-#include "chain/hierarchy.h"
+#include "support/hierarchy.h"
 #include "nal/verify.h"
 #include "ork/csp.h"
 #include "support/certificate_parts.h"

@@ -76,7 +76,16 @@ TEST(Errors, TrustBits) {
     for (const auto& c : cases) {
         EXPECT_EQ(LoadStringCert(c.message), NALGetCertTotalBitMaskExplaination(c.bits).str()) << std::hex << c.bits;
         EXPECT_EQ(c.code, NALCertFlags2WinErr(c.bits)) << std::hex << c.bits;
+        EXPECT_EQ(c.bits == 0, NALListTrustErrors(c.bits).empty()) << std::hex << c.bits;
     }
+}
+
+TEST(Errors, TrustBitsInWords) {
+    const std::list<CTOOString> words = NALListTrustErrors(0x10021);
+    ASSERT_EQ(3U, words.size());
+    EXPECT_EQ("no issuer was found, so the chain does not reach a root", words.front());
+    EXPECT_EQ("the certificate has expired or is not yet valid", words.back());
+    EXPECT_EQ(std::list<CTOOString>{"an unknown fault"}, NALListTrustErrors(0x3000));
 }
 
 }  // namespace

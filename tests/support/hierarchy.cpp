@@ -1,4 +1,4 @@
-#include "chain/hierarchy.h"
+#include "support/hierarchy.h"
 
 #include <cstdlib>
 #include <filesystem>

@@ -23,7 +23,7 @@ public:
     const char* Path() const { return m_path.c_str(); }
 
 private:
-    std::string m_path = "/dev/shm/nal-fuzz-store-XXXXXX";
+    std::string m_path = "/dev/shm/nal-fuzz-XXXXXX";
 };
 
 }  // namespace nal_fuzz

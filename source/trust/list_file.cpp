@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <map>
 #include <utility>
 
 #include "frame/failure.h"
@@ -35,14 +36,16 @@ CNALCertStorage OpenMemory(unsigned kind, bool untrusted) {
     return storage;
 }
 
-bool IsSignedInside(const IdentObj& encoded, const std::list<CNALCertContext>& certs) {
+// By key identifier, as a storage keys them: a list's CRL is held against one certificate, however many the list has.
+using CertsByKeyId = std::map<IdentObj, CNALCertContext>;
+
+bool IsSignedInside(const IdentObj& encoded, const CertsByKeyId& certs) {
     CNAL_CRL_List crl;
     crl.ReadData(encoded.GetData(), encoded.GetSize());
-    for (const CNALCertContext& cert : certs) {
-        const bool isIssuer = SubjectNameOf(*cert.GetContext()) == asnt::View(crl.m_info.m_issuer);
-        if (isIssuer && IsSignedBy(crl, PublicKeyOf(*cert.GetContext()))) return true;
-    }
-    return false;
+    const auto issuer = certs.find(NALCheckCRLKey(crl.m_info).m_issuerID);
+    if (issuer == certs.end()) return false;
+    const CERT_CONTEXT& cert = *issuer->second.GetContext();
+    return SubjectNameOf(cert) == asnt::View(crl.m_info.m_issuer) && IsSignedBy(crl, PublicKeyOf(cert));
 }
 
 /// The storage of an unsigned list, for the collection and for CNALCertList.
@@ -222,12 +225,12 @@ IdentObj ReadListFile(const CTOOString& path) {
 
 CNALCertStorage MakeStorage(const std::list<IdentObj>& certificates, const std::list<IdentObj>& crls, const CTOOString& source) {
     CNALCertStorage storage = OpenMemory(0, false);
-    std::list<CNALCertContext> certs;
+    CertsByKeyId certs;
     for (const IdentObj& encoded : certificates) {
         try {
             const CNALCertContext cert(encoded);
             if (storage.AddCertificate(cert))
-                certs.push_back(cert);
+                certs[cert.GetSubjectKeyId()] = cert;
             else
                 Log(source, "a certificate without subject key identifier is left out");
         } catch (const XTOOStatus& status) {

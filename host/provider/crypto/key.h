@@ -53,8 +53,8 @@ private:
 
 /// A private key in secure memory. Immutable but for moves: several threads may use one object at once.
 ///
-/// Scalars and exponents are blinded, so that their length and digits do not show in the time that an operation takes;
-/// every signature takes a fresh random number.
+/// Its length and digits do not show in the time that an operation takes: curves are computed in constant time,
+/// exponents and what libgcrypt computes are blinded. Every signature takes a fresh random number.
 class PrivateKey {
 public:
     /// A new key, 1 <= d < q. @throws CryptoError kNoMemory, kUnavailable

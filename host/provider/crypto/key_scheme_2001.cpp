@@ -1,8 +1,10 @@
-// GOST R 34.10-2001. A curve context serves one operation: libgcrypt's contexts are not to be shared by threads.
+// GOST R 34.10-2001 by libgcrypt: the reference that the kernels are held to, and what serves where none can. A curve
+// context serves one operation: libgcrypt's contexts are not to be shared by threads.
 #include <algorithm>
 #include <array>
 
-#include "host/provider/crypto/key_scheme.h"
+#include "host/provider/crypto/curve_scheme.h"
+#include "host/provider/crypto/mpi_scheme.h"
 
 namespace nalhost::crypto {
 namespace {
@@ -81,34 +83,14 @@ SexpPtr HashExpression(const Digest& digest) {
     return BuildSexp("(data(flags gost)(value %b))", static_cast<int>(number.size()), number.data());
 }
 
-class Gost2001 final : public KeyScheme {
+class Gost2001 final : public MpiScheme {
 public:
-    MpiPtr Order(const KeyParameters& parameters) const override { return std::move(OpenCurve(parameters).n); }
-
     bool IsPublicKey(const KeyParameters& parameters, ByteView key) const override {
         const Curve curve = OpenCurve(parameters);
         for (const ByteView coordinate : {key.first(kCoordinateSize), key.last(kCoordinateSize)}) {
             if (gcry_mpi_cmp(MpiFromLittleEndian(coordinate, false).get(), curve.p.get()) >= 0) return false;
         }
         return gcry_mpi_ec_curve_point(PointFromKey(key).get(), curve.context.get()) != 0;
-    }
-
-    void DerivePublicKey(const KeyParameters& parameters, gcry_mpi_t secret, ByteSpan key) const override {
-        if (!Multiply(OpenCurve(parameters), secret, nullptr, false, key)) {
-            throw CryptoError(Failure::kInternal, "a private key in range has no public key");
-        }
-    }
-
-    // Not by gcry_pk_sign: it copies the private key into ordinary memory and does not wipe it there.
-    MpiPtr Commitment(const KeyParameters& parameters, gcry_mpi_t secretRandom) const override {
-        const Curve curve = OpenCurve(parameters);
-        std::array<std::uint8_t, 2 * kCoordinateSize> point;
-        if (!Multiply(curve, secretRandom, nullptr, false, point)) {
-            throw CryptoError(Failure::kInternal, "a random number in range gives no point");
-        }
-        MpiPtr r = MpiFromLittleEndian(ByteView(point).first(kCoordinateSize), false);
-        gcry_mpi_mod(r.get(), r.get(), curve.n.get());
-        return r;
     }
 
     bool Verify(const KeyParameters& parameters, ByteView key, const Digest& digest,
@@ -128,6 +110,27 @@ public:
         return true;
     }
 
+protected:
+    MpiPtr Order(const KeyParameters& parameters) const override { return std::move(OpenCurve(parameters).n); }
+
+    void DerivePublicKey(const KeyParameters& parameters, gcry_mpi_t secret, ByteSpan key) const override {
+        if (!Multiply(OpenCurve(parameters), secret, nullptr, false, key)) {
+            throw CryptoError(Failure::kInternal, "a private key in range has no public key");
+        }
+    }
+
+    // Not by gcry_pk_sign: it copies the private key into ordinary memory and does not wipe it there.
+    MpiPtr Commitment(const KeyParameters& parameters, gcry_mpi_t secretRandom) const override {
+        const Curve curve = OpenCurve(parameters);
+        std::array<std::uint8_t, 2 * kCoordinateSize> point;
+        if (!Multiply(curve, secretRandom, nullptr, false, point)) {
+            throw CryptoError(Failure::kInternal, "a random number in range gives no point");
+        }
+        MpiPtr r = MpiFromLittleEndian(ByteView(point).first(kCoordinateSize), false);
+        gcry_mpi_mod(r.get(), r.get(), curve.n.get());
+        return r;
+    }
+
     SecureBytes CommonSecret(const KeyParameters& parameters, gcry_mpi_t secret, ByteView peer,
                              ByteView ukm) const override {
         const Curve curve = OpenCurve(parameters);
@@ -143,9 +146,12 @@ public:
 
 }  // namespace
 
-const KeyScheme& Gost2001Scheme() {
-    static const Gost2001 scheme;
-    return scheme;
+const KeyScheme& Gost2001Scheme(Kernel kernel) {
+    static const Gost2001 reference;
+    static const CurveScheme portable(Kernel::kPortable);
+    static const CurveScheme mulx(Kernel::kAvx2);
+    if (kernel == Kernel::kReference || !curve::HasCurveKernels()) return reference;
+    return kernel == Kernel::kPortable ? portable : mulx;
 }
 
 }  // namespace nalhost::crypto

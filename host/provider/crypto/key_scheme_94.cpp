@@ -1,7 +1,7 @@
 // GOST R 34.10-94. Names as in RFC 4357: y = a^x mod p, and a has the prime order q.
 #include <algorithm>
 
-#include "host/provider/crypto/key_scheme.h"
+#include "host/provider/crypto/mpi_scheme.h"
 #include "host/provider/crypto/random.h"
 
 namespace nalhost::crypto {
@@ -43,10 +43,8 @@ bool IsInRange(gcry_mpi_t number, gcry_mpi_t order) {
     return gcry_mpi_cmp_ui(number, 0) > 0 && gcry_mpi_cmp(number, order) < 0;
 }
 
-class Gost94 final : public KeyScheme {
+class Gost94 final : public MpiScheme {
 public:
-    MpiPtr Order(const KeyParameters& parameters) const override { return MpiFromHex(parameters.q); }
-
     bool IsPublicKey(const KeyParameters& parameters, ByteView key) const override {
         const Group group(parameters);
         const MpiPtr y = MpiFromLittleEndian(key, false);
@@ -54,18 +52,6 @@ public:
         const MpiPtr power = NewMpi(kModulusBits, false);
         gcry_mpi_powm(power.get(), y.get(), group.q.get(), group.p.get());
         return gcry_mpi_cmp_ui(power.get(), 1) == 0;
-    }
-
-    void DerivePublicKey(const KeyParameters& parameters, gcry_mpi_t secret, ByteSpan key) const override {
-        const Group group(parameters);
-        MpiToLittleEndian(BlindedPower(group, group.a.get(), secret).get(), key);
-    }
-
-    MpiPtr Commitment(const KeyParameters& parameters, gcry_mpi_t secretRandom) const override {
-        const Group group(parameters);
-        MpiPtr r = BlindedPower(group, group.a.get(), secretRandom);
-        gcry_mpi_mod(r.get(), r.get(), group.q.get());
-        return r;
     }
 
     bool Verify(const KeyParameters& parameters, ByteView key, const Digest& digest,
@@ -91,6 +77,21 @@ public:
         gcry_mpi_mulm(u.get(), u.get(), second.get(), group.p.get());
         gcry_mpi_mod(u.get(), u.get(), q);
         return gcry_mpi_cmp(u.get(), r.get()) == 0;
+    }
+
+protected:
+    MpiPtr Order(const KeyParameters& parameters) const override { return MpiFromHex(parameters.q); }
+
+    void DerivePublicKey(const KeyParameters& parameters, gcry_mpi_t secret, ByteSpan key) const override {
+        const Group group(parameters);
+        MpiToLittleEndian(BlindedPower(group, group.a.get(), secret).get(), key);
+    }
+
+    MpiPtr Commitment(const KeyParameters& parameters, gcry_mpi_t secretRandom) const override {
+        const Group group(parameters);
+        MpiPtr r = BlindedPower(group, group.a.get(), secretRandom);
+        gcry_mpi_mod(r.get(), r.get(), group.q.get());
+        return r;
     }
 
     SecureBytes CommonSecret(const KeyParameters& parameters, gcry_mpi_t secret, ByteView peer,

@@ -34,10 +34,12 @@ const char* StartLibrary() {
     if (!gcry_control(GCRYCTL_INITIALIZATION_FINISHED_P)) {
         // Making the pool would otherwise drop the host's effective user.
         gcry_control(GCRYCTL_DISABLE_PRIV_DROP);
+        // The kernel's generator: libgcrypt's own takes longer for 32 bytes than a signature takes for all the rest.
+        gcry_control(GCRYCTL_SET_PREFERRED_RNG_TYPE, GCRY_RNG_TYPE_SYSTEM);
         if (!gcry_check_version(kOldestLibrary)) return "libgcrypt 1.10 or later is needed";
         // It prints on standard error; GetSecureMemoryState tells instead.
         gcry_control(GCRYCTL_DISABLE_SECMEM_WARN);
-        // The generator's own pool holds the random numbers that it has given out.
+        // For libgcrypt's own generator, should it be used all the same: its pool holds what it has given out.
         gcry_control(GCRYCTL_USE_SECURE_RNDPOOL);
         gcry_control(GCRYCTL_INIT_SECMEM, PoolSize(), 0);
         gcry_control(GCRYCTL_AUTO_EXPAND_SECMEM, static_cast<unsigned int>(kLargestPool), 0);
@@ -102,6 +104,11 @@ const char* SecureMemoryWarning(SecureMemoryState state) {
 
 void Wipe(void* data, std::size_t size) {
     if (size != 0) explicit_bzero(data, size);
+}
+
+[[gnu::noinline]] void WipeStack() {
+    std::uint8_t frame[16384];
+    Wipe(frame, sizeof frame);
 }
 
 bool ConstantTimeEqual(ByteView left, ByteView right) {

@@ -37,6 +37,21 @@ const char* SecureMemoryWarning(SecureMemoryState state);
 /// Overwrites memory in a way that the compiler does not leave out.
 void Wipe(void* data, std::size_t size);
 
+/// Overwrites what functions that have returned left on the stack, 16 KiB below the caller's frame.
+void WipeStack();
+
+/// Calls `action` and wipes the stack that it used, also when it throws: for computations that keep secrets there.
+template <typename Action>
+void WithWipedStack(const Action& action) {
+    struct Wiper {
+        ~Wiper() { WipeStack(); }
+    };
+    const Wiper wiper;
+    // Through a pointer that the compiler does not see through, so that the action has a frame of its own.
+    void (*volatile call)(const Action&) = [](const Action& called) { called(); };
+    call(action);
+}
+
 /// Compares in time that depends on the sizes only. Blocks of different sizes are unequal.
 bool ConstantTimeEqual(ByteView left, ByteView right);
 

@@ -10,6 +10,7 @@ target_link_libraries(nal_spdlog INTERFACE fmt::fmt-header-only)
 target_compile_definitions(nal_spdlog INTERFACE SPDLOG_FMT_EXTERNAL)
 
 pkg_check_modules(gcrypt REQUIRED IMPORTED_TARGET libgcrypt)
+pkg_check_modules(sqlite3 REQUIRED IMPORTED_TARGET sqlite3)
 
 # Berkeley DB 5.3, through its 1.85 interface (db_185.h) and DB->verify (db.h).
 find_path(NAL_DB_INCLUDE db_185.h REQUIRED)

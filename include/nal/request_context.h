@@ -319,7 +319,7 @@ struct NAL_EXPORT CNALAnswerReport {
 /// A certificate that belongs to the key of a request in a storage of that kind (see NALGetReqStatusFile), and that an issuer's
 /// certificate beside it signed, becomes property 6 of the request, the issuer's property 7, the issuer's CRL property 8, and the
 /// status becomes 5. A request that has this certificate is left as it is, and so is one with status 5 or 6 and another
-/// certificate. Certificates that issued others of the file are no answers themselves. The files stay: taking them in twice
+/// certificate. Certificates of CAs, and those that issued others of the file, are no answers themselves. The files stay: taking them in twice
 /// changes nothing. Whether an answer is to be trusted is checked when it is installed.
 ///
 /// @param transportFolder  with slashes or backslashes; missing files are fine

@@ -1,8 +1,8 @@
-#include "issuing/extensions.h"
+#include "keycentre/issuing/extensions.h"
 
 #include <utility>
 
-#include "issuing/times.h"
+#include "keycentre/issuing/times.h"
 
 namespace keycentre {
 namespace {

@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "asnt/writer.h"
-#include "issuing/extensions.h"
-#include "issuing/times.h"
+#include "keycentre/issuing/extensions.h"
+#include "keycentre/issuing/times.h"
 #include "nal/crl.h"
 #include "nal/name_codec.h"
 #include "nal/wide_string.h"

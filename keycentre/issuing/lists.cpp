@@ -1,7 +1,8 @@
 #include "keycentre/lists.h"
 
 #include "asnt/writer.h"
-#include "issuing/times.h"
+#include "keycentre/issuing/times.h"
+#include "nal/sign.h"
 #include "nal/signed_data.h"
 
 namespace keycentre {
@@ -19,6 +20,14 @@ IdentObj EncodeTrustList(const TrustList& list) {
         }
     });
     return writer.Finish();
+}
+
+IdentObj SignTrustList(const TrustList& list, const Issuer& signer) {
+    CNALSignData message;
+    message.eContent = EncodeTrustList(list);
+    CNALProvider provider = signer.GetKeyPair().GetOpenProvider();
+    NALSignTrustList(provider, signer.GetKeyPair().GetKey(), signer.GetContext(), message);
+    return message.WriteObject(nullptr);
 }
 
 IdentObj EncodeUsersList(const std::list<IdentObj>& certificates, const std::list<IdentObj>& crls) {

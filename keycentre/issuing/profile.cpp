@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "nal/sign.h"
 #include "ork/provider.h"
 #include "too/status.h"
 
@@ -47,7 +48,7 @@ Profile TrustListProfile() {
     Profile profile;
     profile.months = 60;
     profile.keyUsage = CNALKeyUsage::DigitalSignature;
-    profile.extendedUsage = {kTrustListUsage};
+    profile.extendedUsage = {c_NAL_OID_TRUST_LIST_SIGNING};
     return profile;
 }
 

@@ -8,6 +8,7 @@
 #include "keycentre/issuer.h"
 #include "keycentre/lists.h"
 #include "nal/crl.h"
+#include "nal/sign.h"
 #include "nal/signed_data.h"
 #include "nal/storage.h"
 #include "support/authority.h"
@@ -112,12 +113,12 @@ TEST_F(Issuing, ExtensionsSayWhatTheProfileSays) {
              return value.ReadFrom(info.m_extensions) && value.GetKeyID() == root.GetKeyId() && value.m_oldForm &&
                     value.GetIssuerName() == root.GetName() && value.GetIssuerSerial() == root.GetInfo().m_serialNumber;
          }},
-        {"usages", [](Profile& p) { p.keyUsage = CNALKeyUsage::KeyEncipherment; p.extendedUsage = {keycentre::kTrustListUsage}; },
+        {"usages", [](Profile& p) { p.keyUsage = CNALKeyUsage::KeyEncipherment; p.extendedUsage = {c_NAL_OID_TRUST_LIST_SIGNING}; },
          [](const CNALCertInfo& info, const Issuer&) {
              CNALKeyUsage usage;
              CNALExtendedKeyUsage extended;
              return usage.ReadFrom(info.m_extensions, c_NAL_OID_KEY_USAGE) && usage.GetFlags() == CNALKeyUsage::KeyEncipherment &&
-                    extended.ReadFrom(info.m_extensions, c_NAL_OID_EXTENDED_KEY_USAGE) && extended.Contains(keycentre::kTrustListUsage);
+                    extended.ReadFrom(info.m_extensions, c_NAL_OID_EXTENDED_KEY_USAGE) && extended.Contains(c_NAL_OID_TRUST_LIST_SIGNING);
          }},
         {"the private key's period", [](Profile& p) { p.privateKeyUsage = keycentre::Period{std::nullopt, Date(2026, 5)}; },
          [](const CNALCertInfo& info, const Issuer&) {

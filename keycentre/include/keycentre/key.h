@@ -2,6 +2,7 @@
 #pragma once
 
 #include "nal/algorithm.h"
+#include "nal/context.h"
 #include "nal/signed_envelope.h"
 #include "ork/constants.h"
 #include "ork/handles.h"
@@ -19,17 +20,18 @@ public:
     /// Makes a container with one key pair.
     ///
     /// @param container  its path, or a bare name in the provider's directory; must not exist
-    /// @param password   protects it; empty for none
+    /// @param password   protects it; empty for none. No copy of it stays
     /// @param algId      ORK_KEY_SIGNATURE or ORK_KEY_EXCHANGE (both GOST R 34.10-2001 unless `paramOid` says otherwise), or the
     ///                   ALG_ID of a key, as ORKGenKey takes it
     /// @param paramOid   parameter set; null for the default one of the kind
-    static KeyPair Create(const CTOOString& container, const CTOOString& password, DWORD algId = ORK_KEY_SIGNATURE,
+    static KeyPair Create(const CTOOString& container, const char* password, DWORD algId = ORK_KEY_SIGNATURE,
                           const char* paramOid = nullptr);
     /// Opens the first key pair of a container. The password is tried at once.
-    static KeyPair Open(const CTOOString& container, const CTOOString& password);
+    static KeyPair Open(const CTOOString& container, const char* password);
 
     /// The provider context and the private key, still owned here.
-    unsigned long GetProvider() const { return m_provider.Get(); }
+    unsigned long GetProvider() const { return m_provider.GetProviderHandle(); }
+    CNALProvider GetOpenProvider() const { return m_provider; }
     unsigned long GetKey() const { return m_key.Get(); }
     const CTOOString& GetContainer() const { return m_container; }
     /// The public half, as certificates and requests hold it.
@@ -47,7 +49,7 @@ private:
     void Export();
 
     CTOOString m_container;
-    ork::ContextHandle m_provider;
+    CNALProvider m_provider;
     ork::KeyHandle m_key;
     CNALCertPublicKeyInfo m_publicKey;
 };

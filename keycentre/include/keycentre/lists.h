@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "keycentre/issuer.h"
+#include "keycentre/issuer.h"
 #include "too/ident_obj.h"
 #include "too/types.h"
 
@@ -21,6 +22,9 @@ struct TrustList {
 
 /// The content of a trust list.
 IdentObj EncodeTrustList(const TrustList& list);
+
+/// The whole message: the content signed by `signer`, whose certificate is in the message. @throws XTOOStatus as NALSignTrustList
+IdentObj SignTrustList(const TrustList& list, const Issuer& signer);
 
 /// A users' list, or an unsigned list of trusted certificates: a SignedData message without content and signer (RFC 5652 section 5.1).
 IdentObj EncodeUsersList(const std::list<IdentObj>& certificates, const std::list<IdentObj>& crls);

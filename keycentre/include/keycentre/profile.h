@@ -16,9 +16,6 @@
 
 namespace keycentre {
 
-/// Extended key usage of a certificate that signs trust lists.
-inline constexpr char kTrustListUsage[] = "1.3.6.1.4.1.311.10.3.1";
-
 /// The forms in which a certificate says whether it is a CA's.
 enum class Constraints : unsigned char {
     None,    ///< it does not
@@ -87,7 +84,7 @@ Profile CaProfile();
 Profile SignatureProfile();
 /// A user's exchange key: as above, and key and data encipherment and key agreement.
 Profile ExchangeProfile();
-/// A signer's of trust lists: digital signature and kTrustListUsage, five years.
+/// A signer's of trust lists: digital signature and c_NAL_OID_TRUST_LIST_SIGNING, five years.
 Profile TrustListProfile();
 
 /// A serial number of 16 bytes, least significant first, in the layout of a request's identity:

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "host/provider/crypto/gcrypt_handles.h"
 #include "host/provider/crypto/key.h"
 #include "host/provider/crypto/key_wrap.h"
 #include "host/provider/crypto/protection.h"
@@ -108,6 +109,38 @@ TEST_F(SecretResidue, OfKeyPairs) {
         const SecureBytes kek = key.Agree(publicKey, ukm);
         EXPECT_EQ(0, Residue(key.Secret())) << "agreement";
         EXPECT_EQ(0, Residue(kek)) << "agreed key";
+    }
+}
+
+// The nonce of a signature tells the private key; it is k = (s - d r) / e modulo q.
+TEST_F(SecretResidue, OfNonces) {
+    for (const KeyParameters& set : AllKeyParameters()) {
+        if (set.algorithm != KeyAlgorithm::kGost2001) continue;
+        SCOPED_TRACE(set.oid);
+        const PrivateKey key = PrivateKey::Generate(set);
+        Digest digest{};
+        digest[0] = 7;
+        const Signature signature = key.Sign(digest);
+        gcry_ctx_t opened = nullptr;
+        ASSERT_EQ(0U, gcry_mpi_ec_new(&opened, nullptr, set.oid));
+        const ContextPtr context(opened);
+        const MpiPtr order(gcry_mpi_ec_get_mpi("n", context.get(), 1));
+        const MpiPtr r = MpiFromLittleEndian(ByteView(signature).first(32), false);
+        const MpiPtr s = MpiFromLittleEndian(ByteView(signature).last(32), false);
+        const MpiPtr inverse = NewMpi(256, false);
+        gcry_mpi_invm(inverse.get(), MpiFromLittleEndian(digest, false).get(), order.get());
+        const MpiPtr nonce = NewMpi(512, true);
+        gcry_mpi_mulm(nonce.get(), MpiFromLittleEndian(key.Secret(), true).get(), r.get(), order.get());
+        gcry_mpi_subm(nonce.get(), s.get(), nonce.get(), order.get());
+        gcry_mpi_mulm(nonce.get(), nonce.get(), inverse.get(), order.get());
+        SecureBytes bytes(32);
+        MpiToLittleEndian(nonce.get(), bytes.Span());
+        EXPECT_EQ(0, Residue(bytes));
+        // It is the nonce: its public key has r as its x, modulo the order.
+        const PublicKey point = PrivateKey::Import(set, bytes).DerivePublicKey();
+        const MpiPtr x = MpiFromLittleEndian(point.Bytes().first(32), false);
+        gcry_mpi_mod(x.get(), x.get(), order.get());
+        EXPECT_EQ(0, gcry_mpi_cmp(x.get(), r.get()));
     }
 }
 

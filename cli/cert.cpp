@@ -7,6 +7,7 @@
 #include "cli/program.h"
 #include "cli/secret.h"
 #include "cli/stores.h"
+#include "cli/trust_check.h"
 
 namespace cli {
 namespace {
@@ -219,6 +220,38 @@ struct Delete {
     }
 };
 
+struct Verify {
+    std::string certificate;
+    HelpersOption helpers;
+    bool ignoreMissingCrl = false;
+
+    void Define(Options& o) {
+        o.In("CERTIFICATE", certificate, "A file, PEM or DER, or an ID in the store")->required();
+        helpers.Define(o);
+        o.Flag("--no-crl-needed", ignoreMissingCrl, "That there is no CRL is no fault");
+        o.Note("Builds the chain to a trusted root, checks every signature, validity and revocation on the way, and draws it as a tree, root first.");
+        o.Example("nal cert verify ivan.cer", "Whether a certificate can be trusted, and if not, why");
+        o.Example("nal cert verify ivan.cer --with ca.cer --crl ca.crl", "The same with the issuer's certificate and CRL at hand");
+    }
+
+    Outcome Run(const Globals&) {
+        StoreOption store;
+        store.path = helpers.store;
+        const CNALCertContext context = CertificateArgument(certificate, store);
+        if (ignoreMissingCrl) NALSetAplicationFlag(GetAplicationFlag() | NAL_APP_IGNORE_MISSING_CRL);
+        CNALCertStorage extra = helpers.Open();
+        const CNALCertificateChain chain = BuildChain(context, extra);
+        Outcome outcome;
+        outcome.data = {{"certificate", certificate}};
+        outcome.data.update(ChainJson(chain));
+        const bool good = chain.GetErrors() == 0;
+        outcome.text = ChainTree(chain, UseColour(1)) + "\n" +
+                       Coloured(good ? "good: it leads to a trusted root" : "NOT GOOD: " + outcome.data["verdict"].get<std::string>(), good ? Colour::Good : Colour::Bad, UseColour(1)) + "\n";
+        outcome.exit = good ? kGood : kCheckFailed;
+        return outcome;
+    }
+};
+
 }  // namespace
 
 void AddCertCommands(Program& program) {
@@ -229,6 +262,7 @@ void AddCertCommands(Program& program) {
     program.Command<List>("cert", "list", "Lists the certificates of a store");
     program.Command<Find>("cert", "find", "Finds certificates in a store");
     program.Command<Delete>("cert", "delete", "Takes a certificate out of a store");
+    program.Command<Verify>("cert", "verify", "Verifies a certificate and draws its chain");
 }
 
 }  // namespace cli

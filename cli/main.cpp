@@ -23,7 +23,10 @@ int main(int argc, char** argv) {
     cli::AddHashCommand(program);
     cli::AddNameCommand(program);
     cli::AddSettingsCommand(program);
+    cli::AddContainerCommands(program);
     cli::AddCertCommands(program);
+    cli::AddCrlCommands(program);
+    cli::AddTrustCommands(program);
     cli::AddStoreCommands(program);
     return program.Run({argv + 1, argv + argc});
 }

@@ -48,7 +48,7 @@ private:
             return must(value.is_array());
         }
         const std::string end = type[0] == '{' ? "}" : "]";
-        const std::string rest = Inside(end);
+        const std::string rest = Inside();
         if (isSkipped) return AssertionSuccess();
         if (end == "}") return Shape(rest).Object(value, where, "");
         if (!value.is_array()) return must(false);
@@ -60,12 +60,12 @@ private:
     }
 
     // The words up to the bracket that closes this level.
-    std::string Inside(const std::string&) {
+    std::string Inside() {
         std::string inside;
         int depth = 1;
         for (std::string word; m_words >> word;) {
-            const char last = word.back();
-            if (last == '[' || last == '{') ++depth;
+            const std::string type = word.substr(word.find(':') + 1);
+            if (type != word && (type[0] == '{' || (type[0] == '[' && type[1] != 's'))) ++depth;
             if ((word == "]" || word == "}") && --depth == 0) break;
             inside += word + " ";
         }

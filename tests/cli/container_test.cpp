@@ -1,0 +1,43 @@
+// nal container, and the ways in which passwords come.
+#include "cli_fixture.h"
+
+namespace nal_test {
+namespace {
+
+using CliContainer = Cli;
+
+TEST_F(CliContainer, LivesThroughAllCommands) {
+    RunAll({
+        {"printf 'first\\n' > pw; printf 'second\\r\\n' > pw2; printf wrong > bad; : > none; printf 'a\\nb\\n' > two; printf 'a\\0b' > zero; chmod 600 *", 0, ""},
+        {"nal container list", 0, "", "no containers in @/home/csp"},
+        {"exec setsid -w @NAL@ container create ivan", 4, "there is no terminal to ask at"},
+        {"nal container create ivan --password-file none", 4, "the new password is empty"},
+        {"nal container create ivan --password-file two", 4, "more than one line"},
+        {"nal container create ivan --password-file zero", 4, "zero byte"},
+        {"nal container create ivan --password-file nowhere", 4, "cannot read the password from nowhere"},
+        {"nal container create ivan --password-file @", 4, "Is a directory"},
+        {"nal container create ivan --password-fd 77", 4, "cannot read the password from descriptor 77"},
+        {"nal container create ivan --password-file pw --password-fd 0", 2, "excludes"},
+        {"nal container create ivan --algorithm 1.2.3 --password-file pw", 3, "the algorithm or its parameters are not known"},
+        {"nal container list", 0, "", "no containers in @/home/csp"},
+        {"nal container create ivan --password-file pw", 0, "", "protection  password"},
+        {"nal container create ivan --password-file pw", 4, "is there already"},
+        {"nal container show ivan", 0, "", "key fingerprint"},
+        {"nal container show nobody", 4, "nal container list shows"},
+        {"nal container list", 0, "", "ivan"},
+        {"nal container passwd ivan --password-file bad --new-password-file pw2", 4, "the password or PIN is wrong"},
+        {"nal container passwd ivan --password-fd 3 --new-password-file pw2 3< pw", 0, "", "protection  password"},
+        {"nal container passwd ivan --password-file pw2 --no-new-password", 0, "", "protection  -"},
+        {"exec setsid -w @NAL@ container delete ivan", 2, "Give --yes to confirm it"},
+        {"nal container delete ivan --yes", 0, "", "deleted"},
+        {"nal container delete ivan --yes", 4, "ivan"},
+        {"nal container list --folder nowhere", 3, "nowhere is no folder"},
+        {"chmod 644 pw; nal container create c --password-file pw", 0, "others may read the password file", "password"},
+    });
+    const std::string key = "type:s key:{? oid:s name:s bits:n parameters:s } key_fingerprint:s? created:s certificate:s?";
+    EXPECT_TRUE(HasShape(RunJson("nal container show c"), "container:s path:s protection:[s] keys:[ " + key + " ]"));
+    EXPECT_TRUE(HasShape(RunJson("nal container list"), "containers:[ container:s path:s protection:[s] keys:[ " + key + " ] error:s? ]"));
+}
+
+}  // namespace
+}  // namespace nal_test

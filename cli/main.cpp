@@ -20,6 +20,7 @@ int main(int argc, char** argv) {
 
     cli::Program program(std::move(text));
     cli::AddHelpCommand(program);
+    cli::AddSignCommands(program);
     cli::AddHashCommand(program);
     cli::AddNameCommand(program);
     cli::AddSettingsCommand(program);
@@ -27,6 +28,7 @@ int main(int argc, char** argv) {
     cli::AddCertCommands(program);
     cli::AddCrlCommands(program);
     cli::AddTrustCommands(program);
+    cli::AddSignaturesCommands(program);
     cli::AddStoreCommands(program);
     return program.Run({argv + 1, argv + argc});
 }

@@ -18,7 +18,7 @@ TEST_F(CliContainer, LivesThroughAllCommands) {
         {"nal container create ivan --password-file @", 4, "Is a directory"},
         {"nal container create ivan --password-fd 77", 4, "cannot read the password from descriptor 77"},
         {"nal container create ivan --password-file pw --password-fd 0", 2, "excludes"},
-        {"nal container create ivan --algorithm 1.2.3 --password-file pw", 3, "the algorithm or its parameters are not known"},
+        {"nal container create ivan --algorithm 1.2.3 --password-file pw", 3, "unknown algorithm or algorithm parameters"},
         {"nal container list", 0, "", "no containers in @/home/csp"},
         {"nal container create ivan --password-file pw", 0, "", "protection  password"},
         {"nal container create ivan --password-file pw", 4, "is there already"},

@@ -1,5 +1,8 @@
 // nal trust, nal crl, nal cert verify.
 #include "cli_fixture.h"
+#include "nal/fingerprint.h"
+#include "support/cert_builder.h"
+#include "too/text.h"
 
 namespace nal_test {
 namespace {

@@ -96,7 +96,8 @@ TEST_F(Tools, VerifyWhatIsSignedHere) {
                     EXPECT_TRUE(GnuTlsVerifies("detached", "content")) << name;
                     EXPECT_FALSE(GnuTlsVerifies("detached", "other")) << name;
                 }
-                const std::string print = Run({"openssl", "cms", "-cmsout", "-print", "-inform", "DER", "-in", Path("message"), "-noout"}).output;
+                const std::string print =
+                    Run({"openssl", "cms", "-cmsout", "-print", "-inform", "DER", "-in", Path("message"), "-noout"}).output;
                 EXPECT_NE(std::string::npos, print.find(form != 0 ? "d.subjectKeyIdentifier" : "d.issuerAndSerialNumber"));
                 Run({"openssl", "asn1parse", "-inform", "DER", "-in", Path("file.p7s")});
             }
@@ -139,13 +140,14 @@ TEST_F(Tools, SignWhatIsCheckedHere) {
     // GnuTLS signs with the same key; without and with signed attributes.
     for (const char* options : {"", "--p7-time"}) {
         for (const char* form : {"--p7-sign", "--p7-detached-sign"}) {
-            Command command = {"certtool", form, "--hash", "GOSTR341194", "--load-privkey", Path("1.key"), "--load-certificate", Path("1.pem"),
-                               "--infile", Path("content"), "--outder", "--outfile", Path("message")};
+            Command command = {"certtool", form, "--hash", "GOSTR341194", "--load-privkey", Path("1.key"), "--load-certificate",
+                               Path("1.pem"), "--infile", Path("content"), "--outder", "--outfile", Path("message")};
             if (*options != '\0') command.emplace_back(options);
             Run(command);
             const CNALSignData message = Read(Loaded(Path("message")));
             EXPECT_EQ(std::string(form) == "--p7-sign", message.IsAttached());
             EXPECT_EQ(Statuses{0}, Check(message, m_content)) << form << options;
+            EXPECT_EQ(Loaded(Path("message")), CNALSignData(message).WriteObject(nullptr)) << form << options;
         }
     }
 }

@@ -58,7 +58,8 @@ TEST_F(FillSignerInfo, RefusesWhatCannotBeSigned) {
         EXPECT_EQ(test.status,
                   nal_test::StatusOf([&] { NALFillMsgSignerInfo(test.cert, test.info, test.value, out, 0, nullptr); }));
     }
-    for (const auto& [call, text] : {std::pair{"ORKCreateHash", "ORKCreateHash ()"}, {"ORKHashData", "ORKHashData ()"}, {"ORKSignHash", "ORKSignHash "}}) {
+    for (const auto& [call, text] :
+         {std::pair{"ORKCreateHash", "ORKCreateHash ()"}, {"ORKHashData", "ORKHashData ()"}, {"ORKSignHash", "ORKSignHash "}}) {
         const too_testing::ScopedCallFailure failure(call, ORK_E_NO_MEMORY);
         CNALMessageSignerInfo out;
         try {

@@ -51,8 +51,10 @@ public:
         m_outgoing->Write(target.GetFile(), [&](asnt::View chunk) { hashes.Add(chunk); }, [&] {
             hashes.Finish();
             m_source.RequireUnchanged();
-            CNALMessageSignerInfo signer = makeSigner(*hashes.Find(m_hashAlgId));
+            const nal::ContentHash& hash = *hashes.Find(m_hashAlgId);
+            CNALMessageSignerInfo signer = makeSigner(hash);
             m_message.signerInfos.back() = signer.WriteData(nullptr);
+            nal::RequireSameContent(m_message, hash, m_context);
         });
         IdentObj bytes;
         if (written != nullptr) {

@@ -8,7 +8,6 @@
 #include "nal/verify.h"
 #include "ork/constants.h"
 #include "signer/provider_calls.h"
-#include "signer/signer_check.h"
 #include "win32/certsign/signing_run.h"
 
 namespace {
@@ -96,20 +95,6 @@ private:
     std::size_t m_done = 0;
 };
 
-/// Refuses to put a signature beside others that are about another content: one of the two files was the wrong one.
-void RequireSameContent(const CNALSignData& message, const nal::ContentHash& hash) {
-    for (const IdentObj& info : message.signerInfos) {
-        CNALMessageSignerInfo signer;
-        int err = 0;
-        if (signer.ReadData(info.GetData(), info.GetSize(), &err) == 0 || nal::HashAlgorithmOf(signer) != hash.algId) continue;
-        const CNALAttributesSet* digest = signer.signedAttrs.Find(c_NAL_OID_MESSAGE_DIGEST);
-        asnt::View value;
-        asnt::Element octets;
-        if (digest == nullptr || !digest->GetSingleValue(value) || !asnt::Reader(value).TryNext(asnt::tag::OctetString, octets)) continue;
-        if (octets.content != asnt::View(hash.value)) throw XTOOStatus(TOO_E_BAD_ARGUMENT, c_contentContext);
-    }
-}
-
 IdentObj SignMessage(const CNALUser& user, const CNALCertContext& cert, const WhatToSignStruct& what, const IdentObj& encoded,
                      const CTOOString* hashOID) {
     CNALProvider provider;
@@ -139,7 +124,7 @@ IdentObj SignMessage(const CNALUser& user, const CNALCertContext& cert, const Wh
     if (!hashes.Want(hashAlgId)) nal::ThrowProvider(c_createContext);
     ContentReader(content, message, attach, hashes).Read();
     const nal::ContentHash& hash = *hashes.Find(hashAlgId);
-    RequireSameContent(message, hash);
+    nal::RequireSameContent(message, hash, c_contentContext);
 
     claims.digest = hash.value;
     CNALMessageSignerInfo signer = nal::PrepareSigner(cert, hashAlgId, claims, what.options, c_context);

@@ -7,6 +7,7 @@
 
 #include "model/signature_numbers.h"
 #include "nal/algorithm.h"
+#include "signer/signer_check.h"
 #include "signer/signer_match.h"
 #include "storage/cert_reader.h"
 #include "too/status.h"
@@ -64,6 +65,19 @@ void MakeRoom(CNALSignData& message, const CNALCertContext& cert, DWORD flags, b
     if (isThere || std::any_of(infos.begin(), infos.end(), isHers)) throw XTOOStatus(TOO_E_ALREADY_SIGNED, context);
 }
 
+void RequireSameContent(const CNALSignData& message, const ContentHash& hash, const char* context) {
+    for (const IdentObj& info : message.signerInfos) {
+        CNALMessageSignerInfo signer;
+        int err = 0;
+        if (signer.ReadData(info.GetData(), info.GetSize(), &err) == 0 || HashAlgorithmOf(signer) != hash.algId) continue;
+        const CNALAttributesSet* digest = signer.signedAttrs.Find(c_NAL_OID_MESSAGE_DIGEST);
+        asnt::View value;
+        asnt::Element octets;
+        if (digest == nullptr || !digest->GetSingleValue(value) || !asnt::Reader(value).TryNext(asnt::tag::OctetString, octets)) continue;
+        if (octets.content != asnt::View(hash.value)) throw XTOOStatus(TOO_E_BAD_ARGUMENT, context);
+    }
+}
+
 void AddSigner(CNALSignData& message, CNALMessageSignerInfo& signer, const CNALCertContext& cert, DWORD flags) {
     message.signerInfos.push_back(signer.WriteData(nullptr));
     AddDigestAlgorithm(message, signer.digestAlgorithm);
@@ -103,7 +117,7 @@ std::string SignedSource::Stamp() const {
 
 void SignedSource::RequireUnchanged() const {
     if (m_stamp.empty() || Stamp() != m_stamp) {
-        throw XTOOFile(TOO_E_READ, m_file.GetName(), "somebody changed while it was being signed:");
+        throw XTOOFile(TOO_E_READ, m_file.GetName(), "refusing to sign, since it changed meanwhile:");
     }
 }
 

@@ -20,6 +20,10 @@ DWORD ChooseHash(const char* hashOID, const CNALCertContext& cert, const char* c
 /// @throws XTOOStatus: (99, context); (28, context) for a message of another content than plain data
 void MakeRoom(CNALSignData& message, const CNALCertContext& cert, DWORD flags, bool alsoCertificate, const char* context);
 
+/// Refuses to put a signature beside others that are about another content: one of two files was the wrong one, or was changed.
+/// @throws XTOOStatus(28, context)
+void RequireSameContent(const CNALSignData& message, const ContentHash& hash, const char* context);
+
 /// Adds a signer info and what belongs to it: digest algorithm, certificate, and the version that RFC 5652 section 5.1 asks for.
 void AddSigner(CNALSignData& message, CNALMessageSignerInfo& signer, const CNALCertContext& cert, DWORD flags);
 

@@ -95,6 +95,14 @@ TEST_F(SignFile, AddsToSignatureFiles) {
     nal_test::WriteFile(one, detached.GetData(), detached.GetSize());
     EXPECT_EQ(TOO_E_NOT_INITIALIZED, Status(*s_bob, one, two.c_str(), c_NAL_SIGN_ADD_TO_FILE));
 
+    // A signature file whose content is no longer the one that was signed.
+    ASSERT_EQ(TOO_OK, Status(*s_ann, source, one.c_str(), 0));
+    IdentObj changed = Loaded(one);
+    changed.GetData()[500] ^= 1;
+    nal_test::WriteFile(one, changed.GetData(), changed.GetSize());
+    EXPECT_EQ(TOO_E_BAD_ARGUMENT, Status(*s_bob, one, nullptr, c_NAL_SIGN_ADD_TO_FILE));
+    EXPECT_EQ(changed, Loaded(one));
+
     // Content in pieces, as others write it: an indefinite OCTET STRING of two.
     const std::string pieces = std::string("\x30\x80\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07\x02\xA0\x80\x30\x80\x02\x01\x01\x31\x00", 22) +
                                std::string("\x30\x80\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01\xA0\x80\x24\x80\x04\x02hi\x04\x03yes", 26) +
@@ -117,7 +125,8 @@ TEST_F(SignFile, FailuresAreToldAndChangeNothing) {
     EXPECT_EQ(TOO_E_KEY_NOT_FOUND, Status(mixed, source, out.c_str(), 0));
     EXPECT_EQ(TOO_E_KEY_NOT_FOUND, Status(stranger, source, out.c_str(), 0));
     EXPECT_EQ(TOO_E_CERT_REFUSED, Status(wrong, source, out.c_str(), 0));
-    EXPECT_EQ(TOO_E_BAD_ARGUMENT, StatusOf([&] { NALSignFile(s_ann->user, s_ann->cert, nullptr, nullptr, nullptr, 0, nullptr, nullptr); }));
+    EXPECT_EQ(TOO_E_BAD_ARGUMENT,
+              StatusOf([&] { NALSignFile(s_ann->user, s_ann->cert, nullptr, nullptr, nullptr, 0, nullptr, nullptr); }));
     EXPECT_NE(TOO_OK, Status(*s_ann, source, m_folder.File("no/folder").c_str(), 0));
     EXPECT_NE(TOO_OK, Status(*s_ann, m_folder.Path(), out.c_str(), 0));
     const CTOOString unknown("1.2.3");

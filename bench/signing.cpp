@@ -1,0 +1,151 @@
+// Signing beside what it is made of: the hash of the same bytes, and a copy of them that is made durable.
+//
+// NAL_BENCH_MIB is the content's size in MiB, 64 by default. `peak_growth_MiB` is how much the process's peak memory grew.
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "keycentre/issuer.h"
+#include "nal/sign.h"
+#include "nal/user.h"
+#include "ork/csp.h"
+#include "ork/handles.h"
+#include "too/file.h"
+
+namespace {
+
+constexpr std::size_t kMiB = std::size_t{1} << 20;
+constexpr std::size_t kChunk = 0x10000;
+
+double PeakMiB() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("VmHWM:", 0) == 0) return std::stod(line.substr(6)) / 1024;
+    }
+    return 0;
+}
+
+std::size_t ContentMiB() {
+    const char* size = std::getenv("NAL_BENCH_MIB");  // NOLINT(concurrency-mt-unsafe)
+    return size != nullptr ? std::strtoull(size, nullptr, 10) : 64;
+}
+
+/// A folder with the content and a user who signs it.
+class Setting {
+public:
+    static const Setting& Get() {
+        static const Setting setting;
+        return setting;
+    }
+
+    std::string content;
+    std::string small;
+    std::string output;
+    CNALUser user;
+    CNALCertContext cert;
+
+private:
+    Setting() : m_folder(std::filesystem::temp_directory_path() / ("nal-bench-" + std::to_string(getpid()))) {
+        std::filesystem::create_directory(m_folder);
+        content = m_folder / "content";
+        small = m_folder / "small";
+        output = m_folder / "output";
+        std::vector<unsigned char> chunk(kMiB);
+        for (std::size_t j = 0; j < kMiB; ++j) chunk[j] = static_cast<unsigned char>(j * 31 + j / 251);
+        CTOOFile file(content, "wb");
+        for (std::size_t i = 0; i < ContentMiB(); ++i) file.Write(chunk.data(), chunk.size());
+        CTOOFile(small, "wb").Write(chunk.data(), 1024);
+
+        using keycentre::KeyPair;
+        const std::string container = m_folder / "user";
+        const keycentre::Issuer root = keycentre::Issuer::SelfSigned(KeyPair::Create((m_folder / "root").string(), ""),
+                                                                     keycentre::Name("CN=Root"), keycentre::RootProfile());
+        const KeyPair key = KeyPair::Create(container, "");
+        cert.CreateContext(root.Certify(keycentre::Name("CN=User"), key.GetPublicKey(), keycentre::SignatureProfile()));
+        user.LogInUser(container.c_str(), nullptr, nullptr, false);
+    }
+    ~Setting() { std::filesystem::remove_all(m_folder); }
+
+    std::filesystem::path m_folder;
+};
+
+template <class Action>
+void Run(benchmark::State& state, Action&& action) {
+    Setting::Get();
+    std::ofstream("/proc/self/clear_refs") << "5";
+    const double before = PeakMiB();
+    for (auto _ : state) action();
+    state.counters["peak_growth_MiB"] = PeakMiB() - before;
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * ContentMiB() * kMiB));
+}
+
+void BareHash(benchmark::State& state) {
+    ork::ContextHandle provider;
+    ORKAcquireContext(provider.Receive(), nullptr, nullptr, ORK_PROVIDER_TYPE, ORK_OPEN_VERIFY);
+    std::vector<unsigned char> chunk(kChunk);
+    for (std::size_t j = 0; j < kChunk; ++j) chunk[j] = static_cast<unsigned char>(j * 31 + j / 251);
+    Run(state, [&] {
+        ork::HashHandle hash;
+        ORKCreateHash(provider.Get(), ORK_ALG_GOSTR3411, 0, hash.Receive(), 0);
+        for (std::size_t i = 0; i < ContentMiB() * kMiB / kChunk; ++i) ORKHashData(hash.Get(), chunk.data(), kChunk, 0);
+        IdentObj value;
+        ORKGetHashParam(hash.Get(), ORK_HASH_PARAM_VALUE, value);
+    });
+}
+BENCHMARK(BareHash)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
+
+void HashFile(benchmark::State& state) {
+    SNALCryptInfo info;
+    info.hashAlgId = ORK_ALG_GOSTR3411;
+    Run(state, [&] { NALHashFile(Setting::Get().content.c_str(), 0, 0xFFFFFFFF, 0, info); });
+}
+BENCHMARK(HashFile)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
+
+void SignDetachedOf(benchmark::State& state, const std::string& path) {
+    WhatToSignStruct what;
+    what.flags = c_NAL_CONTENT_IN_FILE;
+    what.data = path.c_str();
+    what.end = c_NAL_TO_END_OF_FILE;
+    Run(state, [&] {
+        IdentObj message;
+        NALSignData(Setting::Get().user, Setting::Get().cert, what, &message, nullptr, nullptr);
+    });
+}
+void SignDetached(benchmark::State& state) {
+    SignDetachedOf(state, Setting::Get().content);
+}
+BENCHMARK(SignDetached)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
+
+void SignAttached(benchmark::State& state) {
+    const Setting& setting = Setting::Get();
+    Run(state, [&] {
+        NALSignFile(setting.user, setting.cert, setting.content.c_str(), setting.output.c_str(), nullptr, 0, nullptr, nullptr);
+    });
+}
+BENCHMARK(SignAttached)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
+
+// What attached signing does beside hashing: the copy, and the wait for the disk.
+void DurableCopy(benchmark::State& state) {
+    const Setting& setting = Setting::Get();
+    std::vector<unsigned char> chunk(4 * kChunk);
+    Run(state, [&] {
+        const CTOOFile source(setting.content, "rb");
+        CTOOWholeFile target(setting.output);
+        for (std::size_t count = 0; (count = source.Read(chunk.data(), chunk.size())) != 0;) target.Write(chunk.data(), count);
+        target.Commit();
+    });
+}
+BENCHMARK(DurableCopy)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
+
+void SignSmallDetached(benchmark::State& state) {
+    SignDetachedOf(state, Setting::Get().small);
+    state.SetBytesProcessed(0);
+}
+BENCHMARK(SignSmallDetached)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
+
+}  // namespace

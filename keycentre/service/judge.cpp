@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "asnt/view.h"
+#include "cli/terminal.h"
 #include "keycentre/issuing/times.h"
 #include "keycentre/service/wishes.h"
 #include "nal/attributes.h"
@@ -20,8 +21,6 @@ constexpr unsigned kMostNameBytes = 2048;
 constexpr unsigned kIdentitySize = 16;
 constexpr const char* kAlternativeNames[] = {c_NAL_OID_SUBJECT_ALT_NAME, c_NAL_OID_ISSUER_ALT_NAME, c_NAL_OID_OLD_SUBJECT_ALT_NAME,
                                              c_NAL_OID_OLD_ISSUER_ALT_NAME};
-
-bool IsControl(wchar_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); }
 
 CNALCertInfo Decode(const IdentObj& certificate) {
     CNALX509Certificate decoded;
@@ -119,9 +118,8 @@ void Judge::CheckName(Judgement& judgement) const {
     judgement.order.name = CNALString(text).ToBytes().str();
     if (text.empty()) throw Refusal{"its name is empty"};
     if (subject.GetSize() > kMostNameBytes) throw Refusal{"its name is too long"};
-    for (const wchar_t c : text) {
-        if (IsControl(c)) throw Refusal{"its name holds control characters"};
-    }
+    // Two names that look alike are two people to everybody but the eye that has to tell them apart.
+    if (cli::Printable(judgement.order.name) != judgement.order.name) throw Refusal{"its name holds control or invisible characters"};
     for (const auto& [role, info] : m_authorities) {
         if (info.m_subject == subject) throw Refusal{"it asks for the name of one of the key centre's own authorities"};
     }

@@ -35,6 +35,30 @@ struct Holder {
     IdentObj certificate;
 };
 
+/// A request, signed a second time by `voucher` unless that is null.
+inline IdentObj Request(const KeyPair& key, const CNALX509Name& name, const Holder* voucher,
+                        const std::function<void(CNALPKCS10Data&, CNALSecondSignature&)>& change = {}) {
+    CNALPKCS10Data data;
+    data.m_subject = name;
+    data.m_publicKey = key.GetPublicKey();
+    CNALSecondSignature second;
+    if (voucher != nullptr) {
+        const CNALCertContext context(voucher->certificate);
+        const CNALCertInfo info(*context.GetContext());
+        second.m_issuer = info.m_issuer;
+        second.m_serialNumber = info.m_serialNumber;
+        second.m_keyIdentifier = context.GetSubjectKeyId();
+    }
+    if (change) change(data, second);
+    if (voucher != nullptr) data.AddSecondSignature(second, voucher->key.GetProvider(), voucher->key.GetKey(), nullptr);
+    CNALPKCS10Request request;
+    request.SignData(data, key.GetProvider(), key.GetKey(), nullptr);
+    return request.WriteData();
+}
+
+
+inline IdentObj SerialOf(const Holder& holder) { return CNALCertInfo(*CNALCertContext(holder.certificate).GetContext()).m_serialNumber; }
+
 class CentreTest : public testing::Test {
 protected:
     static constexpr char kPassword[] = "secret";
@@ -61,6 +85,7 @@ protected:
         WriteFile(RequestPath(file), bytes.GetData(), bytes.GetSize());
         Age(RequestPath(file), 3600);
     }
+public:
     /// Makes a file as old as that by the test's clock.
     static void Age(const std::string& path, std::int64_t seconds) {
         FILETIME now{};
@@ -68,28 +93,9 @@ protected:
         const utimbuf times{CTOOFileTime(now).ToUnix() - seconds, CTOOFileTime(now).ToUnix() - seconds};
         ::utime(path.c_str(), &times);
     }
-    KeyPair NewKey(DWORD algId = ORK_KEY_SIGNATURE) { return KeyPair::Create(m_folder.File("key" + std::to_string(++m_keys)), "", algId); }
 
-    /// A request, signed a second time by `voucher` unless that is null.
-    static IdentObj Request(const KeyPair& key, const CNALX509Name& name, const Holder* voucher,
-                            const std::function<void(CNALPKCS10Data&, CNALSecondSignature&)>& change = {}) {
-        CNALPKCS10Data data;
-        data.m_subject = name;
-        data.m_publicKey = key.GetPublicKey();
-        CNALSecondSignature second;
-        if (voucher != nullptr) {
-            const CNALCertContext context(voucher->certificate);
-            const CNALCertInfo info(*context.GetContext());
-            second.m_issuer = info.m_issuer;
-            second.m_serialNumber = info.m_serialNumber;
-            second.m_keyIdentifier = context.GetSubjectKeyId();
-        }
-        if (change) change(data, second);
-        if (voucher != nullptr) data.AddSecondSignature(second, voucher->key.GetProvider(), voucher->key.GetKey(), nullptr);
-        CNALPKCS10Request request;
-        request.SignData(data, key.GetProvider(), key.GetKey(), nullptr);
-        return request.WriteData();
-    }
+protected:
+    KeyPair NewKey(DWORD algId = ORK_KEY_SIGNATURE) { return KeyPair::Create(m_folder.File("key" + std::to_string(++m_keys)), "", algId); }
 
     /// Releases a first request as an operator does.
     Holder Release(Centre& centre, const char* name, bool entitled = false) {
@@ -104,8 +110,6 @@ protected:
         holder.certificate = records.front().certificate;
         return holder;
     }
-
-    static IdentObj SerialOf(const Holder& holder) { return CNALCertInfo(*CNALCertContext(holder.certificate).GetContext()).m_serialNumber; }
 
     Centre Open() const {
         Centre centre(m_folder.File("centre"));

@@ -13,6 +13,7 @@ using keycentre::Delivery;
 using keycentre::KeyPair;
 using nal_test::ChildEnd;
 using nal_test::Holder;
+using nal_test::Request;
 
 class Crashes : public nal_test::CentreTest {
 protected:

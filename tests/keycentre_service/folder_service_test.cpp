@@ -15,6 +15,8 @@ using keycentre::Delivery;
 using keycentre::KeyPair;
 using nal_test::Date;
 using nal_test::Holder;
+using nal_test::Request;
+using nal_test::SerialOf;
 using testing::HasSubstr;
 
 class FolderServices : public nal_test::CentreTest {};
@@ -119,7 +121,8 @@ TEST_F(FolderServices, BadRequestsAreRefusedWithAReasonAndTheRestIsServed) {
         {Request(key, keycentre::Name("CN=Root"), &ivan), "one of the key centre's own"},
         {Request(key, CNALX509Name(nal_test::FromHexText("3000")), &ivan), "name is empty"},
         {Request(key, CNALX509Name(nal_test::FromHexText("300C310A300806035504030C01FF")), nullptr), "name is empty or does not decode"},
-        {Request(key, CNALX509Name(nal_test::NameDer("a\x1B[31m")), nullptr), "control characters"},
+        {Request(key, CNALX509Name(nal_test::NameDer("a\x1B[31m")), nullptr), "invisible characters"},
+        {Request(key, CNALX509Name(nal_test::NameDer("a\xE2\x80\xAE" "b")), nullptr), "invisible characters"},
         {Request(ivan.key, ivan.name, &ivan), "has a certificate already"},
         {Request(key, ivan.name, &ivan, [](CNALPKCS10Data&, CNALSecondSignature& second) { second.m_keyIdentifier.GetData()[0] ^= 1; }), "another key identifier"},
         {Request(key, ivan.name, &ivan, [](CNALPKCS10Data&, CNALSecondSignature& second) { second.m_issuer = keycentre::Name("CN=Else"); }), "did not issue"},
@@ -247,6 +250,21 @@ TEST_F(FolderServices, AHalfWrittenRequestIsLeftUntilItSettles) {
     Put("1_ownu.req", request);
     Age(RequestPath("1_ownu.req"), 0);
     EXPECT_EQ(Serve(centre).answered, 1U);
+}
+
+TEST_F(FolderServices, ManyRequestsAreAnsweredInGroups) {
+    Centre centre = Open();
+    const Holder clerk = Release(centre, "CN=Clerk", true);
+    constexpr unsigned kCount = keycentre::FolderService::kGroup * 2 + 10;
+    for (unsigned i = 0; i < kCount; ++i) {
+        const std::string name = std::to_string(i);
+        Put(name + "_extu.req", i % 64 == 63 ? nal_test::Filled(3) : Request(NewKey(), keycentre::Name("CN=Guest " + name), i % 64 == 62 ? nullptr : &clerk));
+    }
+    const FolderTally tally = Serve(centre);
+    EXPECT_EQ(tally.refused, kCount / 64);
+    EXPECT_EQ(tally.waiting, kCount / 64);
+    EXPECT_EQ(tally.answered, kCount - 2 * (kCount / 64));
+    EXPECT_EQ(Answers(Delivery::External).size(), tally.answered);
 }
 
 TEST_F(FolderServices, OneServiceWorksOnAFolder) {

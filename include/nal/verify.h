@@ -32,7 +32,7 @@
 ///
 /// @param flags       in: the checks to make, CERT_STORE_SIGNATURE_FLAG, CERT_STORE_TIME_VALIDITY_FLAG, CERT_STORE_REVOCATION_FLAG; out:
 ///                    those that failed, and CERT_STORE_NO_CRL_FLAG in the place of the last when there is no CRL
-/// @param crlStorage  where the CRL is sought; null or closed: in the issuer's own store
+/// @param crlStorage  where the CRL is sought; null or closed: in the issuer's own store, which is then read anew by each call
 /// @param crlOut      receives the CRL that was used, or is emptied; may be null
 /// @return TRUE when the checks were made: the verdict is in `flags`, and 0 is the only good one. FALSE with last error 87 when a
 ///         context or `flags` is missing, NAL_VERIFY_E_BAD_SUBJECT, or 230 for a signature algorithm outside the GOST family

@@ -28,9 +28,6 @@
 #include "too/string.h"
 #include "too/types.h"
 
-/// The extension that hosts give files of signed messages: ".p7s".
-extern NAL_EXPORT const char c_NAL_SIGNED_FILE_EXT[];
-
 /// What a check found about one signature (CNALWholeSignatureCheck::status). No other values occur.
 inline constexpr DWORD c_NAL_SIGNATURE_VALID = 0;
 /// No certificate of the signer was found, or the signer info cannot be read.
@@ -111,7 +108,7 @@ inline bool operator>(const CNALSignerInfoCheck& a, const CNALSignerInfoCheck& b
 /// @param storage  where certificates of signers are looked for before those in the message, or null. Of several certificates that
 ///                 a signer info names the first under which the signature is valid counts
 /// @return 1 when the check was carried out, whatever it found: whether a signature is valid is in its record alone
-/// Status: 28 for a null path, context "NALVerifySignatureOnFile"; 4 when there is no such file, and 140 for a message without
+/// Status: 28 for a null path and 4 when there is no such file, context "NALVerifySignatureOnFile"; 140 for a message without
 /// signers, context the path; 42 for a file that is a message without its content, context the path; 14 when the progress handler
 /// cancels; those of CTOOFile with a text that names the file; 131 for everything else that keeps the check from being carried out,
 /// a file that is no message or a damaged one included, or the provider's status: context begins with

@@ -35,7 +35,7 @@ SignerCheck::SignerCheck(unsigned long hProv, const CNALMessageSignerInfo& signe
       m_signer(signer),
       m_hash(content.Find(HashAlgorithmOf(signer))),
       m_signingTime(CTOOFileTime::Now()),
-      m_status(c_signatureFails) {
+      m_status(c_NAL_SIGNATURE_INVALID) {
     try {
         m_status = ReadAttributes(content, contentType);
     } catch (const XTOOStatus&) {
@@ -44,13 +44,13 @@ SignerCheck::SignerCheck(unsigned long hProv, const CNALMessageSignerInfo& signe
 }
 
 DWORD SignerCheck::ReadAttributes(const ContentHashes& content, const CTOOString& contentType) {
-    if (m_hash == nullptr) return c_signatureFails;
+    if (m_hash == nullptr) return c_NAL_SIGNATURE_INVALID;
     const CNALAttributesList& attributes = m_signer.signedAttrs;
     if (attributes.empty()) {
         // The signature is over the content, and says nothing of its type (RFC 5652 section 5.3). With hash 0x8029 the attributes
         // follow the content in one hash, so without them a part of the content could once have been attributes.
         const bool isPlain = contentType == c_NAL_OID_DATA && m_hash->algId != ORK_ALG_PRIVATE_HASH;
-        return isPlain && !content.LooksLikeAttributes() ? c_signerHolds : c_signatureFails;
+        return isPlain && !content.LooksLikeAttributes() ? c_NAL_SIGNATURE_VALID : c_NAL_SIGNATURE_INVALID;
     }
     asnt::View digest;
     asnt::View time;
@@ -58,36 +58,36 @@ DWORD SignerCheck::ReadAttributes(const ContentHashes& content, const CTOOString
     const bool hasTime = attributes.GetSingleValue(c_NAL_OID_SIGNING_TIME, time);
     const bool hasType = attributes.GetSingleValue(c_NAL_OID_CONTENT_TYPE, type);
     if (hasTime) m_signingTime = asnt::Reader(time).Time();
-    if (!attributes.GetSingleValue(c_NAL_OID_MESSAGE_DIGEST, digest)) return c_signatureFails;
-    if (asnt::Reader(digest).Octets() != asnt::View(m_hash->value)) return c_signatureFails;
-    return hasType && asnt::Reader(type).Oid() != contentType ? c_contentTypeDiffers : c_signerHolds;
+    if (!attributes.GetSingleValue(c_NAL_OID_MESSAGE_DIGEST, digest)) return c_NAL_SIGNATURE_INVALID;
+    if (asnt::Reader(digest).Octets() != asnt::View(m_hash->value)) return c_NAL_SIGNATURE_INVALID;
+    return hasType && asnt::Reader(type).Oid() != contentType ? c_NAL_CONTENT_TYPE_INVALID : c_NAL_SIGNATURE_VALID;
 }
 
 DWORD SignerCheck::CheckWith(const CNALCertContext& cert) const {
-    if (m_status != c_signerHolds) return m_status;
-    return cert.IsValidTime(&m_signingTime) ? CheckSignature(cert) : c_signerOutOfTime;
+    if (m_status != c_NAL_SIGNATURE_VALID) return m_status;
+    return cert.IsValidTime(&m_signingTime) ? CheckSignature(cert) : c_NAL_SIGNING_TIME_INVALID;
 }
 
 DWORD SignerCheck::CheckSignature(const CNALCertContext& cert) const {
-    if (!cert.IsInitialized()) return c_signatureFails;
+    if (!cert.IsInitialized()) return c_NAL_SIGNATURE_INVALID;
     CNALCertPublicKeyInfo publicKey;
     try {
         publicKey = PublicKeyOf(*cert.GetContext());
     } catch (const XTOOStatus&) {
-        return c_signatureFails;
+        return c_NAL_SIGNATURE_INVALID;
     }
     return CheckSignature(publicKey);
 }
 
 DWORD SignerCheck::CheckSignature(const CNALCertPublicKeyInfo& publicKey) const {
-    if (m_status != c_signerHolds) return m_status;
-    if (!FitKey(m_signer, m_hash->algId, publicKey)) return c_signatureFails;
+    if (m_status != c_NAL_SIGNATURE_VALID) return m_status;
+    if (!FitKey(m_signer, m_hash->algId, publicKey)) return c_NAL_SIGNATURE_INVALID;
     const KeyHandle key = ImportPublicKey(m_provider, publicKey, c_context);
-    if (!key) return c_signatureFails;
-    if (HoldsUnder(key, m_signer.GetBytesToSign())) return c_signerHolds;
+    if (!key) return c_NAL_SIGNATURE_INVALID;
+    if (HoldsUnder(key, m_signer.GetBytesToSign())) return c_NAL_SIGNATURE_VALID;
     const CNALAttributesList& attributes = m_signer.signedAttrs;
     const bool mayHaveSorted = !attributes.empty() && !attributes.IsSorted();
-    return mayHaveSorted && HoldsUnder(key, m_signer.GetBytesToSign(asnt::Order::Sorted)) ? c_signerHolds : c_signatureFails;
+    return mayHaveSorted && HoldsUnder(key, m_signer.GetBytesToSign(asnt::Order::Sorted)) ? c_NAL_SIGNATURE_VALID : c_NAL_SIGNATURE_INVALID;
 }
 
 bool SignerCheck::HoldsUnder(const KeyHandle& key, const IdentObj& attributes) const {

@@ -3,18 +3,11 @@
 
 #include "nal/algorithm.h"
 #include "nal/context.h"
+#include "nal/signature_check.h"
 #include "nal/signed_data.h"
 #include "signer/content_hash.h"
 
 namespace nal {
-
-// What a check of a signer gives; 0 is a signature that holds.
-inline constexpr DWORD c_signerHolds = 0;
-inline constexpr DWORD c_signerUnknown = 0x80096002;      ///< no certificate of the signer was found
-inline constexpr DWORD c_signerOutOfTime = 0x80096005;    ///< the signing time lies outside the certificate's validity
-inline constexpr DWORD c_signatureFails = 0x80090006;     ///< other content, other attributes, or a signature that does not hold
-inline constexpr DWORD c_contentTypeDiffers = 0x80090005; ///< the signed content type is not the message's
-inline constexpr DWORD c_signerMayNotSign = 0x800B0110;   ///< the certificate is not one for signing
 
 /// The hash algorithm of a signer info; 0 when its digest algorithm is no hash that is known.
 DWORD HashAlgorithmOf(const CNALMessageSignerInfo& signer);
@@ -29,7 +22,7 @@ public:
     SignerCheck(unsigned long hProv, const CNALMessageSignerInfo& signer, const ContentHashes& content,
                 const CTOOString& contentType);
 
-    /// 0; or c_signatureFails or c_contentTypeDiffers, which no certificate mends: the attributes are missing, repeated, not
+    /// 0; or c_NAL_SIGNATURE_INVALID or c_NAL_CONTENT_TYPE_INVALID, which no certificate mends: the attributes are missing, repeated, not
     /// single-valued, or speak of another content.
     DWORD AttributesStatus() const { return m_status; }
 
@@ -37,8 +30,8 @@ public:
     const CTOOFileTime& SigningTime() const { return m_signingTime; }
 
     /// Checks against a candidate, which IsSignerOf has accepted.
-    /// @return AttributesStatus() when it is not 0; c_signerOutOfTime, c_signatureFails, or 0 when the signature holds under the
-    ///         certificate's key
+    /// @return AttributesStatus() when it is not 0; c_NAL_SIGNING_TIME_INVALID, c_NAL_SIGNATURE_INVALID, or 0 when the signature holds
+    ///         under the certificate's key
     /// @throws XTOOStatus when the provider cannot check (out of memory); nothing for damaged certificates or signatures
     DWORD CheckWith(const CNALCertContext& cert) const;
 

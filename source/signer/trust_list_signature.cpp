@@ -58,7 +58,7 @@ CNALMessageSignerInfo SignList(const CNALProvider& prov, unsigned long hKey, con
     CNALMessageSignerInfo signer = PrepareSigner(cert, info.hashAlgId, claims, 0, c_signContext);
     SignSigner(cert, info, signer);
     // A list that is delivered and then refused everywhere would be found out late.
-    if (SignerCheck(info.hProv, signer, hashes, c_NAL_OID_TRUST_LIST).CheckSignature(cert) != c_signerHolds) {
+    if (SignerCheck(info.hProv, signer, hashes, c_NAL_OID_TRUST_LIST).CheckSignature(cert) != c_NAL_SIGNATURE_VALID) {
         Refuse(TOO_E_BAD_SIGNATURE, c_signContext);
     }
     return signer;
@@ -110,7 +110,7 @@ SignedTrustList CheckTrustListSignature(const IdentObj& encoded) {
     hashes.Finish();
 
     const SignerCheck check(provider.Get(), signer, hashes, message.eContentType.GetID());
-    if (check.AttributesStatus() != c_signerHolds || signer.signedAttrs.Find(c_NAL_OID_CONTENT_TYPE) == nullptr) {
+    if (check.AttributesStatus() != c_NAL_SIGNATURE_VALID || signer.signedAttrs.Find(c_NAL_OID_CONTENT_TYPE) == nullptr) {
         Refuse(TOO_E_BAD_SIGNATURE, "the signature does not cover the list's type and content");
     }
     SignerCandidates candidates;
@@ -118,7 +118,7 @@ SignedTrustList CheckTrustListSignature(const IdentObj& encoded) {
     const std::vector<CNALCertContext> certs = candidates.Find(signer);
     if (certs.empty()) Refuse(TOO_E_NOT_FOUND, "the signer's certificate is not in the message");
     for (const CNALCertContext& cert : certs) {
-        if (check.CheckSignature(cert) != c_signerHolds) continue;
+        if (check.CheckSignature(cert) != c_NAL_SIGNATURE_VALID) continue;
         if (!MaySignTrustLists(cert)) Refuse(TOO_E_CERT_REFUSED, "the signer's certificate is not one for trust lists");
         return {std::move(message.eContent), cert, check.SigningTime()};
     }

@@ -21,10 +21,6 @@ inline IdentObj Hex(std::string digits) {
     return {bytes.data(), static_cast<unsigned>(bytes.size())};
 }
 
-inline IdentObj FromText(const std::string& text) {
-    return {text.data(), static_cast<unsigned>(text.size())};
-}
-
 inline CNALAlgorithmIdentifier Algorithm(const char* oid) {
     CNALAlgorithmIdentifier algorithm;
     algorithm.m_algorithm = FromText(oid);

@@ -8,7 +8,7 @@ namespace {
 using nal_test::Signatory;
 using nal_test::FromText;
 
-class FillSignerInfo : public nal_test::SigningTest {
+class FillSignerInfo : public nal_test::OneSignatureTest {
 protected:
     /// What a token does: signs the hash of the bytes that it is given, with the private hash after the content.
     static IdentObj SignOnToken(const Signatory& who, const IdentObj& content, const IdentObj& toBeSigned, DWORD hashAlgId) {
@@ -95,7 +95,7 @@ TEST_F(FillSignerInfo, TakesTheSignatureOfATokenInASecondCall) {
         too_testing::AdvanceClock(3600);  // a token may take its time
         ASSERT_EQ(TOO_OK, call(signature.GetData()));
         too_testing::ResetClock();
-        EXPECT_EQ(nal::c_signerHolds, Check(out, hashes, who.cert));
+        EXPECT_EQ(c_NAL_SIGNATURE_VALID, Check(out, hashes, who.cert));
         EXPECT_EQ(toBeSigned, out.GetBytesToSign());
 
         signature.GetData()[5] ^= 1;

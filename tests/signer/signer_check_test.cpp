@@ -20,7 +20,7 @@ using nal_test::Der;
 using nal_test::Signatory;
 using nal_test::FromText;
 
-class OneSignature : public nal_test::SigningTest {};
+class OneSignature : public nal_test::OneSignatureTest {};
 
 std::vector<CTOOString> TypesOf(const CNALMessageSignerInfo& signer) {
     std::vector<CTOOString> types;
@@ -49,8 +49,8 @@ TEST_F(OneSignature, EveryKeyWithItsHashSigns) {
             const IdentObj der = made.WriteData(nullptr);
             CNALMessageSignerInfo signer;
             ASSERT_EQ(der.GetSize(), signer.ReadData(der.GetData(), der.GetSize(), nullptr));
-            EXPECT_EQ(nal::c_signerHolds, Check(signer, hashes, who.cert)) << test.key;
-            EXPECT_EQ(nal::c_signatureFails, Check(signer, others, who.cert)) << test.key;
+            EXPECT_EQ(c_NAL_SIGNATURE_VALID, Check(signer, hashes, who.cert)) << test.key;
+            EXPECT_EQ(c_NAL_SIGNATURE_INVALID, Check(signer, others, who.cert)) << test.key;
             EXPECT_TRUE(nal::IsSignerOf(who.cert, signer));
             EXPECT_EQ(flags != 0 ? 3 : 1, signer.version);
             if (flags != 0) {
@@ -82,7 +82,7 @@ TEST_F(OneSignature, NoChangeOfAByteIsTakenForWhatWasSigned) {
                 CNALMessageSignerInfo signer;
                 int err = 0;
                 signer.ReadData(bad.GetData(), bad.GetSize(), &err);
-                if (err != TOO_OK || Check(signer, hashes, who.cert) != nal::c_signerHolds) continue;
+                if (err != TOO_OK || Check(signer, hashes, who.cert) != c_NAL_SIGNATURE_VALID) continue;
                 ++held;
                 EXPECT_TRUE(signer.signedAttrs == good.signedAttrs && signer.signature == good.signature) << at;
             }
@@ -118,22 +118,22 @@ TEST_F(OneSignature, AttributesAreJudged) {
         {"all three", all, 0},
         {"digest alone", [&](auto& list) { list.Add(c_NAL_OID_MESSAGE_DIGEST, digest); }, 0},
         {"a further one", [&](auto& list) { all(list), list.Add("1.2.3", null), list.Add("1.2.3", null); }, 0},
-        {"no digest", [&](auto& list) { list.Add(c_NAL_OID_CONTENT_TYPE, dataType); }, nal::c_signatureFails},
-        {"digest twice", [&](auto& list) { all(list), list.Add(c_NAL_OID_MESSAGE_DIGEST, digest); }, nal::c_signatureFails},
-        {"type twice", [&](auto& list) { all(list), list.Add(c_NAL_OID_CONTENT_TYPE, dataType); }, nal::c_signatureFails},
-        {"time twice", [&](auto& list) { all(list), list.Add(c_NAL_OID_SIGNING_TIME, now); }, nal::c_signatureFails},
-        {"two digests", [&](auto& list) { list.Add(two(c_NAL_OID_MESSAGE_DIGEST, digest)); }, nal::c_signatureFails},
-        {"digest of another type", [&](auto& list) { list.Add(c_NAL_OID_MESSAGE_DIGEST, null); }, nal::c_signatureFails},
+        {"no digest", [&](auto& list) { list.Add(c_NAL_OID_CONTENT_TYPE, dataType); }, c_NAL_SIGNATURE_INVALID},
+        {"digest twice", [&](auto& list) { all(list), list.Add(c_NAL_OID_MESSAGE_DIGEST, digest); }, c_NAL_SIGNATURE_INVALID},
+        {"type twice", [&](auto& list) { all(list), list.Add(c_NAL_OID_CONTENT_TYPE, dataType); }, c_NAL_SIGNATURE_INVALID},
+        {"time twice", [&](auto& list) { all(list), list.Add(c_NAL_OID_SIGNING_TIME, now); }, c_NAL_SIGNATURE_INVALID},
+        {"two digests", [&](auto& list) { list.Add(two(c_NAL_OID_MESSAGE_DIGEST, digest)); }, c_NAL_SIGNATURE_INVALID},
+        {"digest of another type", [&](auto& list) { list.Add(c_NAL_OID_MESSAGE_DIGEST, null); }, c_NAL_SIGNATURE_INVALID},
         {"time of another type",
-         [&](auto& list) { list.Add(c_NAL_OID_MESSAGE_DIGEST, digest), list.Add(c_NAL_OID_SIGNING_TIME, null); }, nal::c_signatureFails},
+         [&](auto& list) { list.Add(c_NAL_OID_MESSAGE_DIGEST, digest), list.Add(c_NAL_OID_SIGNING_TIME, null); }, c_NAL_SIGNATURE_INVALID},
         {"two types", [&](auto& list) { list.Add(c_NAL_OID_MESSAGE_DIGEST, digest), list.Add(two(c_NAL_OID_CONTENT_TYPE, dataType)); },
-         nal::c_signatureFails},
+         c_NAL_SIGNATURE_INVALID},
         {"another type",
          [&](auto& list) {
              list.Add(c_NAL_OID_MESSAGE_DIGEST, digest);
              list.Add(c_NAL_OID_CONTENT_TYPE, Der([](asnt::Writer& w) { w.Oid(c_NAL_OID_SIGNED_DATA); }));
          },
-         nal::c_contentTypeDiffers},
+         c_NAL_CONTENT_TYPE_INVALID},
     };
     for (const auto& test : cases) {
         CNALMessageSignerInfo signer = Sign(who, hashes);
@@ -149,9 +149,9 @@ TEST_F(OneSignature, AttributesAreJudged) {
     ASSERT_FALSE(signer.signedAttrs.IsSorted());
     for (const asnt::Order order : {asnt::Order::Sorted, asnt::Order::AsGiven}) {
         SignAgain(who, signer, signer.GetBytesToSign(order));
-        EXPECT_EQ(nal::c_signerHolds, Check(signer, hashes, who.cert));
+        EXPECT_EQ(c_NAL_SIGNATURE_VALID, Check(signer, hashes, who.cert));
     }
-    EXPECT_EQ(nal::c_contentTypeDiffers, Check(signer, hashes, who.cert, c_NAL_OID_TRUST_LIST));
+    EXPECT_EQ(c_NAL_CONTENT_TYPE_INVALID, Check(signer, hashes, who.cert, c_NAL_OID_TRUST_LIST));
 }
 
 TEST_F(OneSignature, WithoutAttributesItIsOverPlainContentOnly) {
@@ -164,21 +164,21 @@ TEST_F(OneSignature, WithoutAttributesItIsOverPlainContentOnly) {
     const CNALMessageSignerInfo full = bare;
     bare.signedAttrs.Clear();
     SignAgain(who, bare, content);
-    EXPECT_EQ(nal::c_signerHolds, Check(bare, hashes, who.cert));
-    EXPECT_EQ(nal::c_signatureFails, Check(bare, hashes, who.cert, c_NAL_OID_TRUST_LIST));
-    EXPECT_EQ(nal::c_signatureFails, Check(bare, Hashes(FromText("kontent")), who.cert));
+    EXPECT_EQ(c_NAL_SIGNATURE_VALID, Check(bare, hashes, who.cert));
+    EXPECT_EQ(c_NAL_SIGNATURE_INVALID, Check(bare, hashes, who.cert, c_NAL_OID_TRUST_LIST));
+    EXPECT_EQ(c_NAL_SIGNATURE_INVALID, Check(bare, Hashes(FromText("kontent")), who.cert));
 
     // The attributes of a message, put forward as the content of another.
     CNALMessageSignerInfo stripped = full;
     stripped.signedAttrs.Clear();
-    EXPECT_EQ(nal::c_signatureFails, Check(stripped, Hashes(attributes), who.cert));
+    EXPECT_EQ(c_NAL_SIGNATURE_INVALID, Check(stripped, Hashes(attributes), who.cert));
     // With the private hash content and attributes are one run of bytes, which could be cut elsewhere.
     CNALMessageSignerInfo joined = Sign(other, hashes, ORK_ALG_PRIVATE_HASH);
     IdentObj longer = content;
     const IdentObj tail = joined.GetBytesToSign();
     longer.Append(tail.GetData(), tail.GetSize());
     joined.signedAttrs.Clear();
-    EXPECT_EQ(nal::c_signatureFails, Check(joined, Hashes(longer), other.cert));
+    EXPECT_EQ(c_NAL_SIGNATURE_INVALID, Check(joined, Hashes(longer), other.cert));
 }
 
 TEST_F(OneSignature, OthersCertificatesAndAlgorithmsDoNotFit) {
@@ -186,29 +186,29 @@ TEST_F(OneSignature, OthersCertificatesAndAlgorithmsDoNotFit) {
     const nal::ContentHashes hashes = Hashes(content);
     const Signatory who = NewSignatory("Signer");
     const CNALMessageSignerInfo good = Sign(who, hashes);
-    EXPECT_EQ(nal::c_signatureFails, Check(good, hashes, NewSignatory("Signer").cert));
-    EXPECT_EQ(nal::c_signatureFails, Check(good, hashes, NewSignatory("Signer", ORK_ALG_GOST94_SIGN).cert));
-    EXPECT_EQ(nal::c_signatureFails, nal::SignerCheck(m_provider.Get(), good, hashes, c_NAL_OID_DATA).CheckSignature(CNALCertContext()));
+    EXPECT_EQ(c_NAL_SIGNATURE_INVALID, Check(good, hashes, NewSignatory("Signer").cert));
+    EXPECT_EQ(c_NAL_SIGNATURE_INVALID, Check(good, hashes, NewSignatory("Signer", ORK_ALG_GOST94_SIGN).cert));
+    EXPECT_EQ(c_NAL_SIGNATURE_INVALID, nal::SignerCheck(m_provider.Get(), good, hashes, c_NAL_OID_DATA).CheckSignature(CNALCertContext()));
     nal_test::CertBuilder noKey;
-    EXPECT_EQ(nal::c_signatureFails, Check(good, hashes, CNALCertContext(noKey.Build())));
+    EXPECT_EQ(c_NAL_SIGNATURE_INVALID, Check(good, hashes, CNALCertContext(noKey.Build())));
     for (const char* oid : {c_NAL_OID_KEY_GOST94, c_NAL_OID_HASH_GOST94, "1.2.840.113549.1.1.1", "1.2.643.2.2.4"}) {
         CNALMessageSignerInfo bad = good;
         bad.signatureAlgorithm.m_algorithm = FromText(oid);
-        EXPECT_EQ(nal::c_signatureFails, Check(bad, hashes, who.cert)) << oid;
+        EXPECT_EQ(c_NAL_SIGNATURE_INVALID, Check(bad, hashes, who.cert)) << oid;
     }
     for (const char* oid : {c_NAL_OID_HASH_PRIVATE, c_NAL_OID_KEY_GOST2001, c_NAL_OID_SIGN_GOST2001, "1.3.14.3.2.26"}) {
         CNALMessageSignerInfo bad = good;
         bad.digestAlgorithm.m_algorithm = FromText(oid);
-        EXPECT_EQ(nal::c_signatureFails, Check(bad, hashes, who.cert)) << oid;
+        EXPECT_EQ(c_NAL_SIGNATURE_INVALID, Check(bad, hashes, who.cert)) << oid;
     }
     for (const unsigned size : {0U, 1U, 63U, 65U, 5000U}) {
         CNALMessageSignerInfo bad = good;
         bad.signature.SetSize(size);
-        EXPECT_EQ(nal::c_signatureFails, Check(bad, hashes, who.cert)) << size;
+        EXPECT_EQ(c_NAL_SIGNATURE_INVALID, Check(bad, hashes, who.cert)) << size;
     }
     CNALMessageSignerInfo named = good;
     named.signatureAlgorithm.m_algorithm = FromText(c_NAL_OID_SIGN_GOST2001);
-    EXPECT_EQ(nal::c_signerHolds, Check(named, hashes, who.cert));
+    EXPECT_EQ(c_NAL_SIGNATURE_VALID, Check(named, hashes, who.cert));
     // A provider in trouble is no verdict.
     for (const char* call : {"ORKCreateHash", "ORKHashData", "ORKVerifySignature", "ORKImportPKInfo"}) {
         const too_testing::ScopedCallFailure failure(call, ORK_E_NO_MEMORY);
@@ -227,8 +227,8 @@ TEST_F(OneSignature, TheSigningTimeLiesInTheValidity) {
         DWORD status;
     } cases[] = {{nal_test::Date(2026, 2), 0},
                  {nal_test::Date(2026, 4), 0},
-                 {nal_test::Date(2026, 1, 31), nal::c_signerOutOfTime},
-                 {nal_test::Date(2051, 1, 1), nal::c_signerOutOfTime}};
+                 {nal_test::Date(2026, 1, 31), c_NAL_SIGNING_TIME_INVALID},
+                 {nal_test::Date(2051, 1, 1), c_NAL_SIGNING_TIME_INVALID}};
     for (const auto& test : cases) {
         CNALMessageSignerInfo signer;
         {
@@ -239,10 +239,10 @@ TEST_F(OneSignature, TheSigningTimeLiesInTheValidity) {
         nal::SignerCheck check(m_provider.Get(), signer, hashes, c_NAL_OID_DATA);
         EXPECT_EQ(CTOOFileTime(test.time), check.SigningTime());
         EXPECT_EQ(test.status, check.CheckWith(who.cert));
-        EXPECT_EQ(nal::c_signerHolds, check.CheckSignature(who.cert));
+        EXPECT_EQ(c_NAL_SIGNATURE_VALID, check.CheckSignature(who.cert));
         signer.signedAttrs.Remove(c_NAL_OID_SIGNING_TIME);
         SignAgain(who, signer, signer.GetBytesToSign());
-        EXPECT_EQ(nal::c_signerHolds, Check(signer, hashes, who.cert)) << "without a time the reference is now";
+        EXPECT_EQ(c_NAL_SIGNATURE_VALID, Check(signer, hashes, who.cert)) << "without a time the reference is now";
     }
 }
 
@@ -277,7 +277,7 @@ TEST_F(OneSignature, TheExampleOfTheStandardHolds) {
         if (signer.ReadData(info.GetData(), info.GetSize(), &err) == 0) return false;
         const nal::ContentHashes hashes = Hashes(read.eContent);
         const nal::SignerCheck check(m_provider.Get(), signer, hashes, read.eContentType.GetID());
-        return check.CheckSignature(key) == nal::c_signerHolds;
+        return check.CheckSignature(key) == c_NAL_SIGNATURE_VALID;
     };
     CNALSignData message;
     message.ReadObject(der.GetData(), der.GetSize(), nullptr);

@@ -12,12 +12,9 @@
 #include "signer/signer_match.h"
 #include "storage/signature_check.h"
 #include "support/authority.h"
+#include "support/hex.h"
 
 namespace nal_test {
-
-inline IdentObj FromText(const std::string& text) {
-    return {text.data(), static_cast<unsigned>(text.size())};
-}
 
 /// A key pair and its certificate.
 struct Signatory {
@@ -25,7 +22,7 @@ struct Signatory {
     CNALCertContext cert;
 };
 
-class SigningTest : public testing::Test {
+class OneSignatureTest : public testing::Test {
 protected:
     static void SetUpTestSuite() { s_authority.emplace(); }
     static void TearDownTestSuite() { s_authority.reset(); }
@@ -72,6 +69,6 @@ protected:
     nal::ContextHandle m_provider = nal::OpenVerifyProvider();
 };
 
-inline std::optional<Authority> SigningTest::s_authority;
+inline std::optional<Authority> OneSignatureTest::s_authority;
 
 }  // namespace nal_test

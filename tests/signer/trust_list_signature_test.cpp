@@ -12,7 +12,7 @@ using nal_test::Signatory;
 using nal_test::StatusOf;
 using nal_test::FromText;
 
-class TrustListSignature : public nal_test::SigningTest {
+class TrustListSignature : public nal_test::OneSignatureTest {
 protected:
     static CNALSignData Unsigned() {
         CNALSignData list;

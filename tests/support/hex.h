@@ -23,6 +23,11 @@ inline IdentObj FromHexText(std::string digits) {
     return {bytes.data(), static_cast<unsigned>(bytes.size())};
 }
 
+/// The bytes of a text, without its terminator.
+inline IdentObj FromText(const std::string& text) {
+    return {text.data(), static_cast<unsigned>(text.size())};
+}
+
 std::string ToHex(const void* data, std::size_t size);
 
 template <typename Container>

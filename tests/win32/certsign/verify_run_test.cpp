@@ -1,0 +1,347 @@
+// What keeps a verification from being carried out, and that it then leaves nothing behind; chains of signers; taking content out.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "nal/progress.h"
+#include "nal/trust_storages.h"
+#include "support/hex.h"
+#include "support/status_of.h"
+#include "too/testing.h"
+#include "win32/certsign/message_maker.h"
+
+namespace {
+
+using nal_test::FromText;
+using nal_test::Records;
+using nal_test::Signatory;
+using nal_test::Signing;
+using Chains = std::list<CERT_TRUST_STATUS>;
+
+class Run : public nal_test::MessageTest {
+protected:
+    static void SetUpTestSuite() {
+        MessageTest::SetUpTestSuite();
+        s_who.emplace(NewSignatory("Signer"));
+    }
+    static void TearDownTestSuite() {
+        s_who.reset();
+        MessageTest::TearDownTestSuite();
+    }
+
+    const IdentObj m_content = FromText("what was signed");
+    static std::optional<Signatory> s_who;
+};
+
+std::optional<Signatory> Run::s_who;
+
+TEST_F(Run, FailsWithAStatusAndAContext) {
+    const IdentObj attached = Encoded(MessageOf(m_content, {{&*s_who}}));
+    const IdentObj detached = Encoded(MessageOf(m_content, {{&*s_who}}, false));
+    const std::string message = Store("attached", attached);
+    const std::string alone = Store("detached", detached);
+    const std::string content = Store("content", m_content);
+    const std::string unsignedMessage = Store("unsigned", Encoded(MessageOf(m_content, {})));
+    const IdentObj garbage = FromText("not a message");
+    const struct {
+        const char* path;
+        const IdentObj* message;
+        std::string failure;
+    } files[] = {
+        {nullptr, nullptr, "28 NALVerifySignatureOnFile"},
+        {nullptr, &detached, "28 NALVerifySignatureOnFile"},
+        {"/no/such/file", nullptr, "4 NALVerifySignatureOnFile"},
+        {"/no/such/file", &detached, "4 NALVerifySignatureOnFile"},
+        {unsignedMessage.c_str(), nullptr, "140 " + unsignedMessage},
+        {alone.c_str(), nullptr, "42 " + alone},
+    };
+    Records records;
+    for (const auto& item : files) {
+        records.resize(3);
+        const auto verify = [&](int* err) { return NALVerifySignatureOnFile(records, item.path, item.message, nullptr, err); };
+        EXPECT_EQ(FailureOf([&] { verify(nullptr); }), item.failure);
+        EXPECT_TRUE(records.empty());
+        int err = 0;
+        EXPECT_EQ(verify(&err), 0);
+        EXPECT_EQ(std::to_string(err), item.failure.substr(0, item.failure.find(' ')));
+    }
+    EXPECT_EQ(FailureOf([&] { NALVerifySignatureOnFile(records, content.c_str(), nullptr, nullptr, nullptr); })
+                  .find("131 NALVerifySignatureOnFile: "),
+              0u);
+    EXPECT_EQ(FailureOf([&] { NALVerifySignatureOnFile(records, content.c_str(), &garbage, nullptr, nullptr); })
+                  .find("131 NALVerifySignatureOnFile: "),
+              0u);
+
+    WhatToSignStruct noPath = InFile(content);
+    noPath.data = nullptr;
+    WhatToSignStruct noBytes = InMemory(m_content);
+    noBytes.data = nullptr;
+    WhatToSignStruct backwards = InMemory(m_content);
+    backwards.start = backwards.end + 1;
+    WhatToSignStruct beyond = InFile(content);
+    beyond.end = 16;
+    WhatToSignStruct noPieces = InFile(content);
+    noPieces.flags |= c_NAL_CONTENT_IN_PIECES;
+    const struct {
+        WhatToSignStruct what;
+        IdentObj message;
+        std::string failure;
+    } data[] = {
+        {noPath, detached, "28 WhatToSignStruct "},
+        {noBytes, detached, "28 WhatToSignStruct "},
+        {backwards, detached, "37 WhatToSignStruct "},
+        {beyond, detached, "37 WhatToSignStruct "},
+        {noPieces, detached, "206 WhatToSignStruct "},
+        {InFile("/no/such/file"), detached, "4 /no/such/file"},
+        {{}, Encoded(MessageOf(m_content, {})), "140 NALVerifySignedData"},
+    };
+    for (const auto& item : data) {
+        records.resize(3);
+        EXPECT_EQ(FailureOf([&] { NALVerifySignedData(&records, item.what, item.message, nullptr, nullptr); }), item.failure);
+        EXPECT_TRUE(records.empty());
+    }
+    int err = -1;
+    EXPECT_EQ(NALVerifySignedData(nullptr, {}, attached, nullptr, &err), 1);
+    EXPECT_EQ(err, 0);
+}
+
+// Empty content can be signed, and in a message in memory it looks like none.
+TEST_F(Run, OfEmptyContentHolds) {
+    const IdentObj message = Encoded(MessageOf({}, {{&*s_who}}));
+    EXPECT_EQ(StatusesOf(RecordsOf(message)), std::vector<DWORD>{0});
+    Records records;
+    EXPECT_TRUE(NALVerifySignatureOnFile(records, Store("empty", message).c_str(), nullptr, nullptr, nullptr));
+    EXPECT_EQ(StatusesOf(records), std::vector<DWORD>{0});
+    EXPECT_TRUE(NALVerifySignatureOnFile(records, Store("nothing", {}).c_str(), &message, nullptr, nullptr));
+    EXPECT_EQ(StatusesOf(records), std::vector<DWORD>{0});
+}
+
+TEST_F(Run, FailsWhenTheProviderDoes) {
+    const IdentObj message = Encoded(MessageOf(m_content, {{&*s_who}}));
+    const std::string path = Store("attached", message);
+    const struct {
+        const char* call;
+        const char* context;
+    } cases[] = {{"ORKAcquireContext", "ORKHashData"},        {"ORKCreateHash", "ORKHashData"},
+                 {"ORKHashData", "ORKHashData"},              {"ORKDuplicateHash", "ORKGetHashParam"},
+                 {"ORKGetHashParam", "ORKGetHashParam"},      {"ORKVerifySignature", "NALVerifySignedData: SignerCheck"}};
+    for (const auto& item : cases) {
+        const too_testing::ScopedCallFailure failure(item.call, ORK_E_NO_MEMORY);
+        Records records;
+        EXPECT_EQ(FailureOf([&] { NALVerifySignedData(&records, {}, message, nullptr, nullptr); }), std::string("1 ") + item.context);
+        EXPECT_EQ(FailureOf([&] { NALVerifySignatureOnFile(records, path.c_str(), nullptr, nullptr, nullptr); })
+                      .find("1 NALVerifySignatureOnFile"),
+                  0u)
+            << item.call;
+        EXPECT_TRUE(records.empty());
+    }
+}
+
+/// What a progress handler does once the content is being read.
+struct Interference {
+    std::function<bool()> action;
+    unsigned calls = 0;
+
+    explicit Interference(std::function<bool()> what) : action(std::move(what)) {
+        NALSetProgressHandler(
+            [](std::uint64_t, std::uint64_t, void* self) {
+                auto& me = *static_cast<Interference*>(self);
+                return me.calls++ == 0 ? me.action() : true;
+            },
+            this);
+    }
+    ~Interference() { NALSetProgressHandler(nullptr, nullptr); }
+};
+
+TEST_F(Run, SurvivesFilesThatChangeUnderIt) {
+    const IdentObj content = FromText(std::string(1 << 20, 'x'));
+    const IdentObj attached = Encoded(MessageOf(content, {{&*s_who}}));
+    const IdentObj detached = Encoded(MessageOf(content, {{&*s_who}}, false));
+    const std::string path = m_folder.File("file");
+    for (const bool inMessage : {true, false}) {
+        const IdentObj& bytes = inMessage ? attached : detached;
+        const IdentObj& file = inMessage ? attached : content;
+        const auto verify = [&](const std::function<bool()>& action, Records& records) {
+            Store("file", file);
+            const Interference interference(action);
+            int err = -1;
+            NALVerifySignatureOnFile(records, path.c_str(), inMessage ? nullptr : &bytes, nullptr, &err);
+            EXPECT_GT(interference.calls, 0u);
+            return err;
+        };
+        Records records;
+        EXPECT_EQ(verify([] { return true; }, records), 0);
+        EXPECT_EQ(StatusesOf(records), std::vector<DWORD>{0});
+        EXPECT_EQ(verify([] { return false; }, records), TOO_E_CANCELLED);
+        EXPECT_TRUE(records.empty());
+        EXPECT_EQ(verify([&] { return std::filesystem::resize_file(path, 100000), true; }, records), TOO_E_READ);
+        EXPECT_TRUE(records.empty());
+        // A name is no file: what was opened is read to its end.
+        EXPECT_EQ(verify([&] { return std::filesystem::remove(path); }, records), 0);
+        EXPECT_EQ(StatusesOf(records), std::vector<DWORD>{0});
+        EXPECT_EQ(verify([&] { return std::filesystem::resize_file(path, file.GetSize() + 100), true; }, records), 0);
+        EXPECT_EQ(StatusesOf(records), std::vector<DWORD>{0});
+    }
+}
+
+class SignerChain : public Run {
+protected:
+    SignerChain() {
+        std::filesystem::create_directories(m_folder.File("home/trust"));
+        setenv("NAL_HOME", m_folder.File("home").c_str(), 1);
+        m_VPN_TrustStorages.Reset();
+    }
+    ~SignerChain() override {
+        unsetenv("NAL_HOME");
+        m_VPN_TrustStorages.Reset();
+    }
+
+    void Trust(const std::vector<IdentObj>& certs, const std::vector<IdentObj>& crls) {
+        CNALString name(m_folder.File("home/trust/trusted.dat").c_str());
+        CNALCertStorage storage(name, CERT_STORE_PROV_FILENAME_A, 0, 0, nullptr);
+        for (const IdentObj& cert : certs) EXPECT_TRUE(storage.AddEncodetCertificate(cert, X509_ASN_ENCODING));
+        for (const IdentObj& crl : crls) EXPECT_TRUE(storage.AddEncodetCRL(crl, X509_ASN_ENCODING));
+        storage.CloseStorage();
+        m_VPN_TrustStorages.Reset();
+    }
+
+    static DWORD ChainOf(const CNALSignData& message, const CNALCertStorage* storage = nullptr, DWORD status = 0) {
+        Records records;
+        Chains chains;
+        EXPECT_EQ(NALVerifySignedData(records, chains, {}, Encoded(message), storage, nullptr), 1);
+        EXPECT_EQ(StatusesOf(records), std::vector<DWORD>{status});
+        EXPECT_EQ(chains.size(), 1u);
+        EXPECT_EQ(chains.front().dwInfoStatus, 0u);
+        return chains.front().dwErrorStatus;
+    }
+};
+
+TEST_F(SignerChain, LeadsToATrustedRootOrSaysWhyNot) {
+    const keycentre::Issuer& root = s_authority->root;
+    const IdentObj rootCrl = root.MakeCrl({});
+    const keycentre::Issuer middle = root.CertifyIssuer(s_authority->NewKey(), keycentre::Name("CN=Middle"), keycentre::CaProfile());
+    keycentre::KeyPair key = s_authority->NewKey();
+    const CNALCertContext cert(middle.Certify(keycentre::Name("CN=Below"), key.GetPublicKey(), ValidFrom(-1, 30)));
+    const Signatory below{std::move(key), cert};
+    const CNALSignData direct = MessageOf(m_content, {{&*s_who}});
+    CNALSignData indirect = MessageOf(m_content, {{&below}});
+    // Nothing is known of a certificate without issuer, so every check counts as failed.
+    constexpr DWORD noIssuer = CERT_TRUST_IS_PARTIAL_CHAIN | CERT_TRUST_IS_NOT_SIGNATURE_VALID | CERT_TRUST_IS_NOT_TIME_VALID |
+                               CERT_TRUST_IS_REVOKED;
+    EXPECT_EQ(ChainOf(direct), noIssuer);
+    // A message cannot make its own root trusted.
+    CNALSignData withRoot = direct;
+    withRoot.certificates.push_back(root.GetCertificate());
+    withRoot.crls.push_back(rootCrl);
+    EXPECT_EQ(ChainOf(withRoot), DWORD{CERT_TRUST_IS_UNTRUSTED_ROOT});
+    const CNALCertStorage rootStorage = StorageOf({root.GetContext()});
+    EXPECT_NE(ChainOf(direct, &rootStorage) & CERT_TRUST_IS_UNTRUSTED_ROOT, 0u);
+
+    Trust({root.GetCertificate()}, {rootCrl});
+    EXPECT_EQ(ChainOf(direct), 0u);
+    EXPECT_EQ(ChainOf(withRoot), 0u);
+    // An issuer between may come from the message or the storage; its CRL is needed.
+    EXPECT_EQ(ChainOf(indirect), noIssuer);
+    indirect.certificates.push_back(middle.GetCertificate());
+    EXPECT_EQ(ChainOf(indirect), DWORD{CERT_TRUST_REVOCATION_STATUS_UNKNOWN});
+    indirect.crls = {middle.MakeCrl({})};
+    EXPECT_EQ(ChainOf(indirect), 0u);
+    keycentre::CrlProfile old;
+    old.thisUpdate = DaysFromNow(-10);
+    old.nextUpdate = DaysFromNow(-5);
+    indirect.crls = {middle.MakeCrl(old)};
+    EXPECT_EQ(ChainOf(indirect), DWORD{CERT_TRUST_REVOCATION_STATUS_UNKNOWN});
+    indirect.certificates.pop_back();
+    indirect.crls.clear();
+    CNALCertStorage storage = StorageOf({middle.GetContext()});
+    EXPECT_TRUE(storage.AddEncodetCRL(middle.MakeCrl({}), X509_ASN_ENCODING));
+    EXPECT_EQ(ChainOf(indirect, &storage), 0u);
+
+    keycentre::CrlProfile revoking;
+    revoking.counter = 2;
+    revoking.revoked.push_back({CNALCertInfo(*s_who->cert.GetContext()).m_serialNumber, {}, {}});
+    Trust({root.GetCertificate()}, {root.MakeCrl(revoking)});
+    EXPECT_EQ(ChainOf(direct), DWORD{CERT_TRUST_IS_REVOKED});
+
+    // A good chain mends no signature, and nothing else does.
+    CNALSignData changed = direct;
+    changed.eContent = FromText("something else");
+    EXPECT_EQ(ChainOf(changed, nullptr, c_NAL_SIGNATURE_INVALID), DWORD{CERT_TRUST_IS_REVOKED});
+    changed.certificates.clear();
+    EXPECT_EQ(ChainOf(changed, nullptr, c_NAL_SIGNATURE_INVALID), DWORD{CERT_TRUST_IS_PARTIAL_CHAIN});
+}
+
+TEST_F(SignerChain, IsGivenForFilesToo) {
+    Trust({s_authority->root.GetCertificate()}, {s_authority->root.MakeCrl({})});
+    const std::string path = Store("message", Encoded(MessageOf(m_content, {{&*s_who}, {&*s_who}})));
+    Records records;
+    Chains chains(5);
+    EXPECT_TRUE(NALVerifySignatureOnFile(records, chains, path.c_str(), nullptr, nullptr, nullptr));
+    ASSERT_EQ(chains.size(), 2u);
+    EXPECT_EQ(chains.back().dwErrorStatus, 0u);
+    int err = 0;
+    EXPECT_FALSE(NALVerifySignatureOnFile(records, chains, m_folder.File("none").c_str(), nullptr, nullptr, &err));
+    EXPECT_TRUE(records.empty() && chains.empty());
+}
+
+class Removal : public Run {};
+
+TEST_F(Removal, LeavesTheContentAndGivesTheMessage) {
+    const IdentObj message = Encoded(MessageOf(m_content, {{&*s_who}}));
+    const std::string source = Store("message", message);
+    const std::string target = m_folder.File("content");
+    IdentObj again;
+    EXPECT_EQ(NALRemoveSignaturesFromFile(source.c_str(), target.c_str(), &again, nullptr), 1);
+    EXPECT_EQ(Load(target), m_content);
+    EXPECT_EQ(again, message);
+    EXPECT_EQ(Load(source), message);
+    again.Clear();
+    EXPECT_EQ(NALRemoveSignaturesFromFile(source.c_str(), nullptr, &again, nullptr), 1);
+    EXPECT_EQ(again, message);
+    EXPECT_EQ(NALRemoveSignaturesFromFile(source.c_str(), source.c_str(), nullptr, nullptr), 1);
+    EXPECT_EQ(Load(source), m_content);
+}
+
+TEST_F(Removal, ThatFailsChangesNothing) {
+    const IdentObj message = Encoded(MessageOf(FromText(std::string(300000, 'x')), {{&*s_who}}));
+    const std::string source = Store("message", message);
+    const std::string target = Store("target", FromText("before"));
+    const std::string detached = Store("detached", Encoded(MessageOf(m_content, {{&*s_who}}, false)));
+    const std::string garbage = Store("garbage", FromText("not a message"));
+    IdentObj out = FromText("before");
+    const struct {
+        const char* source;
+        const char* target;
+        IdentObj* message;
+        std::string failure;
+    } cases[] = {{nullptr, target.c_str(), &out, "28 NALRemoveSignaturesFromFile"},
+                 {source.c_str(), nullptr, nullptr, "28 NALRemoveSignaturesFromFile"},
+                 {"/no/such/file", target.c_str(), &out, "4 /no/such/file"},
+                 {detached.c_str(), target.c_str(), &out, "42 NALRemoveSignaturesFromFile"},
+                 {garbage.c_str(), target.c_str(), &out, "205 NALRemoveSignaturesFromFile"}};
+    for (const auto& item : cases) {
+        EXPECT_EQ(FailureOf([&] { NALRemoveSignaturesFromFile(item.source, item.target, item.message, nullptr); }), item.failure);
+    }
+    for (const std::string& where : {target, source}) {
+        int done = 0;
+        for (unsigned step = 1; done == 0; ++step) {
+            Store("message", message);
+            Store("target", FromText("before"));
+            out = FromText("before");
+            const IdentObj before = Load(where);
+            int err = 0;
+            {
+                const too_testing::ScopedStepFailure full(step);
+                done = NALRemoveSignaturesFromFile(source.c_str(), where.c_str(), &out, &err);
+            }
+            // Once the file is in place, only making its name durable may fail.
+            if (done != 0 || Load(where) != before) continue;
+            EXPECT_EQ(err, TOO_E_DISK_FULL) << step;
+            EXPECT_EQ(out, FromText("before"));
+            EXPECT_EQ(Load(source), message);
+        }
+    }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(m_folder.Path()), {}), 4);
+}
+
+}  // namespace

@@ -67,9 +67,14 @@ SecureBytes PrivateKey::Agree(const PublicKey& peer, ByteView ukm, const HashPar
         }
     }
     const SecureBytes common = SchemeOf(*m_parameters).CommonSecret(*m_parameters, m_secret, peer.Bytes(), ukm);
-    Hash hash(hashParameters);
-    hash.Update(common);
-    return hash.FinishSecret();
+    SecureBytes kek;
+    // The hash leaves its value on the stack.
+    WithWipedStack([&] {
+        Hash hash(hashParameters);
+        hash.Update(common);
+        kek = hash.FinishSecret();
+    });
+    return kek;
 }
 
 }  // namespace nalhost::crypto

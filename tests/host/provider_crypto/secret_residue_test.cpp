@@ -1,11 +1,15 @@
 // No operation may leave a secret behind in memory that can be swapped out, the memory that it has released included.
 #include <gcrypt.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -75,6 +79,33 @@ int Residue(ByteView secret) {
     return count;
 }
 
+// Runs an action on a stack that nothing is called on afterwards, so that what it leaves there is not overwritten by
+// chance.
+class OwnStack {
+public:
+    template <typename Action>
+    void Run(Action action) {
+        pthread_attr_t attributes;
+        pthread_attr_init(&attributes);
+        ASSERT_EQ(0, pthread_attr_setstack(&attributes, m_memory.get(), c_size));
+        pthread_t thread;
+        auto call = [](void* called) -> void* {
+            (*static_cast<Action*>(called))();
+            return nullptr;
+        };
+        ASSERT_EQ(0, pthread_create(&thread, &attributes, call, &action));
+        pthread_join(thread, nullptr);
+        pthread_attr_destroy(&attributes);
+    }
+
+private:
+    static constexpr std::size_t c_size = 512 << 10;
+    struct Free {
+        void operator()(void* memory) const { std::free(memory); }
+    };
+    std::unique_ptr<void, Free> m_memory{std::aligned_alloc(4096, c_size)};
+};
+
 class SecretResidue : public testing::Test {
 protected:
     void SetUp() override {
@@ -82,32 +113,39 @@ protected:
         GTEST_SKIP() << "a sanitizer is at work";
 #endif
         if (GetSecureMemoryState() == SecureMemoryState::kDisabled) GTEST_SKIP() << "no secure memory";
+        // The first search binds the calls that it makes in other libraries, which leaves registers on the stack.
+        Residue(RandomSecret(32));
     }
 };
 
 TEST_F(SecretResidue, IsSeenWhenThereIsSome) {
     const SecureBytes secret = RandomSecret(32);
     const std::vector<std::uint8_t> spilt(secret.begin(), secret.end());
-    EXPECT_EQ(2, Residue(secret));
+    EXPECT_LE(2, Residue(secret));
 }
 
 TEST_F(SecretResidue, OfRandomNumbers) {
-    const SecureBytes secret = RandomSecret(32);
+    OwnStack stack;
+    SecureBytes secret;
+    stack.Run([&] { secret = RandomSecret(32); });
     EXPECT_EQ(0, Residue(secret));
 }
 
 TEST_F(SecretResidue, OfKeyPairs) {
     for (const KeyParameters& set : AllKeyParameters()) {
         SCOPED_TRACE(set.oid);
-        const PrivateKey key = PrivateKey::Generate(set);
-        EXPECT_EQ(0, Residue(key.Secret())) << "generation";
-        const PublicKey publicKey = key.DerivePublicKey();
-        EXPECT_EQ(0, Residue(key.Secret())) << "derivation";
-        key.Sign(Digest{});
-        EXPECT_EQ(0, Residue(key.Secret())) << "signature";
-        const SecureBytes ukm = RandomSecret(kUkmSize);
-        const SecureBytes kek = key.Agree(publicKey, ukm);
-        EXPECT_EQ(0, Residue(key.Secret())) << "agreement";
+        OwnStack stack;
+        std::optional<PrivateKey> key;
+        std::optional<PublicKey> publicKey;
+        SecureBytes kek;
+        stack.Run([&] { key = PrivateKey::Generate(set); });
+        EXPECT_EQ(0, Residue(key->Secret())) << "generation";
+        stack.Run([&] { publicKey = key->DerivePublicKey(); });
+        EXPECT_EQ(0, Residue(key->Secret())) << "derivation";
+        stack.Run([&] { key->Sign(Digest{}); });
+        EXPECT_EQ(0, Residue(key->Secret())) << "signature";
+        stack.Run([&] { kek = key->Agree(*publicKey, RandomSecret(kUkmSize)); });
+        EXPECT_EQ(0, Residue(key->Secret())) << "agreement";
         EXPECT_EQ(0, Residue(kek)) << "agreed key";
     }
 }
@@ -120,7 +158,9 @@ TEST_F(SecretResidue, OfNonces) {
         const PrivateKey key = PrivateKey::Generate(set);
         Digest digest{};
         digest[0] = 7;
-        const Signature signature = key.Sign(digest);
+        OwnStack stack;
+        Signature signature;
+        stack.Run([&] { signature = key.Sign(digest); });
         gcry_ctx_t opened = nullptr;
         ASSERT_EQ(0U, gcry_mpi_ec_new(&opened, nullptr, set.oid));
         const ContextPtr context(opened);
@@ -129,12 +169,14 @@ TEST_F(SecretResidue, OfNonces) {
         const MpiPtr s = MpiFromLittleEndian(ByteView(signature).last(32), false);
         const MpiPtr inverse = NewMpi(256, false);
         gcry_mpi_invm(inverse.get(), MpiFromLittleEndian(digest, false).get(), order.get());
-        const MpiPtr nonce = NewMpi(512, true);
-        gcry_mpi_mulm(nonce.get(), MpiFromLittleEndian(key.Secret(), true).get(), r.get(), order.get());
-        gcry_mpi_subm(nonce.get(), s.get(), nonce.get(), order.get());
-        gcry_mpi_mulm(nonce.get(), nonce.get(), inverse.get(), order.get());
         SecureBytes bytes(32);
-        MpiToLittleEndian(nonce.get(), bytes.Span());
+        WithWipedStack([&] {
+            const MpiPtr nonce = NewMpi(512, true);
+            gcry_mpi_mulm(nonce.get(), MpiFromLittleEndian(key.Secret(), true).get(), r.get(), order.get());
+            gcry_mpi_subm(nonce.get(), s.get(), nonce.get(), order.get());
+            gcry_mpi_mulm(nonce.get(), nonce.get(), inverse.get(), order.get());
+            MpiToLittleEndian(nonce.get(), bytes.Span());
+        });
         EXPECT_EQ(0, Residue(bytes));
         // It is the nonce: its public key has r as its x, modulo the order.
         const PublicKey point = PrivateKey::Import(set, bytes).DerivePublicKey();

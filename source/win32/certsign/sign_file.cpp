@@ -1,4 +1,6 @@
 // NALSignFile and its variant for keys outside the provider: a file becomes a signature file, or gets one more signature.
+#include <filesystem>
+
 #include "cms/outgoing_message.h"
 #include "frame/failure.h"
 #include "nal/user.h"
@@ -15,6 +17,13 @@ constexpr char c_createContext[] = "NALSignFile::ORKCreateHash";
 constexpr char c_keyContext[] = "NALGetKeyData";
 constexpr char c_tokenContext[] = "NALCreatePSevenS";
 constexpr std::int32_t c_versionWithoutCertificate = 3;
+
+/// What a link names: signing in place replaces the file, not a link to it.
+CTOOString FileItself(const CTOOString& path) {
+    std::error_code error;
+    const std::filesystem::path itself = std::filesystem::canonical(path.c_str(), error);
+    return error ? path : CTOOString(itself.string());
+}
 
 /// One run: the source with the signatures that it has, and where the result goes.
 class FileSigning {
@@ -34,7 +43,7 @@ public:
         nal::AddSigner(m_message, placeholder, cert, flags);
         m_outgoing = std::make_unique<nal::OutgoingMessage>(m_message, context);
         const bool isElsewhere = outPath != nullptr && m_source.File().GetName().CompareNoCase(outPath) != 0;
-        m_target = isElsewhere ? CTOOString(outPath) : m_source.File().GetName();
+        m_target = isElsewhere ? CTOOString(outPath) : FileItself(m_source.File().GetName());
     }
 
     /// Hashes the content and writes nothing.

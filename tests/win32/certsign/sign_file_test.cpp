@@ -66,6 +66,13 @@ TEST_F(SignFile, InPlaceWhenNoOtherPathIsNamed) {
         EXPECT_EQ((Statuses{0, 0}), Check(ReadFrom(source))) << out;
         EXPECT_EQ(bytes.size(), Read(Loaded(source)).eContent.GetSize());
     }
+    // By a link: the file is signed, and the link still names it.
+    const std::string source = Stored("source", bytes);
+    const std::string link = m_folder.File("link");
+    std::filesystem::create_symlink(source, link);
+    ASSERT_EQ(TOO_OK, Status(*s_ann, link, nullptr, 0));
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_EQ(Statuses{0}, Check(ReadFrom(source)));
 }
 
 TEST_F(SignFile, AddsToSignatureFiles) {
@@ -104,9 +111,10 @@ TEST_F(SignFile, AddsToSignatureFiles) {
     EXPECT_EQ(changed, Loaded(one));
 
     // Content in pieces, as others write it: an indefinite OCTET STRING of two.
-    const std::string pieces = std::string("\x30\x80\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07\x02\xA0\x80\x30\x80\x02\x01\x01\x31\x00", 22) +
-                               std::string("\x30\x80\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01\xA0\x80\x24\x80\x04\x02hi\x04\x03yes", 26) +
-                               std::string("\0\0\0\0\0\0\x31\0\0\0\0\0\0\0", 14);
+    const std::string pieces =
+        std::string("\x30\x80\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07\x02\xA0\x80\x30\x80\x02\x01\x01\x31\x00", 22) +
+        std::string("\x30\x80\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01\xA0\x80\x24\x80\x04\x02hi\x04\x03yes", 26) +
+        std::string("\0\0\0\0\0\0\x31\0\0\0\0\0\0\0", 14);
     const std::string inPieces = Stored("pieces", pieces);
     ASSERT_EQ(TOO_OK, Status(*s_bob, inPieces, nullptr, c_NAL_SIGN_ADD_TO_FILE));
     EXPECT_EQ(Statuses{0}, Check(ReadFrom(inPieces), "hiyes"));

@@ -96,7 +96,12 @@ Container Container::Create(const ContainerName& name) {
     Container container(name.path);
     const ContainerLock lock(name.path);
     Require(!CTOOFile::Exists(name.path), ORK_E_EXISTS);
-    container.Store(ContainerFile::Make(), nullptr, {});
+    try {
+        container.Store(ContainerFile::Make(), nullptr, {});
+    } catch (const XTOOStatus&) {
+        CTOOFile::Delete(name.path);  // it is there when only making its name durable failed
+        throw;
+    }
     return container;
 }
 

@@ -6,6 +6,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "too/last_error.h"
 
@@ -33,6 +34,16 @@ std::map<std::string, FailingCall, std::less<>>& FailingCalls() {
     static std::map<std::string, FailingCall, std::less<>> calls;
     return calls;
 }
+struct AwaitedCall {
+    std::string name;
+    unsigned left = 0;  // calls up to the one that is awaited
+    std::function<void()> action;
+};
+AwaitedCall& Awaited() {
+    static AwaitedCall call;
+    return call;
+}
+
 bool g_isCounting = false;
 std::map<std::string, unsigned, std::less<>>& CallCounts() {
     static std::map<std::string, unsigned, std::less<>> counts;
@@ -50,6 +61,14 @@ void SetSteps(StepMode mode, unsigned first, unsigned last, int error) {
 
 bool IsBadStep(StepMode mode, unsigned step) {
     return (mode == StepMode::fail || mode == StepMode::kill) && step >= g_firstBadStep && step <= g_lastBadStep;
+}
+
+/// What is to be done before this call, if it is the one that is awaited.
+std::function<void()> TakeAwaited(const char* name) {
+    std::lock_guard lock(g_callsMutex);
+    AwaitedCall& call = Awaited();
+    if (call.left == 0 || call.name != name || --call.left != 0) return {};
+    return std::exchange(call.action, {});
 }
 
 }  // namespace
@@ -90,13 +109,14 @@ void FailCall(const char* name, DWORD lastError, unsigned nth, unsigned count) {
     } else {
         FailingCalls()[name] = {lastError, nth, count == 0 ? std::numeric_limits<unsigned>::max() : count};
     }
-    g_callsArmed = g_isCounting || !FailingCalls().empty();
+    g_callsArmed = g_isCounting || Awaited().left != 0 || !FailingCalls().empty();
 }
 
 void ResetCalls() {
     std::lock_guard lock(g_callsMutex);
     FailingCalls().clear();
     CallCounts().clear();
+    Awaited() = AwaitedCall();
     g_isCounting = false;
     g_callsArmed = false;
 }
@@ -108,6 +128,12 @@ void CountCalls() {
     g_callsArmed = true;
 }
 
+void BeforeCall(const char* name, unsigned nth, std::function<void()> action) {
+    std::lock_guard lock(g_callsMutex);
+    Awaited() = {name, nth, std::move(action)};
+    g_callsArmed = true;
+}
+
 unsigned GetCallCount(const char* name) {
     std::lock_guard lock(g_callsMutex);
     const auto found = CallCounts().find(std::string_view(name));
@@ -116,6 +142,7 @@ unsigned GetCallCount(const char* name) {
 
 bool CallFails(const char* name) {
     if (!g_callsArmed.load(std::memory_order_relaxed)) return false;
+    if (const std::function<void()> action = TakeAwaited(name)) action();
     std::lock_guard lock(g_callsMutex);
     if (g_isCounting) ++CallCounts()[name];
     const auto found = FailingCalls().find(std::string_view(name));

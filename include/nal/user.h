@@ -205,8 +205,9 @@ public:
 
     /// Moves all keys with their certificates into a new container, which the user has open afterwards; the old one is deleted.
     ///
-    /// A failure before the old container is deleted deletes the new one, and the user keeps the old one. A process that dies leaves
-    /// the old one whole, or the new one, or both; as long as the old one is there, it is the one that counts.
+    /// Handles that GetUserKey gave out end with the move. A failure before the old container is deleted deletes the new one, and the
+    /// user keeps the old one. A process that dies leaves the old one whole, or the new one; as long as the old one is there, it is
+    /// the one that counts, and the new one may be deleted.
     /// The new container gets no password by this form: see the other one.
     /// @param newPath     a path or bare name that no container has
     /// @param newPIN      empty for none
@@ -272,7 +273,9 @@ private:
     unsigned long FindOpenKey(const IdentObj& publicKey) const;
     unsigned long FindKeyOf(const CNALCertContext& cert) const;
     void MakeKeyPair(DWORD algId);
-    void Bind(const CNALCertContext& cert, const char* function);
+    void MakeKeysFor(const CTOOString& algOID, const CTOOString& paramOID);
+    void OpenAsSigner();
+    void Bind(const CNALCertContext& cert, const char* function, const char* failureText);
 
     CNALCertContext m_certificate;
     CNALCertPublicKeyInfo m_newPublicKey;

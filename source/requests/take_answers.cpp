@@ -4,44 +4,16 @@
 
 #include "frame/failure.h"
 #include "nal/certificate.h"
-#include "nal/pkcs10.h"
 #include "nal/request_context.h"
 #include "nal/storage.h"
 #include "requests/request_folder.h"
+#include "requests/request_lookup.h"
 #include "storage/cert_reader.h"
 #include "too/file.h"
 #include "too/path.h"
 #include "trust/transport_folder.h"
 
 namespace {
-
-/// A storage of requests, open for the intake.
-class OpenStorage {
-public:
-    /// @throws XTOOStatus
-    explicit OpenStorage(const CTOOString& path) {
-        NALCertOpenReqStorage(CERT_STORE_PROV_FILENAME_A, path.c_str(), 0, &m_handle, nullptr, nullptr);
-    }
-    ~OpenStorage() { NALCertCloseReqStore(m_handle, 0); }
-    OpenStorage(const OpenStorage&) = delete;
-    OpenStorage& operator=(const OpenStorage&) = delete;
-
-    CNALReqContextStorage& Get() const { return *CNALReqContextStorage::FromHandle(m_handle); }
-
-private:
-    unsigned long m_handle = 0;
-};
-
-/// The public key that a request asks for; empty when the request does not decode.
-IdentObj KeyOf(const CRYPTOAPI_BLOB& request) {
-    try {
-        CNALPKCS10Request decoded;
-        decoded.ReadData(request.pbData, request.cbData);
-        return decoded.GetData().m_publicKey.WriteData();
-    } catch (const XTOOStatus&) {
-        return {};
-    }
-}
 
 /// One file of answers against the request storages of its kind.
 class Intake {
@@ -88,8 +60,8 @@ private:
         const IdentObj serial = nal::SerialOf(*cert.GetContext());
         try {
             for (const CTOOString& path : storages) {
-                const OpenStorage storage(path);
-                CNALCertReqContext request = Find(storage.Get(), nal::PublicKeyOf(*cert.GetContext()).WriteData());
+                const nal::OpenRequestStorage storage(path);
+                CNALCertReqContext request = nal::FindRequestFor(storage.Get(), nal::PublicKeyOf(*cert.GetContext()).WriteData());
                 if (!request) continue;
                 Bind(storage.Get(), request, cert, answers, serial);
                 return;
@@ -98,14 +70,6 @@ private:
         } catch (const XTOOStatus& status) {
             Report(serial, status.GetCode(), false, status.what());
         }
-    }
-
-    static CNALCertReqContext Find(CNALReqContextStorage& storage, const IdentObj& key) {
-        CNALCertReqContext request;
-        do {
-            request.Attach(storage.EnumContexts(request.Detach()));
-        } while (request && KeyOf(request->Request) != key);
-        return request;
     }
 
     void Bind(CNALReqContextStorage& storage, CNALCertReqContext& request, const CNALCertContext& cert, const CNALCertStorage& answers,

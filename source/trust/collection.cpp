@@ -10,14 +10,13 @@
 #include "too/folder.h"
 #include "too/path.h"
 #include "trust/list_file.h"
+#include "trust/network_identifier.h"
 #include "trust/transport_folder.h"
 
 namespace {
 
 using Lock = boost::recursive_mutex::scoped_lock;
 
-constexpr char c_common[] = "0000";
-constexpr std::size_t c_idLength = 4;
 constexpr unsigned c_allChecks = 7;
 constexpr unsigned c_noIssuer = CERT_STORE_NO_ISSUER_FLAG;
 constexpr unsigned c_noCrl = CERT_STORE_NO_CRL_FLAG;
@@ -34,51 +33,14 @@ constexpr ListKind c_listKinds[] = {
     {NAL_STORAGE_USERS, "_usr.p7b"},
 };
 
-bool IsIdentifier(std::string_view text) {
-    return text.size() == c_idLength && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
-}
-
 /// The kind of a list's name; 0 for a name that no list has, so that no path is built from anything else.
 unsigned KindOf(const CTOOString& name) {
     const std::string_view text = name.view();
-    if (text.size() <= c_idLength || !IsIdentifier(text.substr(0, c_idLength))) return 0;
+    if (text.size() <= nal::c_networkIdLength || !nal::IsNetworkIdentifier(text.substr(0, nal::c_networkIdLength))) return 0;
     for (const ListKind& list : c_listKinds) {
-        if (text.substr(c_idLength) == list.suffix) return list.kind;
+        if (text.substr(nal::c_networkIdLength) == list.suffix) return list.kind;
     }
     return 0;
-}
-
-CTOOString TextOf(const CTOOCryptBitBlob& uniqueId) {
-    std::string text;
-    for (unsigned i = 0; i < uniqueId.m_data.GetSize(); ++i) {
-        const char c = static_cast<char>(uniqueId.m_data.GetData()[i]);
-        text += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    }
-    return text;
-}
-
-/// The first four stored bytes as a number of eight digits.
-CTOOString TextOf(const IdentObj& serial) {
-    constexpr unsigned size = 16;
-    constexpr unsigned numberSize = 4;
-    const bool fits = serial.GetSize() == size || (serial.GetSize() == size + 1 && serial.GetData()[size] == 0);
-    if (!fits) return {};
-    constexpr char digits[] = "0123456789abcdef";
-    std::string text;
-    for (unsigned i = numberSize; i-- > 0;) {
-        text += digits[serial.GetData()[i] >> 4];
-        text += digits[serial.GetData()[i] & 15];
-    }
-    return text;
-}
-
-/// The text that tells a certificate's network, and more behind that; empty when there is none.
-CTOOString IdentifyingTextOf(const CNALCertContext& cert) {
-    if (!cert.IsInitialized()) return {};
-    const CNALCertInfo info(*cert.GetContext());
-    if (info.m_issuerUniqueId.m_data.GetSize() != 0) return TextOf(info.m_issuerUniqueId);
-    if (info.m_subjectUniqueId.m_data.GetSize() != 0) return TextOf(info.m_subjectUniqueId);
-    return TextOf(info.m_serialNumber);
 }
 
 }  // namespace
@@ -138,7 +100,7 @@ std::list<CNALCertStorage> CNALCertStorageCollection::GetStorages(unsigned int k
     if ((kinds & NAL_STORAGE_MAIN) != 0) storages.push_back(m_storages->main->GetStorage());
     for (const ListKind& list : c_listKinds) {
         if ((kinds & list.kind) == 0) continue;
-        std::set<CTOOString> names{CTOOString(c_common) + list.suffix};
+        std::set<CTOOString> names{CTOOString(nal::c_commonLists) + list.suffix};
         for (const auto& loaded : m_storages->lists)
             names.insert(loaded.first);
         if ((kinds & NAL_STORAGE_ALL_NETWORKS) != 0) {
@@ -170,7 +132,7 @@ BOOL CNALCertStorageCollection::FindIssuerCertificate(const CNALCertContext& sub
     CNALCertStorage own;
     if (!id.empty()) own = GetList(id + "_trl.p7s");
     if (!isFound && !id.empty()) isFound = searchIn(own.IsOpened() ? own : GetList(id + ".trl"));
-    if (!isFound && (isFound = searchIn(GetList(CTOOString(c_common) + "_trl.p7s"))) && (found & c_noCrl) != 0 && own.IsOpened() &&
+    if (!isFound && (isFound = searchIn(GetList(CTOOString(nal::c_commonLists) + "_trl.p7s"))) && (found & c_noCrl) != 0 && own.IsOpened() &&
         own.GetCrlFromStorage(issuer, foundCrl)) {
         found &= ~(c_noCrl | c_revoked);
         if (subject.IsRevoced(foundCrl)) found |= c_revoked;
@@ -187,19 +149,4 @@ BOOL NALFindCertificate(std::list<CNALCertContext>& list, unsigned int kinds, un
         if (storage.FindCertList(list, findType, findPara)) isFound = true;
     }
     return isFound;
-}
-
-CTOOString NALGetNetworkIdentifier(const CNALCertContext& cert) {
-    const CTOOString text = IdentifyingTextOf(cert);
-    const std::string_view id = text.view().substr(0, c_idLength);
-    return IsIdentifier(id) ? CTOOString(std::string(id)) : CTOOString();
-}
-
-CTOOString NALGetUsersListName(const CNALCertContext& cert) {
-    // Identifiers of up to seven characters are those of a network alone, whose users are in the common list.
-    constexpr std::size_t networkAlone = 7;
-    const CTOOString text = IdentifyingTextOf(cert);
-    const std::string_view id = text.view().substr(0, c_idLength);
-    const bool isOwn = text.length() > networkAlone && IsIdentifier(id);
-    return std::string(isOwn ? id : c_common) + "_usr.p7b";
 }

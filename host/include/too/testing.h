@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <functional>
 
 #include "too/export.h"
 #include "too/time.h"
@@ -80,7 +81,7 @@ public:
 /// @param count      how many calls fail from there on; 0 for all
 NAL_HOST_EXPORT void FailCall(const char* name, DWORD lastError, unsigned nth = 1, unsigned count = 0);
 
-/// Lets every call work again, and counts none any more.
+/// Lets every call work again, and counts none any more; nothing is done before a call either.
 NAL_HOST_EXPORT void ResetCalls();
 
 /// Counts every call by its name from now on, from 0.
@@ -88,6 +89,9 @@ NAL_HOST_EXPORT void CountCalls();
 
 /// @return how often a call was made since CountCalls, the failing ones included
 NAL_HOST_EXPORT unsigned GetCallCount(const char* name);
+
+/// Does something at the start of the `nth` call from now, once: what another process might do just then.
+NAL_HOST_EXPORT void BeforeCall(const char* name, unsigned nth, std::function<void()> action);
 
 /// Asked by a provider function at its start: `if (too_testing::CallFails("ORKSignHash")) return FALSE;`
 /// @return whether the call is to fail; the last-error code is then set

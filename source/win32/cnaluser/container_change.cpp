@@ -1,11 +1,20 @@
 #include "win32/cnaluser/container_change.h"
 
+#include "frame/log.h"
 #include "win32/cnaluser/container_entries.h"
+#include "win32/cnaluser/half_made_request.h"
 
 namespace nal {
 
-ContainerChange::ContainerChange(const CNALProvider& provider) : m_container(UniqueNameOf(provider)) {
-    if (!m_container.empty()) m_lock = IPC::CreateWriteLockerDeprecated("container " + m_container);
+ContainerChange::ContainerChange(const CNALProvider& provider, bool needsRepair) : m_container(UniqueNameOf(provider)) {
+    if (m_container.empty()) return;
+    m_lock = IPC::CreateWriteLockerDeprecated("container " + m_container);
+    try {
+        RepairHalfMadeRequest(provider, m_container);
+    } catch (const XTOOStatus& status) {
+        if (needsRepair) throw;
+        LogError(NAL_HERE("source/win32/cnaluser"), m_container + ": a half-made request cannot be put right: " + status.what());
+    }
 }
 
 }  // namespace nal

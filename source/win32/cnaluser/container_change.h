@@ -11,9 +11,11 @@ namespace nal {
 /// The container's lock, between the processes and threads that use this library. Ends in the thread that took it.
 class ContainerChange {
 public:
-    /// Waits for the lock. A provider whose containers have no unique name has none.
-    /// @throws XTOOStatus when the lock cannot be used
-    explicit ContainerChange(const CNALProvider& provider);
+    /// Waits for the lock, and puts a request right that was left half-made (half_made_request.h).
+    /// A provider whose containers have no unique name has no lock, and no such requests.
+    /// @param needsRepair  whether a half-made request that cannot be put right is a failure; else it is logged, and stays
+    /// @throws XTOOStatus when the lock cannot be used, or as RepairHalfMadeRequest
+    explicit ContainerChange(const CNALProvider& provider, bool needsRepair = false);
 
     /// The container's unique full name.
     const CTOOString& Container() const { return m_container; }

@@ -99,8 +99,10 @@ IdentObj PublicBitsOf(unsigned long hProv, unsigned long hKey, const char* failu
 
 CTOOString UniqueNameOf(const CNALProvider& provider) {
     CTOOString name;
-    if (!ORKGetProvParam(provider.GetProviderHandle(), ORK_PARAM_UNIQUE_NAME, name)) return {};
-    return name;
+    if (ORKGetProvParam(provider.GetProviderHandle(), ORK_PARAM_UNIQUE_NAME, name)) return name;
+    const bool hasNone = GetLastError() == ORK_E_BAD_KEYSET || GetLastError() == ORK_E_BAD_TYPE;
+    RequireDone(hasNone, "ORKGetProvParam");
+    return {};
 }
 
 }  // namespace nal

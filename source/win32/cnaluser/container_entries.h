@@ -42,7 +42,8 @@ void DeleteCurrentEntry(const CNALProvider& provider, const char* failureText);
 /// The bits of a key's public part, as certificates hold them. @throws XTOOStatus(the provider's status, failureText)
 IdentObj PublicBitsOf(unsigned long hProv, unsigned long hKey, const char* failureText);
 
-/// The container's unique full name. @return an empty text when the provider has none
+/// The container's unique full name. @return an empty text when there is no container, or the provider gives them no such names
+/// @throws XTOOStatus(the provider's status)
 CTOOString UniqueNameOf(const CNALProvider& provider);
 
 }  // namespace nal

@@ -9,6 +9,7 @@
 #include "too/folder.h"
 #include "too/path.h"
 #include "win32/cnaluser/container_entries.h"
+#include "win32/cnaluser/half_made_request.h"
 
 namespace {
 
@@ -135,6 +136,8 @@ BOOL NALDeleteContainer(const CTOOString& path, int* err, CTOOString* msg) {
     return nal::Report(err, msg, [&] {
         // An empty name would be that of the default container, which nobody means to delete.
         if (path.empty()) throw XTOOStatus(TOO_E_BAD_ARGUMENT, c_deleteContext);
+        const CTOOString unique = Look(path).m_path;
         nal::RequireDone(ORKAcquireContext(nullptr, path.c_str(), ORK_PROVIDER_NAME, ORK_PROVIDER_TYPE, ORK_OPEN_DELETE), c_deleteContext);
+        if (!unique.empty()) nal::HalfMadeRequest::Remove(unique);
     });
 }

@@ -8,7 +8,9 @@
 #include "frame/failure.h"
 #include "ork/csp.h"
 #include "too/path.h"
+#include "win32/cnaluser/container_change.h"
 #include "win32/cnaluser/container_entries.h"
+#include "win32/cnaluser/half_made_request.h"
 
 namespace {
 
@@ -84,18 +86,23 @@ int CNALUser::LogInUser(const char* path, const char* password, const char* pin,
     int status = OpenContainer(m_path.c_str(), ORK_PROVIDER_NAME, ORK_PROVIDER_TYPE, flags);
     if (status == TOO_OK && !m_password.empty()) status = SetParam(m_provider, ORK_PARAM_PASSWORD, m_password);
     if (status == TOO_OK && !m_pin.empty()) status = SetParam(m_provider, ORK_PARAM_PIN, m_pin);
+    if (status != TOO_OK) return status;
+    nal::Report(&status, [&] {
+        if (nal::HalfMadeRequest::Exists(nal::UniqueNameOf(m_provider))) nal::ContainerChange{m_provider};
+    });
     return status;
 }
 
 int CNALUser::OpenProvider(const char* path, const char* providerName, unsigned provType, unsigned flags) {
-    const int status = OpenContainer(path, providerName, provType, flags);
+    int status = OpenContainer(path, providerName, provType, flags);
     if (status != TOO_OK || path == nullptr || *path == '\0') return status;
     m_path = CTOOString(path);
-    if ((flags & ORK_OPEN_NO_PASSWORD) != 0) {
+    if ((flags & ORK_OPEN_NO_PASSWORD) == 0) return TOO_OK;
+    nal::Report(&status, [&] {
         const CTOOString unique = nal::UniqueNameOf(m_provider);
         if (!unique.empty()) m_path = unique;
-    }
-    return TOO_OK;
+    });
+    return status;
 }
 
 int CNALUser::SetPassword(const CTOOString& password) {

@@ -20,13 +20,13 @@ constexpr char c_putFunction[] = "BOOL CNALUser::PutCertificate(const CNALCertCo
 }  // namespace
 
 // Both forms of PutCertificate come here; the record about an entry that does not open names the one that was called.
-void CNALUser::Bind(const CNALCertContext& cert, const char* function) {
+void CNALUser::Bind(const CNALCertContext& cert, const char* function, const char* failureText) {
     constexpr int line = 877;
     const IdentObj publicKey = nal::PublicKeyOf(*cert.GetContext()).m_publicKey.m_data;
     const auto lock = m_provider.Lock();
     const nal::ContainerChange change(m_provider);
     const unsigned long provider = m_provider.GetProviderHandle();
-    nal::EntryWalk walk(provider, c_putContext);
+    nal::EntryWalk walk(provider, failureText);
     int refused = TOO_OK;
     while (walk.Next()) {
         const nal::KeyHandle key = walk.OpenKey();
@@ -36,21 +36,21 @@ void CNALUser::Bind(const CNALCertContext& cert, const char* function) {
                           walk.Name() + " Code: " + std::to_string(refused));
             continue;
         }
-        if (nal::PublicBitsOf(provider, key.Get(), c_putContext) != publicKey) continue;
+        if (nal::PublicBitsOf(provider, key.Get(), failureText) != publicKey) continue;
         const CERT_CONTEXT& context = *cert.GetContext();
         nal::RequireDone(
-            ORKSetKeyParam(key.Get(), ORK_KEY_PARAM_CERTIFICATE, IdentObj(context.pbCertEncoded, context.cbCertEncoded)), c_putContext);
+            ORKSetKeyParam(key.Get(), ORK_KEY_PARAM_CERTIFICATE, IdentObj(context.pbCertEncoded, context.cbCertEncoded)), failureText);
         return;
     }
     // With a wrong password no key opens: that, and not a missing key, is what the caller has to know.
-    throw XTOOStatus(refused == TOO_E_WRONG_PASSWORD ? refused : TOO_E_KEY_NOT_FOUND, c_putContext);
+    throw XTOOStatus(refused == TOO_E_WRONG_PASSWORD ? refused : TOO_E_KEY_NOT_FOUND, failureText);
 }
 
 BOOL CNALUser::PutCertificate(const CNALCertContext& cert, int* err, CTOOString* msg) {
     return nal::Report(err, msg, [&] {
         if (!cert.IsInitialized()) throw XTOOStatus(TOO_E_BAD_ARGUMENT, c_putContext);
         if (m_provider.GetProviderHandle() == 0) throw XTOOStatus(TOO_E_NOT_INITIALIZED, c_putContext);
-        Bind(cert, c_putFunction);
+        Bind(cert, c_putFunction, c_putContext);
     });
 }
 

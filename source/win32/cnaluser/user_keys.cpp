@@ -181,10 +181,14 @@ BOOL CNALUser::CreateNewKeys(const CTOOString& signAlgOID, const CTOOString& par
         RequireProvider(m_provider, c_createContext);
         const auto lock = m_provider.Lock();
         const nal::ContainerChange change(m_provider);
-        const DWORD algId = KeyAlgorithm(signAlgOID);
-        SetSignatureSet(m_provider, paramOID.empty() ? signAlgOID : paramOID);
-        MakeKeyPair(algId);
+        MakeKeysFor(signAlgOID, paramOID);
     });
+}
+
+void CNALUser::MakeKeysFor(const CTOOString& algOID, const CTOOString& paramOID) {
+    const DWORD algId = KeyAlgorithm(algOID);
+    SetSignatureSet(m_provider, paramOID.empty() ? algOID : paramOID);
+    MakeKeyPair(algId);
 }
 
 // ---------------------------------------------------------------------------------------------------------------------

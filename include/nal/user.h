@@ -181,6 +181,8 @@ public:
 
     /// Binds a certificate to the key of the container that it belongs to, in the place of one that is bound already.
     /// @param err  28 for an empty certificate, 42 without a provider, 32 when no key matches, else the provider's
+    /// @param msg  "CNALUser::PutCertificate"; with 32 followed by why a key could not be opened, if one could not: with a wrong password
+    ///             none can, and so none matches
     BOOL PutCertificate(const CNALCertContext& cert, int* err, CTOOString* msg);
     /// Installs the answer to a request: verifies the certificate, binds it to its key, keeps an external user's in the storage of the
     /// year, takes it out of the input storage, and sets the request's status to 6. After a failure between, the status is still 5
@@ -269,6 +271,7 @@ private:
 
     void DestroyKeys();
     int OpenContainer(const char* path, const char* providerName, unsigned provType, unsigned flags);
+    int HandOnSecrets();
     unsigned long Keep(unsigned long handle, IdentObj publicKey) const;
     unsigned long FindOpenKey(const IdentObj& publicKey) const;
     unsigned long FindKeyOf(const CNALCertContext& cert) const;

@@ -3,8 +3,6 @@
 
 #include <strings.h>
 
-#include <utility>
-
 #include "frame/failure.h"
 #include "ork/csp.h"
 #include "too/path.h"
@@ -22,10 +20,11 @@ void Wipe(CTOOString& secret) {
     secret.clear();
 }
 
-/// The new secret takes the place of the old one, which is wiped.
-void Replace(CTOOString& secret, CTOOString text) {
-    std::swap(secret, text);
-    Wipe(text);
+/// The new secret takes the place of the old one, which is wiped. No copy is made on the way.
+template <class Text>
+void Replace(CTOOString& secret, const Text& text) {
+    Wipe(secret);
+    secret += text;
 }
 
 int SetParam(const CNALProvider& provider, DWORD param, const CTOOString& text) {
@@ -84,12 +83,18 @@ int CNALUser::LogInUser(const char* path, const char* password, const char* pin,
     const bool hasSecret = !m_password.empty() || !m_pin.empty();
     const DWORD flags = (create ? ORK_OPEN_NEW : 0) | (hasSecret ? 0 : ORK_OPEN_NO_PASSWORD);
     int status = OpenContainer(m_path.c_str(), ORK_PROVIDER_NAME, ORK_PROVIDER_TYPE, flags);
-    if (status == TOO_OK && !m_password.empty()) status = SetParam(m_provider, ORK_PARAM_PASSWORD, m_password);
-    if (status == TOO_OK && !m_pin.empty()) status = SetParam(m_provider, ORK_PARAM_PIN, m_pin);
+    if (status == TOO_OK) status = HandOnSecrets();
     if (status != TOO_OK) return status;
     nal::Report(&status, [&] {
         if (nal::HalfMadeRequest::Exists(nal::UniqueNameOf(m_provider))) nal::ContainerChange{m_provider};
     });
+    return status;
+}
+
+int CNALUser::HandOnSecrets() {
+    int status = TOO_OK;
+    if (!m_password.empty()) status = SetParam(m_provider, ORK_PARAM_PASSWORD, m_password);
+    if (status == TOO_OK && !m_pin.empty()) status = SetParam(m_provider, ORK_PARAM_PIN, m_pin);
     return status;
 }
 

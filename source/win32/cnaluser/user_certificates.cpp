@@ -42,8 +42,9 @@ void CNALUser::Bind(const CNALCertContext& cert, const char* function, const cha
             ORKSetKeyParam(key.Get(), ORK_KEY_PARAM_CERTIFICATE, IdentObj(context.pbCertEncoded, context.cbCertEncoded)), failureText);
         return;
     }
-    // With a wrong password no key opens: that, and not a missing key, is what the caller has to know.
-    throw XTOOStatus(refused == TOO_E_WRONG_PASSWORD ? refused : TOO_E_KEY_NOT_FOUND, failureText);
+    // With a wrong password no key opens: what the caller has to know is in the text.
+    const CTOOString detail = refused == TOO_OK ? CTOOString() : CTOOString(" (") + TOOGetStatusText(refused) + ")";
+    throw XTOOStatus(TOO_E_KEY_NOT_FOUND, failureText + detail);
 }
 
 BOOL CNALUser::PutCertificate(const CNALCertContext& cert, int* err, CTOOString* msg) {

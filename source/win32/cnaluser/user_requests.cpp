@@ -17,10 +17,10 @@ constexpr char c_requestContext[] = "CNALUser::CreateNewRequest";
 constexpr char c_signerContext[] = "CreateExternAbonentSign: CryptCreateContext";
 constexpr char c_encodeContext[] = "CertifyCertificate:CryptEncodeObject";
 
-/// Verifies a certificate that is to sign a request. Its network's users' list may hold issuers that the trust storages lack.
+/// Verifies a certificate that is to sign a request. Its users' list may hold issuers that the trust storages lack.
 /// @throws XTOOStatus(106)
 void Verify(const CNALCertContext& cert, DWORD tolerated, const CTOOString& text) {
-    CNALCertStorage users = m_VPN_TrustStorages.GetList(NALGetNetworkIdentifier(cert) + "_usr.p7b");
+    CNALCertStorage users = m_VPN_TrustStorages.GetList(NALGetUsersListName(cert));
     users.m_untrusted = 1;
     CNALCertificateChain chain;
     const bool isBuilt = NALVerifyCertificate(cert, chain, nullptr, &users) != FALSE;
@@ -131,9 +131,7 @@ BOOL CNALUser::CreateNewRequest(const CNALUser& signer, const CNALCertContext* s
 
 // A signer that was set up, but not opened.
 void CNALUser::OpenAsSigner() {
-    int status = TOO_OK;
-    m_provider.Init(m_path.c_str(), ORK_PROVIDER_NAME, ORK_PROVIDER_TYPE, 0, &status);
-    if (status == TOO_OK) status = SetPassword(CTOOString(m_password));
-    if (status == TOO_OK) status = SetPIN(CTOOString(m_pin));
+    int status = OpenContainer(m_path.c_str(), ORK_PROVIDER_NAME, ORK_PROVIDER_TYPE, 0);
+    if (status == TOO_OK) status = HandOnSecrets();
     if (status != TOO_OK) throw XTOOStatus(status, c_signerContext);
 }

@@ -1,16 +1,11 @@
 // No operation may leave a secret behind in memory that can be swapped out, the memory that it has released included.
-#include <gcrypt.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <memory>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "host/provider/crypto/gcrypt_handles.h"
@@ -18,66 +13,12 @@
 #include "host/provider/crypto/key_wrap.h"
 #include "host/provider/crypto/protection.h"
 #include "host/provider/crypto/random.h"
-
-// Sanitizers keep released memory for themselves and forbid looking at it.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define NAL_TEST_SANITIZED
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define NAL_TEST_SANITIZED
-#endif
+#include "support/secret_residue.h"
 
 namespace nalhost::crypto {
 namespace {
 
-struct Range {
-    const std::uint8_t* first;
-    const std::uint8_t* last;
-};
-
-// The process's heap, stack and other memory that it writes to.
-std::vector<Range> WritableMemory() {
-    constexpr std::uintptr_t c_most = 256U << 20;
-    std::vector<Range> ranges;
-    std::ifstream maps("/proc/self/maps");
-    for (std::string line; std::getline(maps, line);) {
-        std::uintptr_t first = 0;
-        std::uintptr_t last = 0;
-        char mode[5] = {};
-        if (std::sscanf(line.c_str(), "%lx-%lx %4s", &first, &last, mode) != 3) continue;
-        if (mode[0] != 'r' || mode[1] != 'w' || line.find("[v") != std::string::npos || last - first > c_most) continue;
-        ranges.push_back({reinterpret_cast<const std::uint8_t*>(first), reinterpret_cast<const std::uint8_t*>(last)});
-    }
-    return ranges;
-}
-
-// How often the bytes occur outside the secure pool, in which `needle` itself must be.
-int CountOutside(const SecureBytes& needle) {
-    int count = 0;
-    for (const Range& range : WritableMemory()) {
-        for (const std::uint8_t* at = range.first;; ++at) {
-            const auto left = static_cast<std::size_t>(range.last - at);
-            at = static_cast<const std::uint8_t*>(memmem(at, left, needle.data(), needle.size()));
-            if (at == nullptr) break;
-            count += gcry_is_secure(at) == 0;
-        }
-    }
-    return count;
-}
-
-// Either half of the secret in both byte orders, since the heap writes to the ends of what it has released.
-int Residue(ByteView secret) {
-    int count = 0;
-    for (const ByteView half : {secret.first(secret.size() / 2), secret.last(secret.size() / 2)}) {
-        SecureBytes part(half);
-        count += CountOutside(part);
-        std::reverse(part.begin(), part.end());
-        count += CountOutside(part);
-    }
-    return count;
-}
+using nal_test::Residue;
 
 // Runs an action on a stack that nothing is called on afterwards, so that what it leaves there is not overwritten by
 // chance.
@@ -109,10 +50,7 @@ private:
 class SecretResidue : public testing::Test {
 protected:
     void SetUp() override {
-#ifdef NAL_TEST_SANITIZED
-        GTEST_SKIP() << "a sanitizer is at work";
-#endif
-        if (GetSecureMemoryState() == SecureMemoryState::kDisabled) GTEST_SKIP() << "no secure memory";
+        if (const char* reason = nal_test::WhyNoResidueIsSeen()) GTEST_SKIP() << reason;
         // The first search binds the calls that it makes in other libraries, which leaves registers on the stack.
         Residue(RandomSecret(32));
     }

@@ -1,7 +1,10 @@
 // Requests: what they say, who may sign them, and the installation of what comes back.
 #include "win32/cnaluser/request_test.h"
 
+#include <stdexcept>
+
 #include "ork/csp.h"
+#include "support/child.h"
 
 namespace {
 
@@ -226,67 +229,77 @@ TEST_F(RequestTest, OnlyGoodCertificatesSignRequests) {
     EXPECT_EQ(2U, Requests().size());
 }
 
+// Each step is looked at by a process of its own.
 TEST_F(RequestTest, LifeOfAUser) {
-    // Container, key and request.
+    const auto seen = [&](const char* container, std::vector<bool> hasCertificate, DWORD lastStatus) {
+        return nal_test::RunInChild([&] {
+                   CNALUserContainerInfo info;
+                   NALGetContainerInfo(File(container), info, nullptr, nullptr);
+                   std::vector<bool> found;
+                   for (const CNALUserKeyInfo& key : info.m_keys) found.push_back(key.m_certificate.IsInitialized());
+                   const std::vector<CNALCertReqContext> requests = Requests();
+                   const auto last = std::max_element(requests.begin(), requests.end(), [](const auto& a, const auto& b) {
+                       return a->rgTime[NAL_REQ_TIME_MADE] < b->rgTime[NAL_REQ_TIME_MADE];
+                   });
+                   if (found != hasCertificate || (*last)->dwStatus != lastStatus) throw std::runtime_error("not so");
+               }) == nal_test::ChildEnd::success;
+    };
+    // Takes the key centre's answer in and installs it.
+    const NAL_REQ_CONTEXT* context = nullptr;
+    const auto answer = [&](CNALUser& user, const char* container, std::vector<bool> before, std::vector<bool> after) {
+        const CNALCertReqContext request(context);
+        const CNALCertContext cert = Answer(*request);
+        CNALCertReqContext answered = Received(*request);
+        EXPECT_TRUE(seen(container, before, NAL_REQ_STATUS_RECEIVED));
+        context = answered.Detach();
+        EXPECT_TRUE(user.PutCertificate(&context, nullptr, nullptr));
+        answered.Attach(context);
+        EXPECT_NE(0U, answered->rgTime[NAL_REQ_TIME_INSTALLED]);
+        EXPECT_TRUE(seen(container, after, NAL_REQ_STATUS_INSTALLED));
+        return cert;
+    };
+
     CNALUser user;
     LogIn(user, "ivan", true, "secret", "1234");
-    const NAL_REQ_CONTEXT* context = nullptr;
     ASSERT_TRUE(user.CreateNewRequest(CNALUser(), nullptr, Ivan(), &context, nullptr, nullptr));
-    CNALCertReqContext request(context);
+    EXPECT_TRUE(seen("ivan", {false}, NAL_REQ_STATUS_MADE));
+    const CNALCertContext first = answer(user, "ivan", {false}, {true});
 
-    // The key centre answers; the answer is taken in and installed.
-    const CNALCertContext first = Answer(*request);
-    CNALCertReqContext answered = Received(*request);
-    context = answered.Detach();
-    ASSERT_TRUE(user.PutCertificate(&context, nullptr, nullptr));
-    request.Attach(context);
-    EXPECT_EQ(static_cast<DWORD>(NAL_REQ_STATUS_INSTALLED), request->dwStatus);
-    EXPECT_NE(0U, request->rgTime[NAL_REQ_TIME_INSTALLED]);
-
-    // A second process sees it and renews the key before it expires.
+    // Somebody else renews the key before it expires.
     CNALUser second;
     LogIn(second, "ivan", false, "secret", "1234");
     CNALCertContext found;
     ASSERT_TRUE(second.FindCertificate(found));
     EXPECT_TRUE(found == first);
     ASSERT_TRUE(second.UpdateKey("", "", CTOOFileTime(), CTOOFileTime(), found, &context, nullptr, nullptr));
-    request.Attach(context);
-    const CNALCertContext renewed = Answer(*request);
-    answered = Received(*request);
-    context = answered.Detach();
-    ASSERT_TRUE(second.PutCertificate(&context, nullptr, nullptr));
-    request.Attach(context);
+    EXPECT_TRUE(seen("ivan", {true, false}, NAL_REQ_STATUS_MADE));
+    const CNALCertContext renewed = answer(second, "ivan", {true, false}, {true, true});
 
     // The first one sees the renewed certificate, deletes the old key and moves to another container.
     ASSERT_TRUE(user.CheckSignKeys(renewed, nullptr, nullptr));
     CNALUserContainerInfo info;
     ASSERT_TRUE(user.GetContainerInfo(info, nullptr, nullptr));
     ASSERT_TRUE(user.DeleteKey(info.m_keys.front().m_publicKeyInfo, nullptr, nullptr));
+    EXPECT_TRUE(seen("ivan", {true}, NAL_REQ_STATUS_INSTALLED));
     ASSERT_TRUE(user.TransferKeys(File("moved"), "other", "5678", 0, nullptr, nullptr));
+    EXPECT_TRUE(seen("moved", {true}, NAL_REQ_STATUS_INSTALLED));
     EXPECT_EQ(TOO_E_NO_CONTAINER, second.LogInUser(File("ivan").c_str(), "secret", "1234", false));
     LogIn(second, "moved", false, "other", "5678");
-    std::list<CNALCertContext> list;
-    ASSERT_TRUE(second.GetCertificateList(list, nullptr, nullptr));
-    ASSERT_EQ(1U, list.size());
-    EXPECT_TRUE(list.front() == renewed);
+    ASSERT_TRUE(second.FindCertificate(found));
+    EXPECT_TRUE(found == renewed);
 
     // It answers for another user, whose certificate is kept in the storage of the year.
     CNALUser other;
     LogIn(other, "petr", true, "");
     ASSERT_TRUE(other.CreateNewRequest(second, &renewed, Ivan(), &context, nullptr, nullptr));
-    request.Attach(context);
-    EXPECT_EQ(static_cast<DWORD>(NAL_REQ_TYPE_EXTERNAL), request->dwRequestType);
-    EXPECT_EQ(TOO_OK, CheckInner(Decoded(*request), renewed));
-    const CNALCertContext external = Answer(*request);
-    answered = Received(*request);
-    context = answered.Detach();
-    ASSERT_TRUE(other.PutCertificate(&context, nullptr, nullptr));
-    request.Attach(context);
+    EXPECT_EQ(static_cast<DWORD>(NAL_REQ_TYPE_EXTERNAL), context->dwRequestType);
+    EXPECT_EQ(TOO_OK, CheckInner(Decoded(*context), renewed));
+    const CNALCertContext external = answer(other, "petr", {false}, {true});
+    std::list<CNALCertContext> list;
     CNALString name(Station("e_users/" + std::to_string(CTOODateTime(true).GetFields().wYear) + "_extu.cer").c_str());
     const CNALCertStorage kept(name, CERT_STORE_PROV_FILENAME_A, 0x10000, 0, nullptr);
     ASSERT_TRUE(kept.FindCertList(list, CERT_FIND_ANY, nullptr));
     EXPECT_TRUE(list.back() == external);
-    for (const CNALCertReqContext& any : Requests()) EXPECT_EQ(static_cast<DWORD>(NAL_REQ_STATUS_INSTALLED), any->dwStatus);
     // The input storages hold the issuer's certificate alone.
     for (const char* input : {"tmp/own_input.cer", "tmp/ext_input.cer"}) {
         CNALString path(Station(input).c_str());

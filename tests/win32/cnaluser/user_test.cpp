@@ -44,9 +44,10 @@ TEST_F(UserTest, SecretsOpenTheKeysTheyProtect) {
         EXPECT_EQ(TOO_E_WRONG_PASSWORD, err);
         EXPECT_EQ("CNALUser::GetUserKey()", msg);
         EXPECT_EQ(TOO_E_WRONG_PASSWORD, Status([&](int* status) { return other.CreateNewKeys(0, "", status, nullptr); }));
-        EXPECT_EQ(TOO_E_WRONG_PASSWORD, Status([&](int* status) {
-                      return other.PutCertificate(Certificate(owner.GetNewPublicKey()), status, nullptr);
+        EXPECT_EQ(TOO_E_KEY_NOT_FOUND, Status([&](int* status) {
+                      return other.PutCertificate(Certificate(owner.GetNewPublicKey()), status, &msg);
                   }));
+        EXPECT_NE(CTOOString::npos, msg.find("password")) << msg;
         // The secrets can be set afterwards, too.
         EXPECT_EQ(TOO_OK, other.SetPassword(test.password));
         EXPECT_EQ(TOO_OK, other.SetPIN(test.pin));

@@ -134,7 +134,7 @@ bool CNALChainEngine::OpenMSStorages() {
         }
         store.storage.m_untrusted = (gApplicationFlag & NAL_APP_UNTRUSTED_SYSTEM_STORES) != 0 ? untrustedMark : 0;
     }
-    m_storesOpened = true;
+    m_storesOpened = opened;
     return opened;
 }
 

@@ -16,6 +16,8 @@ namespace crypto = nalhost::crypto;
 
 constexpr DWORD c_sessionKeyBits = 256;
 constexpr DWORD c_sessionBlockBits = 64;
+constexpr char c_diversifiedWrap[] = "1.2.643.2.2.13.1";
+constexpr char c_plainWrap[] = "1.2.643.2.2.13.0";
 
 unsigned long AddKey(const std::shared_ptr<Context>& context, unsigned long hProv, KeyState state) {
     return Keys().Add(std::make_shared<Key>(context, hProv, std::move(state)));
@@ -146,6 +148,8 @@ IdentObj ReadAgreedParam(const AgreedKey& key, DWORD param) {
             return ValueOf(key.own->format.hash->oid);
         case ORK_KEY_PARAM_CIPHER_PARAMS:
             return ValueOf(key.cipher->oid);
+        case ORK_KEY_PARAM_WRAP:
+            return ValueOf(key.wrap == crypto::KeyWrap::kPlain ? c_plainWrap : c_diversifiedWrap);
         case ORK_KEY_PARAM_KEY_PARAMS:
             return ValueOf(key.own->format.SetOid());
         case ORK_KEY_PARAM_TYPE:
@@ -212,6 +216,22 @@ void WriteSessionParam(SessionKey& key, DWORD param, asnt::View value) {
     }
 }
 
+void WriteAgreedParam(AgreedKey& key, DWORD param, asnt::View value) {
+    switch (param) {
+        case ORK_KEY_PARAM_CIPHER_PARAMS:
+            key.cipher = &CipherSet(value);
+            return;
+        case ORK_KEY_PARAM_WRAP: {
+            const std::string_view wrap = TextOf(value);
+            Require(wrap == c_diversifiedWrap || wrap == c_plainWrap, ORK_E_BAD_ALGID);
+            key.wrap = wrap == c_plainWrap ? crypto::KeyWrap::kPlain : crypto::KeyWrap::kCryptoPro;
+            return;
+        }
+        default:
+            Fail(ORK_E_BAD_TYPE);
+    }
+}
+
 // @return the generated pair when the parameter asks for that
 AsymmetricKeyRef WritePendingParam(PendingKey& key, DWORD param, asnt::View value) {
     switch (param) {
@@ -243,11 +263,7 @@ void WriteParam(Key& key, DWORD param, asnt::View value) {
             if (AsymmetricKeyRef generated = WritePendingParam(*pending, param, value)) state = std::move(generated);
             return;
         }
-        if (auto* agreed = std::get_if<AgreedKey>(&state)) {
-            Require(param == ORK_KEY_PARAM_CIPHER_PARAMS, ORK_E_BAD_TYPE);
-            agreed->cipher = &CipherSet(value);
-            return;
-        }
+        if (auto* agreed = std::get_if<AgreedKey>(&state)) return WriteAgreedParam(*agreed, param, value);
         pair = std::get<AsymmetricKeyRef>(state);
     });
     if (!pair) return;

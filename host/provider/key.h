@@ -9,6 +9,7 @@
 
 #include "host/provider/crypto/cipher.h"
 #include "host/provider/crypto/key.h"
+#include "host/provider/crypto/key_wrap.h"
 #include "host/provider/key_format.h"
 #include "ork/constants.h"
 
@@ -37,6 +38,7 @@ struct AgreedKey {
     AsymmetricKeyRef own;
     crypto::PublicKey peer;
     const crypto::CipherParameters* cipher;
+    crypto::KeyWrap wrap = crypto::KeyWrap::kCryptoPro;
 
     crypto::SecureBytes KeyEncryptionKey(crypto::ByteView ukm) const;
 };

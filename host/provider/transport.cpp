@@ -37,6 +37,13 @@ const crypto::CipherParameters& CipherOf(Key& key) {
     });
 }
 
+crypto::KeyWrap WrapOf(Key& key) {
+    return key.With([](const KeyState& state) {
+        const auto* agreed = std::get_if<AgreedKey>(&state);
+        return agreed != nullptr ? agreed->wrap : crypto::KeyWrap::kCryptoPro;
+    });
+}
+
 // A key for one purpose, so that no key serves two algorithms.
 crypto::SecureBytes Derive(const char* purpose, crypto::ByteView salt, crypto::ByteView secret) {
     crypto::Hash hash;
@@ -61,15 +68,14 @@ IdentObj ExportSessionKey(const SessionKey& key, Key& under) {
     blob.cipher = &CipherOf(under);
     blob.ukm = NewUkm();
     const crypto::SecureBytes kek = SecretOf(under, blob.ukm);
-    blob.key = crypto::WrapKey(crypto::KeyWrap::kCryptoPro, *blob.cipher, kek, blob.ukm, key.Secret());
+    blob.key = crypto::WrapKey(WrapOf(under), *blob.cipher, kek, blob.ukm, key.Secret());
     return WriteSimpleBlob(blob);
 }
 
 SessionKey ImportSessionKey(asnt::View blob, Key& under, bool isExportable) {
     const SimpleBlob content = ParseSimpleBlob(blob);
     const crypto::SecureBytes kek = SecretOf(under, content.ukm);
-    crypto::SecureBytes key =
-        crypto::UnwrapKey(crypto::KeyWrap::kCryptoPro, *content.cipher, kek, content.ukm, content.key);
+    crypto::SecureBytes key = crypto::UnwrapKey(WrapOf(under), *content.cipher, kek, content.ukm, content.key);
     return {std::move(key), *content.cipher, isExportable};
 }
 

@@ -261,19 +261,26 @@ IdentObj CTOOFile::ReadWhole(const CTOOString& path, std::uint32_t limit) {
 // ---- CTOOWholeFile ----
 
 CTOOWholeFile::CTOOWholeFile(const CTOOString& target) : m_target(target), m_permissions(0), m_fixedPermissions(false) {
-    Prepare();
+    OpenNamed(Prepare());
 }
 
 CTOOWholeFile::CTOOWholeFile(const CTOOString& target, unsigned permissions)
     : m_target(target), m_permissions(permissions), m_fixedPermissions(true) {
-    Prepare();
+    OpenNamed(Prepare());
+}
+
+CTOOWholeFile::CTOOWholeFile(const CTOOString& target, UnnamedTag /*tag*/)
+    : m_target(target), m_permissions(0), m_fixedPermissions(false) {
+    const CTOOString temporary = Prepare();
+    if (!OpenUnnamed(temporary)) OpenNamed(temporary);
 }
 
 CTOOWholeFile::~CTOOWholeFile() {
     if (!m_temporary.empty()) unlink(m_temporary.c_str());
 }
 
-void CTOOWholeFile::Prepare() {
+// Checks the target. Returns a name for a temporary file beside it.
+CTOOString CTOOWholeFile::Prepare() {
     const char* action = "cannot create";
     struct stat info {};
     if (lstat(SystemPath(m_target, action), &info) == 0) {
@@ -288,15 +295,34 @@ void CTOOWholeFile::Prepare() {
     if (name.empty()) ThrowFile(EISDIR, TOO_E_OPEN, m_target, action);
     // A file name has at most 255 bytes.
     const CTOOString shortName = name.substr(0, 200);
-    const CTOOString temporary =
-        storedev::MakeFullPath(folder, "." + shortName + "." + CTOOString(RandomDigits()), "tmp");
+    return storedev::MakeFullPath(folder, "." + shortName + "." + CTOOString(RandomDigits()), "tmp");
+}
+
+void CTOOWholeFile::OpenNamed(const CTOOString& temporary) {
     try {
         m_file.Open(temporary, "wbx+");
     } catch (const XTOOFile& failure) {
         // The user knows the target only.
-        throw XTOOFile(failure.GetCode(), m_target, action, failure.GetSystemError());
+        throw XTOOFile(failure.GetCode(), m_target, "cannot create", failure.GetSystemError());
     }
     m_temporary = temporary;
+}
+
+bool CTOOWholeFile::OpenUnnamed(const CTOOString& temporary) {
+    UniqueDescriptor descriptor = OpenUnnamedFile(temporary, m_target);
+    if (!descriptor.IsOpen()) return false;
+    m_file.m_descriptor = descriptor.Release();
+    m_file.m_name = m_target;
+    m_laterName = temporary;
+    return true;
+}
+
+// Returns whether the file has the target's name now; else it has the temporary one.
+bool CTOOWholeFile::LinkUnnamed() {
+    if (LinkFile(m_file.GetDescriptor(), m_target, m_target)) return true;
+    if (!LinkFile(m_file.GetDescriptor(), m_laterName, m_target)) ThrowFile(EEXIST, TOO_E_WRITE, m_target, "cannot put in place");
+    m_temporary = m_laterName;
+    return false;
 }
 
 void CTOOWholeFile::Write(const void* data, std::size_t size) {
@@ -319,8 +345,9 @@ void CTOOWholeFile::Commit() {
     }
     if (fchmod(descriptor, permissions) != 0) ThrowFile(errno, TOO_E_WRITE, m_target, "cannot set permissions of");
     SyncDescriptor(descriptor, m_target);
+    const bool isInPlace = !m_laterName.empty() && LinkUnnamed();
     m_file.Close();
-    RenameFile(m_temporary, m_target);
+    if (!isInPlace) RenameFile(m_temporary, m_target);
     m_temporary.clear();
     SyncFolderOf(m_target);
 }

@@ -135,6 +135,26 @@ void SetDescriptorLength(int descriptor, off_t length, const CTOOString& name) {
     if (error != 0) ThrowFile(error, TOO_E_WRITE, name, "cannot change the length of");
 }
 
+UniqueDescriptor OpenUnnamedFile(const CTOOString& path, const CTOOString& name) {
+    const std::string folder = FolderOf(path);
+    UniqueDescriptor descriptor(
+        Retry([&] { return open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR); }));
+    // EISDIR is what kernels say that do not know the flag; some file systems say ENOENT or EINVAL, and whether the folder is
+    // there is found out by those who then make an ordinary file.
+    const bool isUnknown = errno == EOPNOTSUPP || errno == EISDIR || errno == ENOENT || errno == EINVAL;
+    if (!descriptor.IsOpen() && !isUnknown) ThrowFile(errno, TOO_E_OPEN, name, "cannot create");
+    return descriptor;
+}
+
+bool LinkFile(int descriptor, const CTOOString& path, const CTOOString& name) {
+    const std::string link = fmt::format("/proc/self/fd/{}", descriptor);
+    int error = Step([&] { return linkat(AT_FDCWD, link.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW); });
+    // Without /proc, which this needs, only a privileged process can.
+    if (error == ENOENT) error = Step([&] { return linkat(descriptor, "", AT_FDCWD, path.c_str(), AT_EMPTY_PATH); });
+    if (error != 0 && error != EEXIST) ThrowFile(error, TOO_E_WRITE, name, "cannot put in place");
+    return error == 0;
+}
+
 void RenameFile(const CTOOString& from, const CTOOString& to) {
     const int error = Step([&] { return std::rename(from.c_str(), to.c_str()); });
     if (error != 0) ThrowFile(error, TOO_E_WRITE, to, "cannot put in place");

@@ -54,6 +54,11 @@ void WriteAt(int descriptor, const void* data, std::size_t size, off_t offset, c
 
 void SyncDescriptor(int descriptor, const CTOOString& name);
 void SetDescriptorLength(int descriptor, off_t length, const CTOOString& name);
+// A file without a name in the folder of `path`, for reading and writing, with permissions 0600. Returns a closed descriptor
+// where the file system knows no such files; throws for every other failure, naming `name`.
+UniqueDescriptor OpenUnnamedFile(const CTOOString& path, const CTOOString& name);
+// Gives such a file a name. False, with nothing changed, when the name is taken; throws for every other failure, naming `name`.
+bool LinkFile(int descriptor, const CTOOString& path, const CTOOString& name);
 void RenameFile(const CTOOString& from, const CTOOString& to);
 void SyncFolderOf(const CTOOString& file);
 

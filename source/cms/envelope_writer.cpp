@@ -1,11 +1,13 @@
 #include "cms/envelope_writer.h"
 
 #include <algorithm>
-#include <string_view>
+#include <vector>
 
+#include "cms/content_source.h"
 #include "cms/outgoing.h"
 #include "cms/recipient_writer.h"
 #include "frame/failure.h"
+#include "frame/progress.h"
 #include "too/status.h"
 
 namespace {
@@ -56,7 +58,8 @@ class OutgoingEnvelope {
 public:
     template <class Object, class DeclareObject>
     OutgoingEnvelope(const Object& object, const CNALEncryptedContentInfo& info, const char* context, DeclareObject&& declare)
-        : m_content(info, c_contentContext) {
+        : m_content(info, nal::ContentForm::AsEncoded, c_contentContext) {
+        if (info.encryptedLength == 0) throw XTOOStatus(TOO_E_BAD_ARGUMENT, c_contentContext);
         declare(object, m_writer, context);
     }
     explicit OutgoingEnvelope(const CNALEnvelopedData& message)
@@ -69,44 +72,37 @@ public:
     IdentObj Encode() {
         IdentObj der;
         der.SetSize(Size());
-        IdentObj before;
-        IdentObj after;
-        m_writer.FinishParts(before, after);
-        unsigned char* out = std::copy_n(before.GetData(), before.GetSize(), der.GetData());
-        m_content.CopyTo(out);
-        std::copy_n(after.GetData(), after.GetSize(), der.GetData() + der.GetSize() - after.GetSize());
+        unsigned char* out = der.GetData();
+        Write([&](asnt::View bytes) { out = std::copy_n(bytes.data, bytes.size, out); });
         return der;
     }
 
-    void Write(CTOOFile& file, const char* context) {
-        if (m_content.File() != nullptr && nal::IsSameFile(m_content.File()->File(), file)) {
-            throw XTOOStatus(TOO_E_BAD_ARGUMENT, context);
-        }
+    void WriteTo(CTOOFile& file, const char* context) {
+        if (m_content.File() != nullptr && nal::IsSameFile(*m_content.File(), file)) throw XTOOStatus(TOO_E_BAD_ARGUMENT, context);
         nal::FileUndo undo(file);
-        IdentObj before;
-        IdentObj after;
-        m_writer.FinishParts(before, after);
-        file.Write(before);
-        m_content.ForEachChunk(nal::c_copyChunk, [&](asnt::View chunk) { file.Write(chunk.data, chunk.size); });
-        file.Write(after);
+        Write([&](asnt::View bytes) { file.Write(bytes.data, bytes.size); });
         undo.Done();
     }
 
 private:
-    nal::EncryptedBytes m_content;
+    template <class Sink>
+    void Write(Sink&& sink) {
+        IdentObj before;
+        IdentObj after;
+        m_writer.FinishParts(before, after);
+        sink(before);
+        std::vector<unsigned char> chunk(std::min<std::uint64_t>(nal::c_copyChunk, m_content.Size()));
+        nal::Progress progress(m_content.Size());
+        while (const std::size_t count = m_content.Read(chunk.data(), chunk.size())) {
+            sink(asnt::View(chunk.data(), count));
+            progress.Advance(count);
+        }
+        sink(after);
+    }
+
+    nal::ContentSource m_content;
     asnt::Writer m_writer;
 };
-
-WhatToSignStruct RegionOf(const CNALEncryptedContentInfo& info, const char* context) {
-    WhatToSignStruct what;
-    what.flags = c_NAL_CONTENT_IN_FILE;
-    what.data = info.contentPath.c_str();
-    what.start = info.contentOffset;
-    const std::uint64_t end = std::uint64_t{info.contentOffset} + info.encryptedLength;
-    if (end > c_NAL_MAX_MESSAGE_SIZE) throw XTOOStatus(TOO_E_RANGE, context);
-    what.end = static_cast<DWORD>(end);
-    return what;
-}
 
 }  // namespace
 
@@ -118,35 +114,13 @@ void nal::DeclareEncryptedContent(const CNALEncryptedContentInfo& info, asnt::Wr
     DeclareMessage(writer, context, [&](asnt::Writer& to, bool withContent) { DeclareContentInfo(info, to, withContent); });
 }
 
-nal::EncryptedBytes::EncryptedBytes(const CNALEncryptedContentInfo& info, const char* context) {
-    if ((info.contentFlags & c_NAL_ENCRYPTED_CONTENT) == 0 || info.encryptedLength == 0) {
-        throw XTOOStatus(TOO_E_BAD_ARGUMENT, context);
-    }
-    if (!info.contentPath.empty()) {
-        m_file = std::make_unique<FileContent>(RegionOf(info, context), context);
-        return;
-    }
-    if (info.encryptedContent.GetSize() != info.encryptedLength) throw XTOOStatus(TOO_E_ENCODE, context);
-    m_memory = info.encryptedContent;
-}
-
-void nal::EncryptedBytes::ForEachChunk(std::size_t chunkSize, const FileContent::Sink& sink) const {
-    if (m_file) return m_file->ForEachChunk(chunkSize, sink);
-    sink(m_memory);
-}
-
-void nal::EncryptedBytes::CopyTo(unsigned char* out) const {
-    if (m_file) return m_file->CopyTo(out);
-    std::copy_n(m_memory.data, m_memory.size, out);
-}
-
 IdentObj CNALEncryptedContentInfo::WriteObject(int* err) const {
     IdentObj der;
     nal::Report(err, [&] { der = OutgoingEnvelope(*this).Encode(); });
     return der;
 }
 
-void CNALEncryptedContentInfo::WriteObject(CTOOFile& file) const { OutgoingEnvelope(*this).Write(file, c_contentContext); }
+void CNALEncryptedContentInfo::WriteObject(CTOOFile& file) const { OutgoingEnvelope(*this).WriteTo(file, c_contentContext); }
 
 unsigned int CNALEncryptedContentInfo::GetObjectSize() const { return OutgoingEnvelope(*this).Size(); }
 
@@ -166,5 +140,5 @@ IdentObj CNALEnvelopedData::WriteObject(int* err) const {
 }
 
 int CNALEnvelopedData::WriteObject(CTOOFile& file, int* err) const {
-    return nal::Report(err, [&] { OutgoingEnvelope(*this).Write(file, c_context); });
+    return nal::Report(err, [&] { OutgoingEnvelope(*this).WriteTo(file, c_context); });
 }

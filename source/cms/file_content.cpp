@@ -13,30 +13,42 @@ namespace {
 
 constexpr unsigned c_uncountedBytes = 2;  // behind the pieces, see WhatToSignStruct
 
-CTOOFile OpenContent(const WhatToSignStruct& what, const char* context) {
-    if (what.data == nullptr) throw XTOOStatus(TOO_E_BAD_ARGUMENT, context);
-    const CTOOString path(static_cast<const char*>(what.data));
+CTOOFile OpenContent(const CTOOString& path) {
     if (!CTOOFile::Exists(path)) throw XTOOStatus(TOO_E_FILE_NOT_FOUND, path);
     return {path, "rbc"};
 }
 
+CTOOString PathOf(const WhatToSignStruct& what, const char* context) {
+    if (what.data == nullptr) throw XTOOStatus(TOO_E_BAD_ARGUMENT, context);
+    return CTOOString(static_cast<const char*>(what.data));
+}
+
+bool IsInPieces(const WhatToSignStruct& what) { return (what.flags & c_NAL_CONTENT_IN_PIECES) != 0; }
+
 }  // namespace
 
+FileContent::FileContent(const CTOOString& path, bool inPieces, unsigned uncounted, const char* context)
+    : m_file(OpenContent(path)), m_context(context), m_inPieces(inPieces), m_uncounted(uncounted) {}
+
 FileContent::FileContent(const WhatToSignStruct& what, const char* context)
-    : m_file(OpenContent(what, context)),
-      m_context(context),
-      m_inPieces((what.flags & c_NAL_CONTENT_IN_PIECES) != 0),
-      m_start(what.start),
-      m_end(what.end) {
-    const std::uint64_t length = m_file.Length();
-    if (what.end == c_NAL_TO_END_OF_FILE) m_end = length;
-    if (m_start > m_end || m_end > length) throw XTOOStatus(TOO_E_RANGE, context);
-    if (m_end > c_NAL_MAX_MESSAGE_SIZE) throw XTOOStatus(TOO_E_TOO_LARGE, context);
+    : FileContent(PathOf(what, context), IsInPieces(what), IsInPieces(what) ? c_uncountedBytes : 0, context) {
+    SetRegion(what.start, what.end == c_NAL_TO_END_OF_FILE ? m_file.Length() : what.end);
+}
+
+FileContent::FileContent(const CTOOString& path, std::uint64_t start, std::uint64_t end, bool inPieces, const char* context)
+    : FileContent(path, inPieces, 0, context) {
+    SetRegion(start, end);
+}
+
+void FileContent::SetRegion(std::uint64_t start, std::uint64_t end) {
+    if (start > end || end > m_file.Length() || end - start < m_uncounted) throw XTOOStatus(TOO_E_RANGE, m_context);
+    if (end > c_NAL_MAX_MESSAGE_SIZE) throw XTOOStatus(TOO_E_TOO_LARGE, m_context);
+    m_start = start;
+    m_end = end - m_uncounted;
     m_size = m_end - m_start;
     if (!m_inPieces) return;
-    if (m_size < c_uncountedBytes) throw XTOOStatus(TOO_E_RANGE, context);
     FileSource source(m_file);
-    m_size = PieceWalker(source, m_start, m_end - c_uncountedBytes, false, context).CountBytes();
+    m_size = PieceWalker(source, m_start, m_end, false, m_context).CountBytes();
 }
 
 void FileContent::ForEachChunk(std::size_t chunkSize, const Sink& sink) {
@@ -65,7 +77,7 @@ void FileContent::CopyTo(unsigned char* out) {
 FileContentReader::FileContentReader(const FileContent& content)
     : m_content(content), m_source(content.m_file), m_offset(content.m_start), m_left(content.m_size) {
     if (content.m_inPieces) {
-        m_pieces.emplace(m_source, content.m_start, content.m_end - c_uncountedBytes, false, content.m_context);
+        m_pieces.emplace(m_source, content.m_start, content.m_end, false, content.m_context);
     } else {
         m_runLeft = m_left;
     }

@@ -21,12 +21,14 @@ public:
     /// @throws XTOOStatus: (28) for a null path, (4, path), (37) for a region beyond the end of the file, (12) for one
     ///         that ends behind 4 GiB - 2, (206) for damaged pieces; XTOOFile
     FileContent(const WhatToSignStruct& what, const char* context);
+    /// The same for a region that is known exactly: of pieces, it ends behind the last one.
+    FileContent(const CTOOString& path, std::uint64_t start, std::uint64_t end, bool inPieces, const char* context);
     FileContent(const FileContent&) = delete;
     FileContent& operator=(const FileContent&) = delete;
 
     const CTOOFile& File() const { return m_file; }
     /// Where the region ends in the file.
-    DWORD End() const { return static_cast<DWORD>(m_end); }
+    DWORD End() const { return static_cast<DWORD>(m_end + m_uncounted); }
     /// The bytes of content, pieces joined.
     std::uint64_t Size() const { return m_size; }
 
@@ -39,11 +41,15 @@ public:
     void CopyTo(unsigned char* out);
 
 private:
+    FileContent(const CTOOString& path, bool inPieces, unsigned uncounted, const char* context);
+    void SetRegion(std::uint64_t start, std::uint64_t end);
+
     CTOOFile m_file;
     const char* m_context;
     bool m_inPieces;
+    std::uint64_t m_uncounted;  // bytes of the region behind the pieces
     std::uint64_t m_start = 0;
-    std::uint64_t m_end = 0;
+    std::uint64_t m_end = 0;  // behind the content
     std::uint64_t m_size = 0;
 
     friend class FileContentReader;

@@ -15,11 +15,22 @@ void WriteElements(asnt::Writer& writer, const std::list<IdentObj>& elements) {
     }
 }
 
+namespace {
+
+bool IsSame(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
+
+}  // namespace
+
 bool IsSameFile(const CTOOFile& a, const CTOOFile& b) {
     struct stat first {};
     struct stat second {};
-    return fstat(a.GetDescriptor(), &first) == 0 && fstat(b.GetDescriptor(), &second) == 0 &&
-           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+    return fstat(a.GetDescriptor(), &first) == 0 && fstat(b.GetDescriptor(), &second) == 0 && IsSame(first, second);
+}
+
+bool IsSameFile(const CTOOFile& file, const CTOOString& path) {
+    struct stat open {};
+    struct stat named {};
+    return fstat(file.GetDescriptor(), &open) == 0 && stat(path.c_str(), &named) == 0 && IsSame(open, named);
 }
 
 FileUndo::~FileUndo() {

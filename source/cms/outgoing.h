@@ -40,8 +40,9 @@ void DeclareMessage(asnt::Writer& writer, const char* context, Declare&& declare
     if (writer.Size() > c_NAL_MAX_MESSAGE_SIZE) throw XTOOStatus(TOO_E_TOO_LARGE, context);
 }
 
-/// Whether two open files are one.
+/// Whether two open files are one, or an open file is the one that a path names now, through links.
 bool IsSameFile(const CTOOFile& a, const CTOOFile& b);
+bool IsSameFile(const CTOOFile& file, const CTOOString& path);
 
 /// Cuts a file back to its length before, unless what was written is complete.
 class FileUndo {

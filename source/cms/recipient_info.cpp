@@ -4,6 +4,7 @@
 #include "cms/party_identifier.h"
 #include "cms/recipient_writer.h"
 #include "frame/failure.h"
+#include "model/bit_string.h"
 #include "model/encoding.h"
 #include "nal/enveloped_data.h"
 #include "too/status.h"
@@ -79,8 +80,7 @@ CNALCertPublicKeyInfo DecodeOriginatorKey(asnt::Reader originator) {
     asnt::Reader fields = originator.Inside(element);
     CNALCertPublicKeyInfo key;
     key.m_algorithm.ReadData(fields);
-    const asnt::BitString bits = fields.Bits();
-    key.m_publicKey = CTOOCryptBitBlob(bits.bytes.Copy(), bits.unusedBits);
+    key.m_publicKey = nal::ToBitBlob(fields.Bits());
     fields.ExpectEnd();
     return key;
 }

@@ -34,6 +34,11 @@ inline int LastErrorStatus(int otherwise = TOO_E_INTERNAL) {
     return status != TOO_OK ? status : otherwise;
 }
 
+/// Throws the status of the provider's last error, with `context` as text.
+[[noreturn]] inline void ThrowProvider(const char* context) {
+    throw XTOOStatus(LastErrorStatus(), context);
+}
+
 /// Convention 2: the status of a running operation and the name of the step that failed.
 class Outcome {
 public:

@@ -13,11 +13,6 @@ namespace nal {
 /// How much of a content is hashed at a time.
 inline constexpr std::size_t c_hashChunk = 0x10000;
 
-/// Throws the status of the provider's last error, with `context` as text.
-[[noreturn]] inline void ThrowProvider(const char* context) {
-    throw XTOOStatus(LastErrorStatus(), context);
-}
-
 /// The hash that a signature over attributes covers, ready to be signed with `info.hKey` or checked: of the attributes, or, with hash
 /// 0x8029, of the content in `info.hHash` and the attributes. The running hash stays as it is.
 /// @param attributes  their encoding under the tag of a SET OF; empty when there are none: the content's hash then, from `info.hHash`

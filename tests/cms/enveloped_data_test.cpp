@@ -20,7 +20,8 @@ using nal_test::StatusOf;
 
 constexpr char c_data[] = "0609 2A864886F70D010701";
 constexpr char c_algorithm[] = "301D 0606 2A8503020215 3013 0408 0102030405060708 0607 2A85030202 1F01";
-const std::string c_agreement = "A1 8190 020103 A065 A163 301C 0606 2A8503020213 3012 0607 2A850302022400 0607 2A850302021E01 0343 00 0440" +
+const std::string c_agreement = "A1 8190 020103 A065 A163 301C 0606 2A8503020213 3012 0607 2A850302022400 0607 2A850302021E01"
+                                "0343 00 0440" +
                                 std::string(128, '0') +
                                 "A10A 0408 1112131415161718 3008 0606 2A8503020260 300E 300C A006 0404 DEADBEEF 0402 AABB";
 

@@ -107,6 +107,8 @@ inline constexpr DWORD ORK_KEY_PARAM_CONTEXT =
 inline constexpr DWORD ORK_KEY_PARAM_TYPE =
     121;  ///< get: DWORD, ORK_KEY_EXCHANGE or ORK_KEY_SIGNATURE; 0 for other keys
 inline constexpr DWORD ORK_KEY_PARAM_ENTRY = 122;  ///< get: the name of the container entry that the key comes from
+inline constexpr DWORD ORK_KEY_PARAM_WRAP =
+    123;  ///< get, set: OID of an agreed key's wrap: 1.2.643.2.2.13.1 (at first) or 1.2.643.2.2.13.0, without diversification
 
 // --- Hash parameters ---
 

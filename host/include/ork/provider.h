@@ -114,7 +114,20 @@ NAL_HOST_EXPORT BOOL ORKDuplicateKey(unsigned long hKey, const DWORD* reserved, 
 /// Releases a key. A container's key stays in the container.
 NAL_HOST_EXPORT BOOL ORKDestroyKey(unsigned long hKey);
 
-/// Exports a key as a blob; docs/provider.md draws the layouts.
+/// Exports a key as a blob. A public key's layout is drawn at NALConvertPublicKeyInfo (nal/algorithm.h); a private key's is the
+/// provider's own business; a simple blob has these fields, integers least significant byte first:
+///
+///   offset  size  field
+///        0     1  ORK_BLOB_SIMPLE
+///        1     1  version, 0x10
+///        2     2  0
+///        4     4  ORK_ALG_GOST28147
+///        8     4  "MAG1"
+///       12     4  length of the wrapped key in bits, 256
+///       16     8  UKM
+///       24    32  encrypted key
+///       56     4  MAC
+///       60     p  OID of the wrap's cipher parameter set, DER
 ///
 /// @param hExpKey   blob 1: the agreed key; blob 7: the protection key, 0 for a one-time key of this process, good for
 ///                  one import; blob 6: 0

@@ -90,6 +90,8 @@ public:
     static IdentObj ReadWhole(const CTOOString& path, std::uint32_t limit = 0xFFFFFFFFU);
 
 private:
+    friend class CTOOWholeFile;
+
     void RequireOpen() const;
     void CloseQuietly() noexcept;
 
@@ -111,10 +113,19 @@ private:
 /// the target. One object is for one thread at a time.
 class NAL_HOST_EXPORT CTOOWholeFile {
 public:
+    /// Says that the temporary file is to have no name.
+    struct UnnamedTag {};
+    static constexpr UnnamedTag Unnamed{};
+
     /// Prepares the output. @throws XTOOFile 10 when the target exists and is neither a regular file nor a link
     explicit CTOOWholeFile(const CTOOString& target);
     /// The same with fixed permissions of the target, for files that hold secrets.
     CTOOWholeFile(const CTOOString& target, unsigned permissions);
+    /// The same for content that nobody may find before it is complete, not even after a crash: the temporary file has no
+    /// name until Commit. Commit gives it the target's name at once when there is no such file; else it has a name like
+    /// an ordinary temporary file for the moment before the renaming. Where the file system knows no unnamed files it
+    /// is an ordinary temporary file all along.
+    CTOOWholeFile(const CTOOString& target, UnnamedTag);
     CTOOWholeFile(const CTOOWholeFile&) = delete;
     CTOOWholeFile& operator=(const CTOOWholeFile&) = delete;
     /// Removes the temporary file unless it was committed.
@@ -133,10 +144,14 @@ public:
     static void Store(const CTOOString& target, const void* data, std::size_t size);
 
 private:
-    void Prepare();
+    CTOOString Prepare();
+    void OpenNamed(const CTOOString& temporary);
+    bool OpenUnnamed(const CTOOString& temporary);
+    bool LinkUnnamed();
 
     CTOOString m_target;
-    CTOOString m_temporary;
+    CTOOString m_temporary;  // removed by the destructor unless it is empty
+    CTOOString m_laterName;  // of an unnamed file, for when the target is there already
     CTOOFile m_file;
     unsigned m_permissions;
     bool m_fixedPermissions;

@@ -455,6 +455,31 @@ TEST_F(KeysOfProvider, AgreeOnlyWithinOneParameterSet) {
     EXPECT_ERROR(ORKExportKey(prov, a, 0, 6, 32, blob), ORK_E_BAD_FLAGS);
 }
 
+TEST_F(KeysOfProvider, AgreedKeysWrapWithAndWithoutDiversification) {
+    const Prov prov = Verify();
+    const Key a = Ephemeral(prov, "1.2.643.2.2.35.1");
+    const Key b = Ephemeral(prov, "1.2.643.2.2.35.1");
+    const Key mine = Import(prov, PublicBlob(prov, b), a);
+    const Key theirs = Import(prov, PublicBlob(prov, a), b);
+    const char* const wraps[] = {"1.2.643.2.2.13.1", "1.2.643.2.2.13.0"};
+    CTOOString wrap;
+    ASSERT_OK(ORKGetKeyParam(mine, ORK_KEY_PARAM_WRAP, wrap));
+    EXPECT_EQ(wrap, wraps[0]);
+    for (const char* exported : wraps) {
+        ASSERT_OK(ORKSetKeyParam(mine, ORK_KEY_PARAM_WRAP, exported));
+        IdentObj blob;
+        ASSERT_OK(ORKExportKey(prov, Session(prov), mine, 1, 32, blob));
+        for (const char* imported : wraps) {
+            ASSERT_OK(ORKSetKeyParam(theirs, ORK_KEY_PARAM_WRAP, imported));
+            ASSERT_OK(ORKGetKeyParam(theirs, ORK_KEY_PARAM_WRAP, wrap));
+            EXPECT_EQ(wrap, imported);
+            EXPECT_EQ(ImportError(prov, blob, theirs), exported == imported ? 0 : ORK_E_BAD_DATA);
+        }
+    }
+    EXPECT_ERROR(ORKSetKeyParam(mine, ORK_KEY_PARAM_WRAP, "1.2.643.2.2.13.2"), ORK_E_BAD_ALGID);
+    EXPECT_ERROR(ORKSetKeyParam(a, ORK_KEY_PARAM_WRAP, wraps[0]), ORK_E_BAD_TYPE);
+}
+
 TEST_F(KeysOfProvider, MoveBetweenContainers) {
     const Prov source = Create("source", "old");
     const Prov target = Create("target", "new");

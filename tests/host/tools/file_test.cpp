@@ -328,6 +328,57 @@ TEST(WholeFile, IsOldOrNewWhereverItStops) {
     }
 }
 
+TEST(WholeFile, AnUnnamedOneLeavesNothingBehindThatIsIncomplete) {
+    const TempFolder folder;
+    const std::string target = folder.File("t");
+    const auto store = [&] {
+        CTOOWholeFile file(target, CTOOWholeFile::Unnamed);
+        file.Write("new content", 11);
+        EXPECT_LE(CountEntries(folder.Path()), 1U);
+        file.Commit();
+    };
+    for (const bool replaces : {false, true}) {
+        const auto reset = [&] {
+            fs::remove(target);
+            if (replaces) Store(target, "old");
+        };
+        const auto content = [&] { return CTOOFile::Exists(target) ? Load(target) : "none"; };
+        const std::string before = replaces ? "old" : "none";
+        reset();
+        too_testing::ResetSteps();
+        store();
+        const unsigned steps = too_testing::GetStepCount();
+        ASSERT_EQ(replaces ? 6U : 4U, steps) << "write, sync, link (again, rename), sync of the folder";
+        EXPECT_EQ("new content", Load(target));
+        for (unsigned nth = 1; nth <= steps; ++nth) {
+            SCOPED_TRACE(nth);
+            reset();
+            {
+                const too_testing::ScopedStepFailure full(nth);
+                EXPECT_THROW(store(), XTOOFile);
+            }
+            EXPECT_EQ(nth < steps ? before : "new content", content());
+            EXPECT_EQ(replaces || nth == steps ? 1U : 0U, CountEntries(folder.Path()));
+            reset();
+            EXPECT_EQ(ChildEnd::killed, nal_test::RunInChild([&] {
+                          too_testing::KillAtStep(nth);
+                          store();
+                      }));
+            EXPECT_EQ(nth < steps ? before : "new content", content());
+            // Only between its two names is a file that replaces another to be seen, and then it is complete.
+            for (const auto& entry : fs::directory_iterator(folder.Path())) {
+                if (entry.path() == target) continue;
+                EXPECT_TRUE(replaces && nth + 1 == steps);
+                EXPECT_EQ("new content", Load(entry.path().string()));
+                fs::remove(entry.path());
+            }
+        }
+    }
+    EXPECT_EQ(TOO_E_FILE_NOT_FOUND, CodeOf(folder.File("no/such"), [&] {
+                  CTOOWholeFile file(folder.File("no/such"), CTOOWholeFile::Unnamed);
+              }));
+}
+
 // ---- folders ----
 
 TEST(Folder, MakesFindsAndRemoves) {

@@ -62,7 +62,7 @@ Descriptor OpenInput(const std::string& path, struct stat& status) {
 std::size_t ReadSome(int fd, char* buffer, std::size_t size, const std::string& name) {
     std::size_t done = 0;
     while (done < size) {
-        ThrowIfInterrupted();
+        WaitReadable(fd);
         const ssize_t got = ::read(fd, buffer + done, size - done);
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) FailRead(name, errno);

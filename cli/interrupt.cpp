@@ -1,5 +1,6 @@
 #include "cli/interrupt.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -47,6 +48,19 @@ bool Interrupted() { return g_signal != 0; }
 
 void ThrowIfInterrupted() {
     if (Interrupted()) throw Stopped{};
+}
+
+void WaitReadable(int descriptor) {
+    // A signal between the look at the flag and the wait would be slept over; so it is let in by the wait alone.
+    sigset_t ours;
+    sigset_t before;
+    ::sigemptyset(&ours);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) ::sigaddset(&ours, number);
+    ::sigprocmask(SIG_BLOCK, &ours, &before);
+    pollfd one{descriptor, POLLIN, 0};
+    if (!Interrupted()) ::ppoll(&one, 1, nullptr, &before);
+    ::sigprocmask(SIG_SETMASK, &before, nullptr);
+    ThrowIfInterrupted();
 }
 
 void RecordEffect(std::string what) { g_effects.push_back(std::move(what)); }

@@ -17,6 +17,9 @@ bool Interrupted();
 /// @throws Stopped when one did
 void ThrowIfInterrupted();
 
+/// Waits until a descriptor has something to read, or is at its end. @throws Stopped when a signal asked to end, before or meanwhile
+void WaitReadable(int descriptor);
+
 /// Something that stays when the program is stopped from here on; the operator is told of it.
 void RecordEffect(std::string what);
 const std::vector<std::string>& Effects();

@@ -21,6 +21,7 @@ int main(int argc, char** argv) {
     cli::Program program(std::move(text));
     cli::AddHelpCommand(program);
     cli::AddSignCommands(program);
+    cli::AddVerifyCommand(program);
     cli::AddHashCommand(program);
     cli::AddNameCommand(program);
     cli::AddSettingsCommand(program);
@@ -29,6 +30,7 @@ int main(int argc, char** argv) {
     cli::AddCrlCommands(program);
     cli::AddTrustCommands(program);
     cli::AddSignaturesCommands(program);
+    cli::AddDhCommands(program);
     cli::AddStoreCommands(program);
     return program.Run({argv + 1, argv + argc});
 }

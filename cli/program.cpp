@@ -29,6 +29,9 @@ void RefuseBadPaths(const CLI::App& app) {
     unsigned outputs = 0;
     for (const CLI::Option* option : app.get_options()) {
         const std::string type = option->get_type_name();
+        const std::string name = option->get_name();
+        const bool isDescriptor = name.size() > 3 && name.compare(name.size() - 3, 3, "-fd") == 0;
+        if (isDescriptor && option->count() != 0 && option->results().front() == "0") ++inputs;
         if (type != kIn && type != kOut && type != kPath) continue;
         for (const std::string& value : option->results()) {
             if (value.empty()) UsageFault(option->get_name() + ": the path is empty");

@@ -52,6 +52,7 @@ void ReadLine(int fd, const std::string& where, bool isTerminal, Secret& passwor
     bool ended = false;
     for (;;) {
         char c = 0;
+        WaitReadable(fd);
         const ssize_t got = ::read(fd, &c, 1);
         if (got < 0 && errno == EINTR) {
             ThrowIfInterrupted();

@@ -128,10 +128,53 @@ struct Sign {
     }
 };
 
+struct Unsign {
+    std::string file;
+    std::string output;
+    bool force = false;
+
+    void Define(Options& o) {
+        o.In("FILE", file, "A signed message that carries its content, PEM or DER")->required();
+        o.Out("-o,--output", output, "Where the content goes; FILE without \".p7s\" unless given");
+        o.Flag("-f,--force", force, "Replaces a file that is there");
+        o.Note("Takes the content out of a signed message. No signature is checked by this: nal verify checks them, and can write the content too.");
+        o.Example("nal unsign report.pdf.p7s", "Makes report.pdf");
+        o.Example("nal unsign report.pdf.p7s -o - | less", "Reads the content");
+    }
+
+    Outcome Run(const Globals& globals) {
+        if (output.empty()) {
+            const std::string ending = c_NAL_SIGNED_FILE_EXT;
+            const bool has = file.size() > ending.size() && file.compare(file.size() - ending.size(), ending.size(), ending) == 0;
+            if (file != "-" && !has) UsageFault("where is the content to go? Name it with -o");
+            output = file == "-" ? "-" : file.substr(0, file.size() - ending.size());
+        }
+        if (output == "-" && globals.json) UsageFault("--json and the content cannot both go to standard output", "Name a file: -o FILE");
+        OutputFile target(output, force);
+        const MessageFile message(file);
+        if (!message.IsAttached()) {
+            throw Fault(kInput, message.File().Name() + " does not carry its content: it was signed detached", "The content is the file that it came with.",
+                        TOO_E_NOT_INITIALIZED);
+        }
+        int status = 0;
+        {
+            const Progress progress("reading " + message.File().Name(), globals);
+            NALRemoveSignaturesFromFile(message.File().Path().c_str(), target.Path().c_str(), nullptr, &status);
+        }
+        if (status != TOO_OK) throw FaultOf(status, "taking the content out", message.File().Name());
+        target.Finish();
+        if (!globals.quiet) WriteAll(2, "nal unsign: no signature was checked (nal verify does)\n");
+        Outcome outcome;
+        if (output != "-") outcome.data = {{"output", output}};
+        return outcome;
+    }
+};
+
 }  // namespace
 
 void AddSignCommands(Program& program) {
     program.Command<Sign>("", "sign", "Signs a file, or adds a signature to a message");
+    program.Command<Unsign>("", "unsign", "Takes the content out of a signed message");
 }
 
 }  // namespace cli

@@ -88,7 +88,7 @@ std::string Cli::InFolder(std::string text) const {
 }
 
 ProcessResult Cli::Run(const std::string& command) const {
-    const std::string line = "cd '" + m_folder.Path() + "' && nal() { '" + BinaryDir() + "/cli/nal' \"$@\"; } && " + InFolder(command);
+    const std::string line = "cd '" + m_folder.Path() + "' && nal() { '" + BinaryDir() + "/cli/nal' \"$@\"; } && nal-keycentre() { '" + BinaryDir() + "/keycentre/nal-keycentre' \"$@\"; } && " + InFolder(command);
     return RunProcess({"bash", "-c", line}, {"NAL_HOME=" + Path("home"), "NO_COLOR="});
 }
 

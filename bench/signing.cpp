@@ -1,4 +1,4 @@
-// Signing beside what it is made of: the hash of the same bytes, and a copy of them that is made durable.
+// Signing and verifying beside what they are made of: the hash of the same bytes, and a copy of them that is made durable.
 //
 // NAL_BENCH_MIB is the content's size in MiB, 64 by default. `peak_growth_MiB` is how much the process's peak memory grew.
 #include <benchmark/benchmark.h>
@@ -12,6 +12,7 @@
 
 #include "keycentre/issuer.h"
 #include "nal/sign.h"
+#include "nal/signature_check.h"
 #include "nal/user.h"
 #include "ork/csp.h"
 #include "ork/handles.h"
@@ -35,7 +36,9 @@ std::size_t ContentMiB() {
     return size != nullptr ? std::strtoull(size, nullptr, 10) : 64;
 }
 
-/// A folder with the content and a user who signs it.
+constexpr unsigned kSigners = 10;
+
+/// A folder with the content and a user who signs it; and what ten others signed.
 class Setting {
 public:
     static const Setting& Get() {
@@ -48,6 +51,26 @@ public:
     std::string output;
     CNALUser user;
     CNALCertContext cert;
+    std::vector<keycentre::KeyPair> signers;
+    std::vector<CNALCertContext> signerCerts;
+
+    /// The content signed by the first so many signers; detached.
+    CNALSignData SignedBy(unsigned count) const {
+        SNALCryptInfo info;
+        info.hashAlgId = ORK_ALG_GOSTR3411;
+        static const IdentObj hash = NALHashFile(content.c_str(), 0, 0xFFFFFFFF, 0, info);
+        CNALSignData message;
+        for (unsigned i = 0; i < count; ++i) {
+            info.hProv = signers[i].GetProvider();
+            info.hKey = signers[i].GetKey();
+            CNALMessageSignerInfo signer;
+            NALFillMsgSignerInfo(signerCerts[i], info, hash, signer, 0, nullptr);
+            message.signerInfos.push_back(signer.WriteData(nullptr));
+            message.certificates.emplace_back(signerCerts[i].GetContext()->pbCertEncoded, signerCerts[i].GetContext()->cbCertEncoded);
+            message.digestAlgorithms = {signer.digestAlgorithm};
+        }
+        return message;
+    }
 
 private:
     Setting() : m_folder(std::filesystem::temp_directory_path() / ("nal-bench-" + std::to_string(getpid()))) {
@@ -68,6 +91,11 @@ private:
         const KeyPair key = KeyPair::Create(container, "");
         cert.CreateContext(root.Certify(keycentre::Name("CN=User"), key.GetPublicKey(), keycentre::SignatureProfile()));
         user.LogInUser(container.c_str(), nullptr, nullptr, false);
+        for (unsigned i = 0; i < kSigners; ++i) {
+            signers.push_back(KeyPair::Create(container + std::to_string(i), ""));
+            const auto name = keycentre::Name("CN=Signer " + std::to_string(i));
+            signerCerts.emplace_back(root.Certify(name, signers.back().GetPublicKey(), keycentre::SignatureProfile()));
+        }
     }
     ~Setting() { std::filesystem::remove_all(m_folder); }
 
@@ -147,5 +175,42 @@ void SignSmallDetached(benchmark::State& state) {
     state.SetBytesProcessed(0);
 }
 BENCHMARK(SignSmallDetached)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
+
+void RequireValid(benchmark::State& state, const std::list<CNALWholeSignatureCheck>& records) {
+    for (const CNALWholeSignatureCheck& record : records) {
+        if (!record.IsValid()) state.SkipWithError("a signature is not valid");
+    }
+    if (records.size() != static_cast<std::size_t>(state.range(0))) state.SkipWithError("a signature is missing");
+}
+
+void VerifyDetached(benchmark::State& state) {
+    const Setting& setting = Setting::Get();
+    const IdentObj message = setting.SignedBy(static_cast<unsigned>(state.range(0))).WriteObject(nullptr);
+    Run(state, [&] {
+        std::list<CNALWholeSignatureCheck> records;
+        NALVerifySignatureOnFile(records, setting.content.c_str(), &message, nullptr, nullptr);
+        RequireValid(state, records);
+    });
+}
+BENCHMARK(VerifyDetached)->Arg(1)->Arg(kSigners)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
+
+void VerifyAttached(benchmark::State& state) {
+    const Setting& setting = Setting::Get();
+    CNALSignData message = setting.SignedBy(static_cast<unsigned>(state.range(0)));
+    WhatToSignStruct what;
+    what.flags = c_NAL_CONTENT_IN_FILE;
+    what.data = setting.content.c_str();
+    what.end = c_NAL_TO_END_OF_FILE;
+    message.AttachData(what, nullptr);
+    CTOOFile file(setting.output, "wb");
+    message.WriteObject(file, 0);
+    file.Close();
+    Run(state, [&] {
+        std::list<CNALWholeSignatureCheck> records;
+        NALVerifySignatureOnFile(records, setting.output.c_str(), nullptr, nullptr, nullptr);
+        RequireValid(state, records);
+    });
+}
+BENCHMARK(VerifyAttached)->Arg(1)->Arg(kSigners)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
 
 }  // namespace

@@ -32,8 +32,8 @@ struct CloseFolder {
 
 }  // namespace
 
-FolderService::FolderService(Centre& centre, TransportFolder folder, std::function<void(const FolderEvent&)> report)
-    : m_centre(centre), m_folder(std::move(folder)), m_report(std::move(report)), m_lock(m_folder.GetStation(), false), m_judge(centre) {}
+FolderService::FolderService(Centre& centre, TransportFolder folder, std::function<void(const FolderEvent&)> report, std::size_t group)
+    : m_centre(centre), m_folder(std::move(folder)), m_report(std::move(report)), m_group(group), m_lock(m_folder.GetStation(), false), m_judge(centre) {}
 
 void FolderService::Report(FolderEvent::Kind kind, const std::string& file, const std::string& text, const std::string& name) {
     m_report({kind, m_folder.GetStation() + "/" + file, text, name});
@@ -79,7 +79,7 @@ void FolderService::Walk(Delivery kind, const std::function<bool()>& stop) {
             ++m_tally.failed;
             Report(FolderEvent::Failed, Relative(kind, file), failure.GetText().str());
         }
-        if (++inGroup < kGroup) continue;
+        if (++inGroup < m_group) continue;
         Flush();
         lock.reset();
         inGroup = 0;
@@ -218,7 +218,7 @@ void FolderService::HandOver(const std::vector<CertificateRecord>& records) {
 void FolderService::ForgetVanished() {
     std::vector<std::string> vanished;
     m_centre.GetRecords().ForEachWaiting([&](const WaitingRecord& record) {
-        if (vanished.size() < kGroup && record.folder == m_folder.GetPath() && !CTOOFile::Exists(m_folder.GetStation() + "/" + record.file)) vanished.push_back(record.file);
+        if (vanished.size() < m_group && record.folder == m_folder.GetPath() && !CTOOFile::Exists(m_folder.GetStation() + "/" + record.file)) vanished.push_back(record.file);
     });
     if (vanished.empty()) return;
     const FolderLock lock = m_centre.Lock();

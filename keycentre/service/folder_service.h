@@ -39,8 +39,9 @@ struct FolderTally {
 /// a fixed size, so memory does not grow with their number. While it lives no other service works on the folder.
 class FolderService {
 public:
+    /// @param group  how many requests are worked on together
     /// @throws XTOOFile 13 when another service works on the folder
-    FolderService(Centre& centre, TransportFolder folder, std::function<void(const FolderEvent&)> report);
+    FolderService(Centre& centre, TransportFolder folder, std::function<void(const FolderEvent&)> report, std::size_t group = kGroup);
 
     /// Finishes what a run that died had begun, then goes over the folder once.
     /// @param stop  asked between groups
@@ -68,6 +69,7 @@ private:
     Centre& m_centre;
     TransportFolder m_folder;
     std::function<void(const FolderEvent&)> m_report;
+    std::size_t m_group;
     FolderLock m_lock;
     Judge m_judge;
     FolderTally m_tally;

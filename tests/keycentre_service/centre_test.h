@@ -117,11 +117,11 @@ protected:
         return centre;
     }
 
-    keycentre::FolderTally Serve(Centre& centre) {
+    keycentre::FolderTally Serve(Centre& centre, std::size_t group = keycentre::FolderService::kGroup) {
         m_events.clear();
         keycentre::FolderService service(centre, Transport(), [&](const FolderEvent& event) {
             m_events[std::filesystem::path(event.file).filename()] = event;
-        });
+        }, group);
         return service.Run([] { return false; });
     }
 

@@ -32,10 +32,11 @@ constexpr const char* kOldestLibrary = "1.10.0";
 // Null, or why libgcrypt cannot serve. Called once.
 const char* StartLibrary() {
     if (!gcry_control(GCRYCTL_INITIALIZATION_FINISHED_P)) {
+        // The kernel's generator: libgcrypt's own takes longer for 32 bytes than a signature takes for all the rest.
+        // First of all, since several other commands settle on libgcrypt's own.
+        gcry_control(GCRYCTL_SET_PREFERRED_RNG_TYPE, GCRY_RNG_TYPE_SYSTEM);
         // Making the pool would otherwise drop the host's effective user.
         gcry_control(GCRYCTL_DISABLE_PRIV_DROP);
-        // The kernel's generator: libgcrypt's own takes longer for 32 bytes than a signature takes for all the rest.
-        gcry_control(GCRYCTL_SET_PREFERRED_RNG_TYPE, GCRY_RNG_TYPE_SYSTEM);
         if (!gcry_check_version(kOldestLibrary)) return "libgcrypt 1.10 or later is needed";
         // It prints on standard error; GetSecureMemoryState tells instead.
         gcry_control(GCRYCTL_DISABLE_SECMEM_WARN);

@@ -16,6 +16,15 @@
 namespace nalhost::crypto {
 namespace {
 
+// libgcrypt's own generator would take longer for a nonce than a signature takes. Commands in another order settle on
+// it.
+TEST(Random, ComesFromTheKernel) {
+    StartCrypto();
+    int type = 0;
+    gcry_control(GCRYCTL_GET_CURRENT_RNG_TYPE, &type);
+    EXPECT_EQ(GCRY_RNG_TYPE_SYSTEM, type);
+}
+
 TEST(SecureBytes, LivesInTheSecurePoolWhichGrows) {
     ASSERT_NE(SecureMemoryState::kDisabled, GetSecureMemoryState());
     // More than the first pool has.

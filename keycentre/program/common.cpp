@@ -39,7 +39,7 @@ Centre CentreOption::Open() const {
 
 void CentreOption::OpenKeys(Centre& centre) const {
     cli::Secret secret;
-    cli::GetPassword(password, "Password of the key centre's keys: ", secret);
+    cli::GetPassword(password, "Password of the key centre's keys", secret);
     cli::About(Folder(), [&] { centre.OpenKeys(secret.c_str()); });
 }
 

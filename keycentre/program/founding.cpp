@@ -40,7 +40,7 @@ struct Init {
             cli::UsageFault("the authorities need different names");
         }
         cli::Secret password;
-        cli::GetNewPassword(centre.password, "Password for the key centre's keys: ", password);
+        cli::GetNewPassword(centre.password, "Password for the key centre's keys", password);
         founding.password = password.c_str();
         cli::About(founding.folder.str(), [&] { Centre::Found(founding); });
         cli::RecordEffect("the key centre " + founding.folder.str());

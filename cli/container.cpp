@@ -156,6 +156,41 @@ struct Passwd {
     }
 };
 
+struct Transfer {
+    UserOption user;
+    std::string target;
+    PasswordSource newPassword;
+    PasswordSource newPin;
+
+    void Define(Options& o) {
+        o.Value("CONTAINER", user.container, "CONTAINER", "The container's name, or the path of its file")->required();
+        o.Value("NEW", target, "NEW", "The new container: a name or path that no container has")->required();
+        user.DefineSecrets(o);
+        newPassword.Define(o, "new-password", true);
+        newPin.Define(o, "new-pin", true);
+        o.Note("Moves all keys and certificates into a new container and deletes the old one. The new container keeps the password and PIN of the old one unless others are given; keys are never written without that protection. One without a password gets one, unless --no-new-password says that there is to be none.");
+        o.Example("nal container transfer ivan /media/token/ivan.keys", "Moves the keys to another disk");
+    }
+
+    Outcome Run(const Globals&) {
+        CNALUser owner;
+        Secret password;
+        Secret pin;
+        OpenUser(owner, user, password, pin);
+        if (newPassword.IsGiven() || password.empty()) GetNewPassword(newPassword, "New password of container " + target, password);
+        if (newPin.IsGiven()) GetNewPassword(newPin, "New PIN of container " + target, pin);
+        ThrowIfInterrupted();
+        int status = 0;
+        CTOOString text;
+        if (!owner.TransferKeys(target, password.c_str(), pin.c_str(), 0, &status, &text)) throw FaultOf(status, text, "container " + target);
+        owner.Reset();
+        Outcome outcome;
+        outcome.data = ContainerJson(ContainerInfo(target));
+        outcome.data.erase("error");
+        return outcome;
+    }
+};
+
 struct Delete {
     std::string container;
     bool yes = false;
@@ -188,6 +223,7 @@ void AddContainerCommands(Program& program) {
     program.Command<Create>("container", "create", "Makes a container with a key pair");
     program.Command<Show>("container", "show", "Shows what a container holds");
     program.Command<Passwd>("container", "passwd", "Changes the password or PIN of a container");
+    program.Command<Transfer>("container", "transfer", "Moves the keys of a container into a new one");
     program.Command<Delete>("container", "delete", "Deletes a container");
 }
 

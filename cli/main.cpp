@@ -29,6 +29,7 @@ int main(int argc, char** argv) {
     cli::AddCertCommands(program);
     cli::AddCrlCommands(program);
     cli::AddTrustCommands(program);
+    cli::AddRequestCommands(program);
     cli::AddSignaturesCommands(program);
     cli::AddDhCommands(program);
     cli::AddStoreCommands(program);

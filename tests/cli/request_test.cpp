@@ -1,0 +1,57 @@
+// nal request: from the first request to the renewed certificate, with the key centre at the other end of the transport folder.
+#include "cli_fixture.h"
+
+namespace nal_test {
+namespace {
+
+using CliRequest = Cli;
+
+TEST_F(CliRequest, FromTheFirstRequestToTheRenewedKey) {
+    RunAll({
+        {"printf secret > pw; printf centre > cpw; printf other > bad; chmod 600 *; mkdir -p net/d_station/o_users net/d_station/e_users; seq 1000 > doc", 0, ""},
+        {"nal request list", 2, "no transport folder is set"},
+        {"nal settings --set-transport net", 0, "", "@/net"},
+        {"nal request list", 0, "", "no requests in @/net"},
+        {"nal request install", 0, "", "nothing to install"},
+        {"nal request status 5A", 3, "there is no request 5A"},
+        {"nal request new -k ivan --subject Nonsense --password-file pw", 3, "not a name"},
+        {"nal request new -k ivan --subject CN=Ivan --usage fly --password-file pw", 2, "neither sign nor encrypt"},
+        {"nal request new -k ivan --subject CN=Ivan --algorithm 1.2.3 --password-file pw", 3, "is not the OID of a key algorithm"},
+        {"exec setsid -w @NAL@ request new -k ivan --subject CN=Ivan", 4, "no terminal to ask at"},
+        {"nal container list", 0, "", "no containers"},
+        {"nal-keycentre init --root CN=Root --network 12ab --centre c --password-file cpw > init; nal-keycentre publish net --centre c --password-file cpw > published", 0, ""},
+        {"nal trust add c/root.cer --crl c/crl/root.crl --yes", 0, "", "trusted"},
+
+        {"nal request new -k ivan --subject CN=Ivan --password-file pw -o ivan.p10", 0, "", "status       made"},
+        {"nal cert show ivan.p10", 3, "ivan.p10 is a certification request, not a certificate"},
+        {"nal request list", 0, "", "made"},
+        {"nal request renew -k ivan --password-file pw", 4, "has no certificate"},
+        {"nal-keycentre issue net/d_station/o_users/*.req --centre c --password-file cpw --fingerprint \"$(nal request list --json | sed -n 's/.*\"id\": \"\\(.*\\)\".*/\\1/p' "
+         "| xargs @NAL@ request status --json | sed -n 's/.*\"key_fingerprint\": \"\\(.*\\)\".*/\\1/p')\" > issued", 0, ""},
+        {"nal request install --password-file bad", 4, "the password or PIN is wrong"},
+        {"nal request install --password-file pw", 0, "", "installed"},
+        {"nal request install --password-file pw", 0, "", "nothing to install"},
+        {"nal container show ivan", 0, "", "cn=Ivan"},
+        {"nal cert find --with-key", 0, "", "cn=Ivan"},
+        {"nal sign doc -k ivan --password-file pw && nal verify doc.p7s", 0, "", "all signatures are valid"},
+
+        // Renewed with another algorithm; a repeat shows the request and makes no key.
+        {"nal request renew -k ivan --password-file pw --algorithm 1.2.643.2.2.98", 0, "", "1.2.643.2.2.98"},
+        {"nal request renew -k ivan --password-file pw", 0, "", "no new key was made"},
+        {"nal request renew -k ivan --password-file pw --algorithm 1.2.643.2.2.19", 3, "waits for its answer, for a key of another algorithm"},
+        {"nal container show ivan --json | grep -c '\"created\"'", 0, "", "2"},
+        {"nal-keycentre serve-folder net --centre c --password-file cpw > served; nal request install --password-file pw", 0, "", "installed"},
+        {"nal cert list", 0, "", "cn=Ivan"},
+        {"nal container transfer ivan moved --password-file pw && nal sign doc -k moved --password-file pw --cert $(nal cert list --json | sed -n "
+         "'s/.*\"key_id\": \"\\(.*\\)\".*/\\1/p' | head -1) -o moved.p7s; true", 0, "", "moved"},
+    });
+    const std::string request = "id:s status:s for:s subject:s container:s? made:s";
+    const Json list = RunJson("nal request list");
+    EXPECT_TRUE(HasShape(list, "transport:s requests:[ " + request + " ]"));
+    EXPECT_TRUE(HasShape(RunJson("nal request status " + list["requests"][0]["id"].get<std::string>()),
+                         request + " request:{ subject:s key:{ oid:s name:s bits:n parameters:s } usage:[s]? signed_by:{~ issuer:s serial:s key_id:s } key_fingerprint:s } "
+                                   "history:[ status:s time:s ] certificate:{? subject:s issuer:s serial:s not_before:s not_after:s key_id:s } storage:s"));
+}
+
+}  // namespace
+}  // namespace nal_test

@@ -161,7 +161,7 @@ BOOL CNALUser::ChangePIN(const char* newPIN, int* err) {
 }
 
 CTOOString CNALUser::MakeContainerName(const char* path, unsigned kind) {
-    const CTOOString given(path);
+    CTOOString given(path);
     CTOOString folder;
     CTOOString name;
     if (kind != c_fileInFolder || !storedev::ParseFullPath(given, folder, name)) return given;

@@ -128,7 +128,7 @@ TEST_F(Tools, SignWhatIsCheckedHere) {
                 const CNALSignData message = Read(Loaded(Path("message")));
                 EXPECT_EQ(attached, message.IsAttached());
                 EXPECT_EQ(Statuses(signers, 0), Check(message, m_content));
-                EXPECT_EQ(Statuses(signers, nal::c_signatureFails), Check(message, m_content + "."));
+                EXPECT_EQ(Statuses(signers, c_NAL_SIGNATURE_INVALID), Check(message, m_content + "."));
 
                 // One of ours beside theirs, and both tools' readers take it.
                 IdentObj both = Loaded(Path("message"));

@@ -33,52 +33,52 @@ protected:
 
 TEST_F(CliMessage, Sign) {
     RunAll({
-        {"nal sign doc -k ivan.keys --password-file pw", 0, "", "doc.p7s"},
-        {"nal sign doc -k ivan.keys --password-file pw", 3, "doc.p7s is there already"},
-        {"nal sign doc -k ivan.keys --password-file pw -o doc --force", 2, "the output is the file that is signed"},
-        {"printf wrong > bad; chmod 600 bad; nal sign doc -k ivan.keys --password-file bad -o x", 4, "the password or PIN is wrong"},
+        {"nal sign doc -k ./ivan.keys --password-file pw", 0, "", "doc.p7s"},
+        {"nal sign doc -k ./ivan.keys --password-file pw", 3, "doc.p7s is there already"},
+        {"nal sign doc -k ./ivan.keys --password-file pw -o doc --force", 2, "the output is the file that is signed"},
+        {"printf wrong > bad; chmod 600 bad; nal sign doc -k ./ivan.keys --password-file bad -o x", 4, "the password or PIN is wrong"},
         {"ls x", 2, "x"},
-        {"nal sign nowhere -k ivan.keys --password-file pw", 3, "cannot read nowhere"},
-        {"nal sign @ -k ivan.keys --password-file pw -o x", 3, "Is a directory"},
+        {"nal sign nowhere -k ./ivan.keys --password-file pw", 3, "cannot read nowhere"},
+        {"nal sign @ -k ./ivan.keys --password-file pw -o x", 3, "Is a directory"},
         {"nal sign doc -k nobody --password-file pw -o x", 4, "nal container list shows"},
-        {"nal sign doc -k ivan.keys --password-file pw --cert petr -o x", 4, "has no certificate that matches 'petr'"},
-        {"nal sign doc -k ivan.keys --password-file pw -o nowhere/x", 3, "nowhere"},
-        {"nal sign doc -k ivan.keys --password-file pw --hash 1.2.3 -o x", 2, "is not the OID of a hash"},
-        {"nal sign -k ivan.keys", 2, "FILE is needed, or --add MESSAGE"},
+        {"nal sign doc -k ./ivan.keys --password-file pw --cert petr -o x", 4, "has no certificate that matches 'petr'"},
+        {"nal sign doc -k ./ivan.keys --password-file pw -o nowhere/x", 3, "nowhere"},
+        {"nal sign doc -k ./ivan.keys --password-file pw --hash 1.2.3 -o x", 2, "is not the OID of a hash"},
+        {"nal sign -k ./ivan.keys", 2, "FILE is needed, or --add MESSAGE"},
         {"nal signatures list doc.p7s", 0, "", "signer issuer  o=Tests,cn=Root"},
-        {"nal sign --add doc.p7s -k ivan.keys --password-file pw", 3, "has signed this already"},
-        {"nal sign --add doc.p7s -k petr.keys --password-file pw -o both.p7s", 0, "", "both.p7s"},
+        {"nal sign --add doc.p7s -k ./ivan.keys --password-file pw", 3, "has signed this already"},
+        {"nal sign --add doc.p7s -k ./petr.keys --password-file pw -o both.p7s", 0, "", "both.p7s"},
         {"nal signatures list both.p7s --json | grep -c '\"number\"'", 0, "", "2"},
         {"nal signatures list doc", 3, "doc is text, not a signed message"},
-        {"nal sign --add ivan.cer -k petr.keys --password-file pw", 3, "ivan.cer is a certificate, not a signed message"},
+        {"nal sign --add ivan.cer -k ./petr.keys --password-file pw", 3, "ivan.cer is a certificate, not a signed message"},
         // Detached, PEM, streams.
-        {"nal sign doc -k ivan.keys --password-file pw --detached --pem -o d.pem && head -1 d.pem", 0, "", "-----BEGIN CMS-----"},
-        {"nal sign --add d.pem -k petr.keys --password-file pw", 2, "d.pem does not carry its content: name the FILE too"},
-        {"nal sign doc --add d.pem -k petr.keys --password-file pw && head -1 d.pem", 0, "", "-----BEGIN CMS-----"},
-        {"nal sign ivan.cer --add d.pem -k petr.keys --password-file pw --again", 3, "not about this content"},
-        {"cat doc | nal sign - -k ivan.keys --password-file pw > piped.p7s && nal signatures list piped.p7s", 0, "", "attached      yes"},
-        {"cat doc | nal sign - -k ivan.keys --password-file pw --json", 2, "cannot both go to standard output"},
-        {"nal sign doc -k ivan.keys --password-file pw -o - > /dev/full", 5, "standard output"},
+        {"nal sign doc -k ./ivan.keys --password-file pw --detached --pem -o d.pem && head -1 d.pem", 0, "", "-----BEGIN CMS-----"},
+        {"nal sign --add d.pem -k ./petr.keys --password-file pw", 2, "d.pem does not carry its content: name the FILE too"},
+        {"nal sign doc --add d.pem -k ./petr.keys --password-file pw && head -1 d.pem", 0, "", "-----BEGIN CMS-----"},
+        {"nal sign ivan.cer --add d.pem -k ./petr.keys --password-file pw --again", 3, "not about this content"},
+        {"cat doc | nal sign - -k ./ivan.keys --password-file pw > piped.p7s && nal signatures list piped.p7s", 0, "", "attached      yes"},
+        {"cat doc | nal sign - -k ./ivan.keys --password-file pw --json", 2, "cannot both go to standard output"},
+        {"nal sign doc -k ./ivan.keys --password-file pw -o - > /dev/full", 5, "standard output"},
         // Taking apart and putting together.
         {"nal signatures extract both.p7s 2 -o petr.p7s && nal signatures delete both.p7s 2 -o ivan.p7s", 0, "", "signatures  1"},
         {"nal signatures extract both.p7s 3 -o x", 3, "has no signature 3; it has 2"},
         {"nal signatures extract both.p7s 0 -o x", 3, "has no signature 0"},
         {"nal signatures merge ivan.p7s petr.p7s -o merged.p7s", 0, "", "signatures  2"},
         {"nal signatures merge ivan.p7s -o x", 2, "two messages are needed"},
-        {"nal sign ivan.cer -k ivan.keys --password-file pw -o other.p7s && nal signatures merge ivan.p7s other.p7s -o x", 3, "not about the same content"},
+        {"nal sign ivan.cer -k ./ivan.keys --password-file pw -o other.p7s && nal signatures merge ivan.p7s other.p7s -o x", 3, "not about the same content"},
     });
     const std::string signature = "number:n signer_issuer:s? signer_serial:s? signer_key_id:s? signing_time:s? hash:s algorithm:s";
     EXPECT_TRUE(HasShape(RunJson("nal signatures list both.p7s"), "message:s attached:b certificates:n crls:n signatures:[ " + signature + " ]"));
-    EXPECT_TRUE(HasShape(RunJson("nal sign doc -k ivan.keys --password-file pw -o y.p7s"),
+    EXPECT_TRUE(HasShape(RunJson("nal sign doc -k ./ivan.keys --password-file pw -o y.p7s"),
                          "output:s attached:b signer:{ subject:s issuer:s serial:s not_before:s not_after:s key_id:s }"));
 }
 
 TEST_F(CliMessage, Verify) {
     RunAll({
-        {"nal sign doc -k ivan.keys --password-file pw && nal verify doc.p7s", 0, "", "all signatures are valid"},
-        {"nal sign --add doc.p7s -k petr.keys --password-file pw && nal verify doc.p7s -o out && cmp out doc", 0, "", "signature 2: valid"},
+        {"nal sign doc -k ./ivan.keys --password-file pw && nal verify doc.p7s", 0, "", "all signatures are valid"},
+        {"nal sign --add doc.p7s -k ./petr.keys --password-file pw && nal verify doc.p7s -o out && cmp out doc", 0, "", "signature 2: valid"},
         {"nal verify < doc.p7s -", 0, "", "all signatures are valid"},
-        {"nal sign doc -k ivan.keys --password-file pw -d --pem -o d.pem && nal verify d.pem doc", 0, "", "all signatures are valid"},
+        {"nal sign doc -k ./ivan.keys --password-file pw -d --pem -o d.pem && nal verify d.pem doc", 0, "", "all signatures are valid"},
         {"nal verify d.pem", 2, "does not carry its content"},
         {"nal verify d.pem ivan.cer", 1, "", "the signature does not hold"},
         {"nal verify - - < d.pem", 2, "named more than once"},
@@ -92,7 +92,7 @@ TEST_F(CliMessage, Verify) {
         {"nal unsign d.pem -o x", 3, "does not carry its content"},
         {"base64 -w 64 doc.p7s | sed '1i -----BEGIN PKCS7-----' | sed '$a -----END PKCS7-----' > doc.pem; nal unsign doc.pem -q -o - | cmp - doc", 0, ""},
         {"nal verify doc.pem", 0, "", "all signatures are valid"},
-        {"nal sign --add doc.pem -k ivan.keys --password-file pw --again && head -1 doc.pem && nal verify doc.pem", 0, "", "all signatures are valid"},
+        {"nal sign --add doc.pem -k ./ivan.keys --password-file pw --again && head -1 doc.pem && nal verify doc.pem", 0, "", "all signatures are valid"},
         {"nal unsign doc.p7s", 3, "doc is there already"},
     });
     const std::string summary = "subject:s issuer:s serial:s not_before:s not_after:s key_id:s";

@@ -41,6 +41,12 @@ TEST_F(UserTest, LeavesNoSecretBehind) {
     }
     EXPECT_EQ(TOO_OK, user.LogInUser(File("container").c_str(), Text(newPassword), Text(pin), false));
     EXPECT_TRUE(user.CheckPassword());
+    {
+        // The certificates carry the PIN for who signs with them.
+        std::list<CNALCertContext> list;
+        EXPECT_TRUE(user.GetCertificateList(list, nullptr, nullptr));
+        EXPECT_EQ(1U, list.front().GetProviderInfo()->cProvParam);
+    }
     user.Reset();
     EXPECT_EQ(0, Residue(newPassword));
     EXPECT_EQ(0, Residue(pin));

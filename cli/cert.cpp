@@ -174,7 +174,8 @@ struct Find {
         const std::string path = store.Path();
         std::list<CNALCertContext> fit;
         const CTOOFileTime limit(CTOOFileTime::Now().GetTicks() + static_cast<std::uint64_t>(std::max(expiresWithin, 0)) * CTOOFileTime::c_ticksPerDay);
-        for (const CNALCertContext& context : AllCertificates(OpenStore(path, false))) {
+        const CNALCertStorage storage = OpenStore(path, false);  // open as long as properties are read
+        for (const CNALCertContext& context : AllCertificates(storage)) {
             const CNALX509Certificate certificate = Decoded(context);
             if (!id.empty() && !Matches(certificate, id)) continue;
             if (!issuer.empty()) {

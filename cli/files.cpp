@@ -176,6 +176,11 @@ OutputFile::OutputFile(const std::string& path, bool replace) : m_target(path), 
     if (exists && S_ISREG(status.st_mode) && !replace) {
         throw Fault(kInput, m_name + " is there already", "Name another file, or replace it with --force.", TOO_E_FILE_EXISTS);
     }
+    CTOOString folder;
+    CTOOString name;
+    if (path != "-" && storedev::ParseFullPath(path, folder, name) && !CTOOFolder::Exists(folder)) {
+        throw Fault(kInput, "cannot write " + m_name + ": there is no folder " + folder.str(), "Make it first, or check the path.", TOO_E_FILE_NOT_FOUND);
+    }
     if (path == "-" || (exists && !S_ISREG(status.st_mode))) {
         m_folder = MakeTemporaryFolder();
         m_path = m_folder + "/output";

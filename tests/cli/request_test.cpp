@@ -27,7 +27,7 @@ TEST_F(CliRequest, FromTheFirstRequestToTheRenewedKey) {
         {"nal request list", 0, "", "made"},
         {"nal request renew -k ivan --password-file pw", 4, "has no certificate"},
         {"nal-keycentre issue net/d_station/o_users/*.req --centre c --password-file cpw --fingerprint \"$(nal request list --json | sed -n 's/.*\"id\": \"\\(.*\\)\".*/\\1/p' "
-         "| xargs @NAL@ request status --json | sed -n 's/.*\"key_fingerprint\": \"\\(.*\\)\".*/\\1/p')\" > issued", 0, ""},
+         "| xargs @NAL@ request status --json | sed -n 's/.*\"key_fingerprint\": \"\\(.*\\)\".*/\\1/p')\" > issued 2>&1", 0, ""},
         {"nal request install --password-file bad", 4, "the password or PIN is wrong"},
         {"nal request install --password-file pw", 0, "", "installed"},
         {"nal request install --password-file pw", 0, "", "nothing to install"},

@@ -1,6 +1,7 @@
 #include "host/provider/crypto/cipher.h"
 
 #include "host/provider/crypto/gcrypt_handles.h"
+#include "host/provider/crypto/symmetric/cfb_run.h"
 
 namespace nalhost::crypto {
 namespace {
@@ -37,14 +38,26 @@ void Process(gcry_cipher_hd_t handle, Direction direction, ByteView in, ByteSpan
 
 }  // namespace
 
+// The handle is libgcrypt's, the run that of a kernel of our own: one of them is there.
 struct CfbCipher::State {
     CipherPtr handle;
+    SecureObject<symmetric::CfbRun> run;
+    const SboxTables* boxes = nullptr;
 };
 
 CfbCipher::CfbCipher(Direction direction, const CipherParameters& parameters, KeyMeshing meshing, ByteView key,
-                     ByteView iv)
+                     ByteView iv, Kernel kernel)
     : m_state(std::make_unique<State>()), m_direction(direction) {
     const bool meshes = meshing == KeyMeshing::kOfParameterSet && parameters.meshes;
+    if (kernel != Kernel::kReference) {
+        StartCrypto();
+        RequireSize(key, kCipherKeySize, "The key");
+        RequireSize(iv, kCipherBlockSize, "The initialisation vector");
+        m_state->run = SecureObject<symmetric::CfbRun>::Make();
+        m_state->boxes = parameters.boxes;
+        symmetric::StartCfb(*m_state->run, key, iv, meshes);
+        return;
+    }
     m_state->handle =
         OpenCipher(meshes ? GCRY_CIPHER_GOST28147_MESH : GCRY_CIPHER_GOST28147, GCRY_CIPHER_MODE_CFB, parameters, key);
     RequireSize(iv, kCipherBlockSize, "The initialisation vector");
@@ -57,7 +70,12 @@ CfbCipher::~CfbCipher() = default;
 
 void CfbCipher::Process(ByteView in, ByteSpan out) {
     RequireSize(out, in.size(), "The output");
-    crypto::Process(m_state->handle.get(), m_direction, in, out);
+    if (!m_state->run) return crypto::Process(m_state->handle.get(), m_direction, in, out);
+    if (m_direction == Direction::kEncrypt) {
+        symmetric::EncryptCfb(*m_state->boxes, symmetric::EncryptCfbPortable, *m_state->run, in, out);
+    } else {
+        symmetric::DecryptCfb(*m_state->boxes, symmetric::DecryptCfbPortable, *m_state->run, in, out);
+    }
 }
 
 void ProcessEcb(Direction direction, const CipherParameters& parameters, ByteView key, ByteSpan data) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "host/provider/crypto/kernel_choice.h"
 #include "host/provider/crypto/parameters.h"
 #include "host/provider/crypto/secure_memory.h"
 
@@ -31,8 +32,10 @@ class CfbCipher {
 public:
     /// @param key  32 bytes in the standard's order
     /// @param iv   8 bytes
+    /// @param kernel  not above ProcessorKernel()
     /// @throws CryptoError kBadLength, kNoMemory, kUnavailable
-    CfbCipher(Direction direction, const CipherParameters& parameters, KeyMeshing meshing, ByteView key, ByteView iv);
+    CfbCipher(Direction direction, const CipherParameters& parameters, KeyMeshing meshing, ByteView key, ByteView iv,
+              Kernel kernel = ChosenKernel());
     CfbCipher(CfbCipher&&) noexcept;
     CfbCipher& operator=(CfbCipher&&) noexcept;
     ~CfbCipher();

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 
+#include "host/provider/crypto/kernel_choice.h"
 #include "host/provider/crypto/parameters.h"
 #include "host/provider/crypto/secure_memory.h"
 
@@ -23,8 +24,8 @@ using Digest = std::array<std::uint8_t, kDigestSize>;
 /// original. Not synchronised: one thread at a time per object.
 class Hash {
 public:
-    /// @throws CryptoError kNoMemory, kUnavailable
-    explicit Hash(const HashParameters& parameters = DefaultHashParameters());
+    /// @param kernel  not above ProcessorKernel() @throws CryptoError kNoMemory, kUnavailable
+    explicit Hash(const HashParameters& parameters = DefaultHashParameters(), Kernel kernel = ChosenKernel());
     Hash(const Hash& other);
     Hash& operator=(const Hash& other);
     Hash(Hash&&) noexcept;

@@ -5,12 +5,15 @@
 #include <span>
 #include <string_view>
 
+#include "host/provider/crypto/symmetric/sbox_tables.h"
+
 namespace nalhost::crypto {
 
 /// A parameter set of GOST R 34.11-94. Source: RFC 4357 section 11.2.
 struct HashParameters {
     const char* oid;
     int gcryptAlgorithm;
+    const SboxTables* boxes;
 };
 
 /// A parameter set (S-boxes) of GOST 28147-89. Source: RFC 4357 section 11.1; RFC 7836 appendix C
@@ -18,6 +21,7 @@ struct HashParameters {
 struct CipherParameters {
     const char* oid;
     bool meshes;  ///< the set asks for key meshing: all but the test set 1.2.643.2.2.31.0
+    const SboxTables* boxes;
 };
 
 enum class KeyAlgorithm {

@@ -112,6 +112,11 @@ void Wipe(void* data, std::size_t size) {
     Wipe(frame, sizeof frame);
 }
 
+[[gnu::noinline]] void WipeShallowStack() {
+    std::uint8_t frame[2048];
+    Wipe(frame, sizeof frame);
+}
+
 bool ConstantTimeEqual(ByteView left, ByteView right) {
     if (left.size() != right.size()) return false;
     // Volatile, so that the compiler cannot leave the loop at the first difference.

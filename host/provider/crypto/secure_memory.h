@@ -3,7 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <new>
 #include <span>
+#include <type_traits>
 
 namespace nalhost::crypto {
 
@@ -40,13 +42,17 @@ void Wipe(void* data, std::size_t size);
 /// Overwrites what functions that have returned left on the stack, 16 KiB below the caller's frame.
 void WipeStack();
 
+/// The same for 2 KiB, for short computations that are called often.
+void WipeShallowStack();
+
 /// Calls `action` and wipes the stack that it used, also when it throws: for computations that keep secrets there.
 template <typename Action>
-void WithWipedStack(const Action& action) {
+void WithWipedStack(const Action& action, void (*wipe)() = WipeStack) {
     struct Wiper {
-        ~Wiper() { WipeStack(); }
+        void (*wipe)();
+        ~Wiper() { wipe(); }
     };
-    const Wiper wiper;
+    const Wiper wiper{wipe};
     // Through a pointer that the compiler does not see through, so that the action has a frame of its own.
     void (*volatile call)(const Action&) = [](const Action& called) { called(); };
     call(action);
@@ -96,6 +102,36 @@ public:
 private:
     std::uint8_t* m_data = nullptr;
     std::size_t m_size = 0;
+};
+
+/// Plain data in locked memory, all zeros at first, wiped when released. Otherwise as SecureBytes.
+template <typename T>
+class SecureObject {
+    static_assert(std::is_trivially_copyable_v<T> && std::is_trivially_destructible_v<T> && alignof(T) <= 8);
+
+public:
+    SecureObject() = default;
+    static SecureObject Make() {
+        SecureObject made;
+        made.m_bytes = SecureBytes(sizeof(T));
+        new (made.m_bytes.data()) T{};
+        return made;
+    }
+    SecureObject Clone() const {
+        SecureObject copy;
+        copy.m_bytes = m_bytes.Clone();
+        return copy;
+    }
+
+    explicit operator bool() const { return !m_bytes.empty(); }
+    T& operator*() { return *std::launder(reinterpret_cast<T*>(m_bytes.data())); }
+    T* operator->() { return &**this; }
+
+    /// Wipes and releases the data.
+    void Clear() noexcept { m_bytes.Clear(); }
+
+private:
+    SecureBytes m_bytes;
 };
 
 }  // namespace nalhost::crypto

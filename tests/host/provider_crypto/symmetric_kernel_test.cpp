@@ -1,0 +1,159 @@
+// The kernels of hash and cipher against libgcrypt: random messages in random pieces at every alignment.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+#include "gcrypt_oracle.h"
+#include "host/provider/crypto/cipher.h"
+#include "host/provider/crypto/hash.h"
+#include "support/hex.h"
+
+namespace nalhost::crypto {
+namespace {
+
+using nal_test::Bytes;
+
+class SymmetricKernels : public testing::TestWithParam<Kernel> {
+protected:
+    void SetUp() override {
+        if (GetParam() > ProcessorKernel()) GTEST_SKIP() << "the processor has no such kernel";
+    }
+
+    std::size_t Below(std::size_t bound) { return m_random() % bound; }
+
+    // Random bytes, or bytes of mostly one kind, for carries.
+    Bytes RandomBytes(std::size_t size) {
+        Bytes bytes(size, Below(3) == 0 ? 0xFF : 0);
+        if (Below(4) != 0)
+            std::generate(bytes.begin(), bytes.end(), [this] { return static_cast<std::uint8_t>(m_random()); });
+        return bytes;
+    }
+
+    // Short, about the length of a kernel's pass or of a meshing section, or anything.
+    std::size_t RandomSize() {
+        const std::size_t middles[] = {32, 64, 512, 1024, 2048, 3072};
+        switch (Below(4)) {
+            case 0:
+                return Below(100);
+            case 1:
+                return middles[Below(6)] + Below(19) - 9;
+            default:
+                return Below(Below(20) == 0 ? 20000 : 3000);
+        }
+    }
+
+    // Calls action(offset, size) for pieces of `size`; empty ones are among them.
+    template <typename Action>
+    void InPieces(std::size_t size, const Action& action) {
+        const std::size_t most = Below(3) == 0 ? 20 : 1 + Below(size + 1);
+        for (std::size_t offset = 0; offset < size;) {
+            const std::size_t piece = std::min(Below(most + 1), size - offset);
+            action(offset, piece);
+            offset += piece;
+        }
+    }
+
+    std::mt19937_64 m_random;
+};
+
+INSTANTIATE_TEST_SUITE_P(Kernels, SymmetricKernels, testing::Values(Kernel::kPortable, Kernel::kAvx2, Kernel::kAvx512),
+                         [](const auto& info) { return std::string(KernelName(info.param)); });
+
+Digest ReferenceHash(ByteView data, const HashParameters& set) {
+    Hash hash(set, Kernel::kReference);
+    hash.Update(data);
+    return hash.Finish();
+}
+
+TEST_P(SymmetricKernels, HashLikeTheReference) {
+    for (int i = nal_test::CaseCount(10000); i > 0 && !HasFailure(); --i) {
+        const HashParameters& set = AllHashParameters()[Below(2)];
+        const std::size_t shift = Below(32);
+        const Bytes message = RandomBytes(shift + RandomSize() / 4);
+        const ByteView data = ByteView(message).subspan(shift);
+        Hash hash(set, GetParam());
+        Hash branch(set, GetParam());
+        const std::size_t branchAt = Below(data.size() + 1);
+        InPieces(branchAt, [&](std::size_t offset, std::size_t size) { hash.Update(data.subspan(offset, size)); });
+        branch = hash;
+        hash.Update(data.subspan(branchAt));
+        EXPECT_EQ(ReferenceHash(data, set), hash.Finish()) << set.oid << " " << data.size();
+        EXPECT_TRUE(ConstantTimeEqual(hash.Finish(), hash.FinishSecret()));
+        EXPECT_EQ(ReferenceHash(data.first(branchAt), set), branch.Finish()) << set.oid << " " << branchAt;
+    }
+}
+
+TEST_P(SymmetricKernels, HashEveryShortSizeAndSplit) {
+    const Bytes message = RandomBytes(130);
+    for (const HashParameters& set : AllHashParameters()) {
+        for (std::size_t size = 0; size <= message.size(); ++size) {
+            const Digest expected = ReferenceHash(ByteView(message).first(size), set);
+            for (std::size_t split = 0; split <= size; ++split) {
+                Hash hash(set, GetParam());
+                hash.Update(ByteView(message).first(split));
+                hash.Update(ByteView(message).subspan(split, size - split));
+                ASSERT_EQ(expected, hash.Finish()) << set.oid << " " << split << " of " << size;
+            }
+        }
+    }
+}
+
+TEST_P(SymmetricKernels, EncryptAndDecryptLikeTheReference) {
+    for (int i = nal_test::CaseCount(10000); i > 0 && !HasFailure(); --i) {
+        const CipherParameters& set = AllCipherParameters()[Below(AllCipherParameters().size())];
+        const KeyMeshing meshing = Below(4) == 0 ? KeyMeshing::kNone : KeyMeshing::kOfParameterSet;
+        const Bytes key = RandomBytes(kCipherKeySize);
+        const Bytes iv = RandomBytes(kCipherBlockSize);
+        const std::size_t shift = Below(64);
+        const Bytes plain = RandomBytes(RandomSize());
+        Bytes expected(plain.size());
+        CfbCipher(Direction::kEncrypt, set, meshing, key, iv, Kernel::kReference).Process(plain, expected);
+        SCOPED_TRACE(set.oid + (" " + std::to_string(plain.size())));
+        for (const Direction direction : {Direction::kEncrypt, Direction::kDecrypt}) {
+            const Bytes& from = direction == Direction::kEncrypt ? plain : expected;
+            const Bytes& to = direction == Direction::kEncrypt ? expected : plain;
+            // With guards before and behind; from memory apart, and in place.
+            Bytes memory(shift + from.size() + 64, 0xA5);
+            const ByteSpan out = ByteSpan(memory).subspan(shift, from.size());
+            const bool inPlace = Below(2) == 0;
+            if (inPlace) std::copy(from.begin(), from.end(), out.begin());
+            const ByteView in = inPlace ? ByteView(out) : ByteView(from);
+            CfbCipher cipher(direction, set, meshing, key, iv, GetParam());
+            InPieces(in.size(), [&](std::size_t offset, std::size_t size) {
+                cipher.Process(in.subspan(offset, size), out.subspan(offset, size));
+            });
+            EXPECT_TRUE(std::equal(to.begin(), to.end(), out.begin())) << "direction " << static_cast<int>(direction);
+            std::fill(out.begin(), out.end(), std::uint8_t{0xA5});
+            EXPECT_EQ(Bytes(memory.size(), 0xA5), memory) << "wrote outside";
+        }
+    }
+}
+
+// Keys change in the middle of a run of blocks, between bytes, and not at all when nothing follows.
+TEST_P(SymmetricKernels, SplitsAboutTheMeshingBorders) {
+    const Bytes key = RandomBytes(kCipherKeySize);
+    const Bytes iv = RandomBytes(kCipherBlockSize);
+    const Bytes plain = RandomBytes(3 * 1024 + 9);
+    for (const CipherParameters& set : AllCipherParameters()) {
+        Bytes expected(plain.size());
+        CfbCipher(Direction::kEncrypt, set, KeyMeshing::kOfParameterSet, key, iv, Kernel::kReference)
+            .Process(plain, expected);
+        for (const std::size_t border : {512U, 1024U, 2048U, 3072U}) {
+            for (std::size_t split = border - 9; split <= border + 9; ++split) {
+                for (const Direction direction : {Direction::kEncrypt, Direction::kDecrypt}) {
+                    Bytes data = direction == Direction::kEncrypt ? plain : expected;
+                    CfbCipher cipher(direction, set, KeyMeshing::kOfParameterSet, key, iv, GetParam());
+                    const ByteSpan first = ByteSpan(data).first(split);
+                    const ByteSpan rest = ByteSpan(data).subspan(split);
+                    cipher.Process(first, first);
+                    cipher.Process(rest, rest);
+                    ASSERT_EQ(direction == Direction::kEncrypt ? expected : plain, data) << set.oid << " " << split;
+                }
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace nalhost::crypto

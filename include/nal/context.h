@@ -163,8 +163,8 @@ private:
     mutable unsigned int m_checkStatus = 0;
 };
 
-/// One provider context, released with its last user.
-class NAL_EXPORT CNALHProv : private CTOOReference {
+/// One provider context, released with its last user: the last Release deletes this object.
+class NAL_EXPORT CNALHProv : private CTOOReference {  // NOLINT(cppcoreguidelines-virtual-class-destructor)
 public:
     /// Takes the handle over.
     explicit CNALHProv(unsigned long handle) : m_handle(handle) {}

@@ -3,11 +3,11 @@
 /// The main storage is the store `trust/trusted.dat` in TOOGetHomePath(); it is read, never written, here. Beside it there are
 /// lists, files in `d_station` of the transport folder, each loaded at its first use and again when it changed:
 ///
-///   <id>_trl.p7s  a trust list: signed, and trusted as far as docs/trust-lists.md says
-///   <id>.trl      certificates and CRLs in a message that nobody signed; its roots are not trusted
-///   <id>_usr.p7b  users' certificates, likewise
+///   ID_trl.p7s  a trust list: signed, and trusted as far as docs/trust-lists.md says
+///   ID.trl      certificates and CRLs in a message that nobody signed; its roots are not trusted
+///   ID_usr.p7b  users' certificates, likewise
 ///
-/// where <id> is the four-character identifier of a network, "0000" for what all networks share.
+/// where ID is the four-character identifier of a network, "0000" for what all networks share.
 ///
 /// All functions here hold NALStorageLocker and may be called by any thread; the settings are plain data. Storages that were handed
 /// out stay valid, and as they were, when a list is replaced.
@@ -76,7 +76,7 @@ public:
     std::list<CNALCertStorage> GetStorages(unsigned int kinds);
 
     /// The storage of one list, loaded if it is not; a closed storage when there is no such file.
-    /// @param name  "<id>_trl.p7s", "<id>.trl" or "<id>_usr.p7b" with an id of four characters 0-9a-f; any other name has no storage
+    /// @param name  "ID_trl.p7s", "ID.trl" or "ID_usr.p7b" with an id of four characters 0-9a-f; any other name has no storage
     CNALCertStorage GetList(const CTOOString& name);
 
     unsigned int m_initialized = 0;                    ///< not 0: loaded
@@ -104,6 +104,6 @@ NAL_EXPORT BOOL NALFindCertificate(std::list<CNALCertContext>& list, unsigned in
 /// @return four characters 0-9a-f; nothing when there is none or it has other characters
 NAL_EXPORT CTOOString NALGetNetworkIdentifier(const CNALCertContext& cert);
 
-/// The name of the users' list in which a certificate's issuer and neighbours are: "<id>_usr.p7b" for a certificate whose identifier (that
+/// The name of the users' list in which a certificate's issuer and neighbours are: "ID_usr.p7b" for a certificate whose identifier (that
 /// from which NALGetNetworkIdentifier takes four characters) is longer than seven, else "0000_usr.p7b".
 NAL_EXPORT CTOOString NALGetUsersListName(const CNALCertContext& cert);

@@ -83,7 +83,9 @@ private:
 
 NAL_HOST_EXPORT std::ostream& operator<<(std::ostream& out, const CTOOString& text);
 
+/// @cond
 template <>
 struct std::hash<CTOOString> {
     std::size_t operator()(const CTOOString& text) const noexcept { return std::hash<std::string_view>()(text.view()); }
 };
+/// @endcond

@@ -22,6 +22,7 @@ int main(int argc, char** argv) {
     cli::AddHelpCommand(program);
     cli::AddSignCommands(program);
     cli::AddVerifyCommand(program);
+    cli::AddEncryptCommands(program);
     cli::AddHashCommand(program);
     cli::AddNameCommand(program);
     cli::AddSettingsCommand(program);

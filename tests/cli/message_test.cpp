@@ -101,5 +101,33 @@ TEST_F(CliMessage, Verify) {
                          "signer:{? " + summary + " } status:s status_text:s intact:b trusted:b good:b verdict:s faults:[s] ]"));
 }
 
+TEST_F(CliMessage, Encrypt) {
+    keycentre::Profile signOnly = keycentre::SignatureProfile();
+    signOnly.keyUsage = CNALKeyUsage::DigitalSignature;
+    Write("signer.cer", m_authority.root.Certify(keycentre::Name("CN=Signer"), m_authority.NewKey().GetPublicKey(), signOnly));
+    Authority other;
+    keycentre::Profile usage = keycentre::ExchangeProfile();
+    Write("stranger.cer", other.root.Certify(keycentre::Name("CN=Stranger"), m_authority.NewKey().GetPublicKey(), usage));
+    RunAll({
+        {"nal encrypt doc --to ivan.cer --to petr.cer", 0, "", "doc.p7m"},
+        {"nal decrypt doc.p7m -k ./petr.keys --password-file pw -o out && cmp out doc", 0, "", "out"},
+        {"nal decrypt doc.p7m -k ./ivan.keys --password-file pw -o - | cmp - doc", 0, ""},
+        {"nal decrypt doc.p7m -k ./ivan.keys --password-file pw", 3, "doc is there already"},
+        {"nal encrypt doc --to signer.cer -o x", 1, "the key usage of this certificate does not allow"},
+        {"nal encrypt doc --to stranger.cer -o x", 1, "the certificate does not verify"},
+        {"ls x", 2, "x"},
+        {"nal encrypt doc --to stranger.cer --unchecked -o stranger.p7m", 0, "", "stranger.p7m"},
+        {"nal decrypt stranger.p7m -k ./ivan.keys --password-file pw -o x", 4, "was not encrypted for a key of container ./ivan.keys"},
+        {"nal encrypt doc --to nobody -o x", 3, "there is no file 'nobody'"},
+        {": > empty; nal encrypt empty --to ivan.cer -o x", 3, "empty is empty"},
+        {"nal encrypt doc --to ivan.cer --pem -o doc.pem && nal decrypt doc.pem -k ./ivan.keys --password-file pw -o - | cmp - doc", 0, ""},
+        {"cat doc | nal encrypt - --to ivan.cer | nal decrypt - -k ./ivan.keys --password-file pw -o - | cmp - doc", 0, ""},
+        {"nal decrypt doc -k ./ivan.keys --password-file pw -o x", 3, "doc is text, not an encrypted message"},
+        {"head -c 200 doc.p7m > half.p7m; nal decrypt half.p7m -k ./ivan.keys --password-file pw -o x", 3, "half.p7m"},
+    });
+    EXPECT_TRUE(HasShape(RunJson("nal encrypt doc --to ivan.cer -o z.p7m"),
+                         "output:s recipients:[ subject:s issuer:s serial:s not_before:s not_after:s key_id:s ]"));
+}
+
 }  // namespace
 }  // namespace nal_test

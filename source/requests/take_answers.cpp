@@ -58,18 +58,22 @@ private:
 
     void Take(const CNALCertContext& cert, const CNALCertStorage& answers, const std::list<CTOOString>& storages) {
         const IdentObj serial = nal::SerialOf(*cert.GetContext());
-        try {
-            for (const CTOOString& path : storages) {
+        int status = TOO_E_NOT_FOUND;
+        CTOOString text = "a certificate for a key that nobody asked for";
+        for (const CTOOString& path : storages) {
+            try {
                 const nal::OpenRequestStorage storage(path);
                 CNALCertReqContext request = nal::FindRequestFor(storage.Get(), nal::PublicKeyOf(*cert.GetContext()).WriteData());
                 if (!request) continue;
                 Bind(storage.Get(), request, cert, answers, serial);
                 return;
+            } catch (const XTOOStatus& failure) {
+                // A storage that cannot be read does not hide the requests in the others.
+                status = failure.GetCode();
+                text = failure.what();
             }
-            Report(serial, TOO_E_NOT_FOUND, false, "a certificate for a key that nobody asked for");
-        } catch (const XTOOStatus& status) {
-            Report(serial, status.GetCode(), false, status.what());
         }
+        Report(serial, status, false, text.c_str());
     }
 
     void Bind(CNALReqContextStorage& storage, CNALCertReqContext& request, const CNALCertContext& cert, const CNALCertStorage& answers,

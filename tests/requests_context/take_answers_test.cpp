@@ -125,6 +125,21 @@ TEST_F(Answers, BecomeProperties) {
     EXPECT_EQ(CNALCertContext(own), CNALCertContext(First("o_users/2026_ownu.log")->pCertificate));
 }
 
+TEST_F(Answers, AreTakenBesideADamagedStorage) {
+    AskFor("o_users/2026_ownu.log", m_own);
+    nal_test::WriteFile(m_folder.File("d_station/o_users/2025_ownu.log"), std::string("no storage"));
+    Answer("own_input.cer", {CaCert(), m_ca.Issue(Named("Own", 2), m_own), m_ca.Issue(Named("Stranger", 4), m_stranger)}, {});
+    std::list<CNALAnswerReport> reports;
+    int err = 0;
+    EXPECT_FALSE(NALTakeAnswers(m_folder.Path(), &reports, &err, nullptr));
+    std::map<unsigned, int> statuses;
+    for (const CNALAnswerReport& report : reports)
+        statuses[report.m_serial.GetData()[0]] = report.m_status;
+    // Whether the stranger's was asked for is not known: the damaged storage might hold the request.
+    EXPECT_EQ((std::map<unsigned, int>{{2, 0}, {4, TOO_E_BAD_STRUCTURE}}), statuses);
+    EXPECT_EQ(static_cast<DWORD>(NAL_REQ_STATUS_RECEIVED), First("o_users/2026_ownu.log")->dwStatus);
+}
+
 TEST_F(Answers, MustBeSignedByWhatLiesBesideThem) {
     AskFor("o_users/2026_ownu.log", m_own);
     const TestSigner impostor;

@@ -106,7 +106,7 @@ public:
           m_number(TakeNumber(m_folder, m_storage.Get(), plan.network)) {}
 
     CNALCertReqContext Run() {
-        m_note.storage = m_folder.Storage();
+        m_note.storage = m_storage.Get().GetPath();  // a name asked for anew may be that of another year
         m_note.file = m_folder.File(m_plan.network, m_number);
         for (CNALUserKeyInfo& key : ReadEntries(m_user.GetProvider(), CTOOString(), c_context)) {
             m_note.keys.push_back(std::move(key.m_publicKeyInfo));

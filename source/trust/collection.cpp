@@ -130,8 +130,10 @@ BOOL CNALCertStorageCollection::FindIssuerCertificate(const CNALCertContext& sub
     const CTOOString id = NALGetNetworkIdentifier(subject);
     bool isFound = searchIn(m_storages->main->GetStorage());
     CNALCertStorage own;
-    if (!id.empty()) own = GetList(id + "_trl.p7s");
-    if (!isFound && !id.empty()) isFound = searchIn(own.IsOpened() ? own : GetList(id + ".trl"));
+    if (!isFound && !id.empty()) {
+        own = GetList(id + "_trl.p7s");
+        isFound = searchIn(own.IsOpened() ? own : GetList(id + ".trl"));
+    }
     if (!isFound && (isFound = searchIn(GetList(CTOOString(nal::c_commonLists) + "_trl.p7s"))) && (found & c_noCrl) != 0 && own.IsOpened() &&
         own.GetCrlFromStorage(issuer, foundCrl)) {
         found &= ~(c_noCrl | c_revoked);

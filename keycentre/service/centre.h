@@ -67,7 +67,6 @@ public:
     /// Opens the keys. @throws XTOOStatus(86) for a wrong password
     void OpenKeys(const char* password);
 
-    const CTOOString& GetFolder() const { return m_folder; }
     Records& GetRecords() { return m_records; }
     EventLog& GetLog() { return m_log; }
     std::uint16_t GetNetwork() const { return m_network; }

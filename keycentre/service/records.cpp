@@ -207,16 +207,6 @@ void Records::SetEntitled(std::int64_t id, bool entitled) {
     RequireOneChange();
 }
 
-void Records::SetDelivery(std::int64_t id, Delivery delivery, const std::string& folder, const std::string& file) {
-    Statement(m_connection, "UPDATE certificate SET delivery = ?2, folder = ?3, file = ?4 WHERE id = ?1")
-        .Bind(1, id)
-        .Bind(2, static_cast<std::int64_t>(delivery))
-        .Bind(3, std::string_view(folder))
-        .Bind(4, std::string_view(file))
-        .Run();
-    RequireOneChange();
-}
-
 std::optional<CertificateRecord> Records::FindSerial(const IdentObj& serial) {
     return FindOne(m_connection, "serial = ?1 AND state <> 3", serial);
 }

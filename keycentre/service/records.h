@@ -108,7 +108,6 @@ public:
     std::list<IdentObj> AbandonReserved();
     void SetRevoked(std::int64_t id, const FILETIME& when, unsigned reason);
     void SetEntitled(std::int64_t id, bool entitled);
-    void SetDelivery(std::int64_t id, Delivery delivery, const std::string& folder, const std::string& file);
 
     /// Look-ups leave Abandoned records out.
     std::optional<CertificateRecord> FindSerial(const IdentObj& serial);

@@ -33,9 +33,15 @@ struct Revoke {
             const FolderLock lock = opened.Lock();
             cli::Outcome outcome;
             outcome.data = {{"revoked", cli::Json::array()}};
-            for (const IdentObj& number : numbers) {
-                outcome.data["revoked"].push_back(RecordJson(opened.Revoke(number, code)));
-                cli::RecordEffect("the revocation of " + SerialText(number));
+            try {
+                for (const IdentObj& number : numbers) {
+                    outcome.data["revoked"].push_back(RecordJson(opened.Revoke(number, code)));
+                    cli::RecordEffect("the revocation of " + SerialText(number));
+                }
+            } catch (const XTOOStatus&) {
+                // What is revoked by now goes onto the CRLs all the same, also if by a run that died before it made them.
+                opened.MakeCrls();
+                throw;
             }
             opened.MakeCrls();
             return outcome;

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "frame/failure.h"
+#include "frame/full_path.h"
 #include "frame/log.h"
 #include "model/provider_handles.h"
 #include "nal/settings.h"
@@ -107,7 +108,7 @@ public:
 
     CNALCertReqContext Run() {
         m_note.storage = m_storage.Get().GetPath();  // a name asked for anew may be that of another year
-        m_note.file = m_folder.File(m_plan.network, m_number);
+        m_note.file = FullPath(m_folder.File(m_plan.network, m_number));  // read in another working folder, perhaps
         for (CNALUserKeyInfo& key : ReadEntries(m_user.GetProvider(), CTOOString(), c_context)) {
             m_note.keys.push_back(std::move(key.m_publicKeyInfo));
         }

@@ -1,6 +1,7 @@
 // CNALEnvelopedData::GetEncryptionKey: which recipient is ours, and where its private key is.
 #include <algorithm>
 #include <optional>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -120,8 +121,7 @@ private:
 
     /// @return whether this was it; if not, the reason is in m_status
     bool TryWrapped(const WrappedFor& wrapped, const CNALCertContext& cert, nal::KeyHandle& key, CNALProvider& provider) {
-        if (m_tries == c_maxTries) return false;
-        ++m_tries;
+        if (m_tries == c_maxTries || m_keyless.count(nal::EncodingOf(*cert.GetContext()).Copy()) != 0) return false;
         try {
             CNALProvider opened;
             const nal::KeyHandle privateKey = OpenPrivateKey(cert, opened);
@@ -133,7 +133,13 @@ private:
             provider = std::move(opened);
             return true;
         } catch (const XTOOStatus& status) {
-            m_status = status.GetCode();
+            // That somebody else's key is not here costs no try, and says less than why ours did not serve.
+            if (status.GetCode() == TOO_E_KEY_NOT_FOUND) {
+                m_keyless.insert(nal::EncodingOf(*cert.GetContext()).Copy());
+            } else {
+                ++m_tries;
+                m_status = status.GetCode();
+            }
             return false;
         }
     }
@@ -186,6 +192,7 @@ private:
     std::list<CNALAgreeRecipientInfo> m_agreements;
     std::vector<WrappedFor> m_wrapped;
     unsigned m_tries = 0;
+    std::set<IdentObj> m_keyless;  // certificates whose key is not here
     int m_status = TOO_E_KEY_NOT_FOUND;
 };
 

@@ -149,6 +149,30 @@ TEST_F(Encryption, ARecipientWhoIsNamedTwiceIsTriedTwice) {
     EXPECT_EQ(Decrypt(message.WriteObject(nullptr), person.user.get()), plain);
 }
 
+TEST_F(Encryption, OurRecipientIsFoundBehindManyOthersOfTheStorage) {
+    constexpr unsigned others = 100;
+    Person unbound = MakePerson("unbound", ORK_KEY_SIGNATURE, nullptr, false);
+    const IdentObj plain = MakeBytes(50);
+    CNALEnvelopedData message = Read(Encrypt(plain, {unbound.cert}));
+    const CNALTransRecipientInfo ours = message.recipientInfos.front();
+    CNALString name("");
+    CNALCertStorage storage(name, reinterpret_cast<const char*>(2), 0, 0, nullptr);
+    ASSERT_TRUE(storage.AddCertificate(unbound.cert));
+    CNALCertPublicKeyInfo key(unbound.cert.GetContext()->pCertInfo->SubjectPublicKeyInfo);
+    for (unsigned i = 0; i < others; ++i) {
+        ++key.m_publicKey.m_data.GetData()[5];  // another key, and with it another identifier
+        const IdentObj der = m_authority.root.Certify(keycentre::Name("CN=other"), key, keycentre::ExchangeProfile());
+        const CNALCertContext cert(der);
+        ASSERT_TRUE(storage.AddCertificate(cert));
+        CNALTransRecipientInfo& info = message.recipientInfos.emplace_front(cert);
+        info.encryptedKey = ours.encryptedKey;
+    }
+    std::list<CNALCertContext> stored;
+    ASSERT_TRUE(storage.FindCertList(stored, CERT_FIND_ANY, nullptr));
+    ASSERT_EQ(stored.size(), others + 1);
+    EXPECT_EQ(Decrypt(message.WriteObject(nullptr), unbound.user.get(), &storage), plain);
+}
+
 TEST_F(Encryption, AnotherToolsEmptyContentIsDecrypted) {
     Person person = MakePerson("person");
     CNALEnvelopedData message = Read(Encrypt(MakeBytes(1), {person.cert}));

@@ -163,8 +163,9 @@ NAL_EXPORT int NALSignData(const CNALUser& user, const CNALCertContext& cert, co
 /// c_NAL_MAX_MESSAGE_SIZE, before anything is written; 28, "NALSignFile", for a null source, a message whose content is not plain
 /// data, and one whose signers signed another content; 32, "NALGetKeyData", when the user has no such key or no provider; 42,
 /// "NALSignFile", for a signature file without content; 73, "NALSignFile", for an unknown hash; 99, "NALSignFile", for a signer who has
-/// signed, without c_NAL_SIGN_AGAIN; 106, "NALSignFile", when the certificate may not sign now; 9 and others of files; 14 when the
-/// progress handler cancels; the provider's, "NALSignFile::ORKCreateHash" and as NALFillMsgSignerInfo and NALGetKeyData.
+/// signed, without c_NAL_SIGN_AGAIN; 106, "NALSignFile", when the certificate may not sign now; 206, "NALSignFile", for a signature file
+/// that is to be replaced and has more behind the message, which would be lost; 9 and others of files; 14 when the progress handler
+/// cancels; the provider's, "NALSignFile::ORKCreateHash" and as NALFillMsgSignerInfo and NALGetKeyData.
 NAL_EXPORT bool NALSignFile(const CNALUser& user, const CNALCertContext& cert, const char* srcPath, const char* outPath,
                             IdentObj* message, unsigned int flags, const CTOOString* hashOID, int* err);
 

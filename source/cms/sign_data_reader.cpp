@@ -23,8 +23,9 @@ public:
     SignDataReader& operator=(const SignDataReader&) = delete;
     virtual ~SignDataReader() = default;
 
-    void ReadMessage(std::uint64_t start) {
-        ReadContentInfo(start, c_NAL_OID_SIGNED_DATA, TOO_E_NOT_FOUND, [&](BerCursor& body) { ReadBody(body); });
+    /// @return where it ends
+    std::uint64_t ReadMessage(std::uint64_t start) {
+        return ReadContentInfo(start, c_NAL_OID_SIGNED_DATA, TOO_E_NOT_FOUND, [&](BerCursor& body) { ReadBody(body); });
     }
 
     void ReadDigestAlgorithms(BerCursor& body) {
@@ -151,10 +152,11 @@ CNALSignData ReadSignData(asnt::View bytes) {
     return message;
 }
 
-CNALSignData ReadSignData(const CTOOFile& file, std::uint64_t offset) {
+CNALSignData ReadSignData(const CTOOFile& file, std::uint64_t offset, std::uint64_t* end) {
     CNALSignData message;
     FileSource source(file);
-    FileReader(source, message, file.GetName()).ReadMessage(offset);
+    const std::uint64_t messageEnd = FileReader(source, message, file.GetName()).ReadMessage(offset);
+    if (end != nullptr) *end = messageEnd;
     return message;
 }
 

@@ -13,8 +13,9 @@ inline constexpr char c_readContext[] = "CNALSignData::ReadObject";
 /// Reads the message at the start of `bytes` with its content. @throws XTOOStatus as CNALSignData::ReadObject
 CNALSignData ReadSignData(asnt::View bytes);
 
-/// Reads the message at `offset` of a file; attached content is named. @throws XTOOStatus as CNALSignData::ReadObject
-CNALSignData ReadSignData(const CTOOFile& file, std::uint64_t offset);
+/// Reads the message at `offset` of a file; attached content is named.
+/// @param end  receives where the message ends, if not null @throws XTOOStatus as CNALSignData::ReadObject
+CNALSignData ReadSignData(const CTOOFile& file, std::uint64_t offset, std::uint64_t* end = nullptr);
 
 /// Read one element of SignedData, with nothing behind it.
 void ReadDigestAlgorithms(asnt::View element, CNALSignData& message);

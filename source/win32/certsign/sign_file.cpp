@@ -2,6 +2,7 @@
 #include <filesystem>
 
 #include "cms/outgoing_message.h"
+#include "cms/sign_data_reader.h"
 #include "frame/failure.h"
 #include "nal/user.h"
 #include "nal/verify.h"
@@ -43,6 +44,7 @@ public:
         nal::AddSigner(m_message, placeholder, cert, flags);
         m_outgoing = std::make_unique<nal::OutgoingMessage>(m_message, context);
         const bool isElsewhere = outPath != nullptr && m_source.File().GetName().CompareNoCase(outPath) != 0;
+        if (!isElsewhere && m_hasMore) throw XTOOStatus(TOO_E_BAD_STRUCTURE, context);
         m_target = isElsewhere ? CTOOString(outPath) : FileItself(m_source.File().GetName());
     }
 
@@ -79,7 +81,9 @@ private:
     /// @return false when the source is no signature file
     bool ReadSignatureFile() {
         try {
-            m_message.ReadObject(m_source.File(), 0, nullptr);
+            std::uint64_t end = 0;
+            m_message = nal::ReadSignData(m_source.File(), 0, &end);
+            m_hasMore = end != m_source.File().Length();
         } catch (const XTOOStatus& status) {
             if (status.GetCode() != TOO_E_NOT_SIGNED_MESSAGE && status.GetCode() != TOO_E_BAD_STRUCTURE) throw;
             return false;
@@ -101,6 +105,7 @@ private:
     const char* m_context;
     nal::SignedSource m_source;
     CNALSignData m_message;
+    bool m_hasMore = false;  // bytes behind the message, which would be lost if it were replaced
     std::unique_ptr<nal::OutgoingMessage> m_outgoing;
     CTOOString m_target;
 };

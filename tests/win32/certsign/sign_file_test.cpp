@@ -110,6 +110,15 @@ TEST_F(SignFile, AddsToSignatureFiles) {
     EXPECT_EQ(TOO_E_BAD_ARGUMENT, Status(*s_bob, one, nullptr, c_NAL_SIGN_ADD_TO_FILE));
     EXPECT_EQ(changed, Loaded(one));
 
+    // What stands behind the message would be lost in place.
+    ASSERT_EQ(TOO_OK, Status(*s_ann, source, one.c_str(), 0));
+    IdentObj longer = Loaded(one);
+    longer.Append("more", 4);
+    nal_test::WriteFile(one, longer.GetData(), longer.GetSize());
+    EXPECT_EQ(TOO_E_BAD_STRUCTURE, Status(*s_bob, one, nullptr, c_NAL_SIGN_ADD_TO_FILE));
+    EXPECT_EQ(longer, Loaded(one));
+    EXPECT_EQ(TOO_OK, Status(*s_bob, one, two.c_str(), c_NAL_SIGN_ADD_TO_FILE));
+
     // Content in pieces, as others write it: an indefinite OCTET STRING of two.
     const std::string pieces =
         std::string("\x30\x80\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07\x02\xA0\x80\x30\x80\x02\x01\x01\x31\x00", 22) +

@@ -12,7 +12,7 @@ namespace {
 
 using nal_test::ChildEnd;
 using nal_test::FromHexText;
-using nal_test::Person;
+using nal_test::KeyHolder;
 
 class EncryptionFailure : public nal_test::EncryptionTest {
 protected:
@@ -33,7 +33,7 @@ protected:
         EXPECT_FALSE(IsPlaintextLeft(m_plain));
     }
 
-    Person m_person = MakePerson("person");
+    KeyHolder m_person = MakePerson("person");
     IdentObj m_plain;
 };
 
@@ -55,7 +55,7 @@ TEST_F(EncryptionFailure, DamagedKeysAndParametersAreRefused) {
         return m.encryptedContentInfo.contentEncryptionAlgorithm.m_parameters;
     };
     // The ephemeral key of a message to somebody on another curve.
-    Person other = MakePerson("other", ORK_KEY_SIGNATURE, "1.2.643.2.2.35.3");
+    KeyHolder other = MakePerson("other", ORK_KEY_SIGNATURE, "1.2.643.2.2.35.3");
     IdentObj otherMessage = Encrypt(MakeBytes(10), {other.cert});
     CNALEnvelopedData toOther;
     toOther.ReadObject(otherMessage.GetData(), otherMessage.GetSize(), nullptr);

@@ -27,7 +27,7 @@ inline std::size_t OpenHandles() {
 }
 
 /// One owner of a key, whose certificate is bound to it in its container.
-struct Person {
+struct KeyHolder {
     CTOOString container;
     CNALCertContext cert;
     std::unique_ptr<CNALUser> user = std::make_unique<CNALUser>();
@@ -35,8 +35,8 @@ struct Person {
 
 class EncryptionTest : public testing::Test {
 protected:
-    Person MakePerson(const std::string& name, DWORD algId = ORK_KEY_SIGNATURE, const char* paramOid = nullptr, bool binds = true) {
-        Person person;
+    KeyHolder MakePerson(const std::string& name, DWORD algId = ORK_KEY_SIGNATURE, const char* paramOid = nullptr, bool binds = true) {
+        KeyHolder person;
         const keycentre::KeyPair key = m_authority.NewKey(algId, paramOid);
         person.container = key.GetContainer();
         const keycentre::Profile profile = keycentre::ExchangeProfile();

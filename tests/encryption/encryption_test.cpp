@@ -9,7 +9,7 @@
 namespace {
 
 using nal_test::FromHexText;
-using nal_test::Person;
+using nal_test::KeyHolder;
 
 struct KeyKind {
     const char* name;
@@ -41,7 +41,7 @@ protected:
 };
 
 TEST_F(Encryption, EveryKindOfKeyOpensEveryForm) {
-    std::list<Person> people;
+    std::list<KeyHolder> people;
     std::list<CNALCertContext> certs;
     for (const KeyKind& kind : c_kinds) {
         people.push_back(MakePerson(kind.name, kind.algId, kind.paramOid));
@@ -67,10 +67,10 @@ TEST_F(Encryption, EveryKindOfKeyOpensEveryForm) {
                       read.encryptedContentInfo.GetEncryptSize(0, size, inPieces ? c_NAL_ENCRYPTED_CONTENT_IN_PIECES : 0));
             EXPECT_EQ(read.encryptedContentInfo.contentFlags, inPieces ? 3u : 1u);
             EXPECT_EQ(read.recipientInfos.size(), std::size(c_kinds));
-            for (Person& person : people) EXPECT_EQ(Decrypt(message, person.user.get()), plain) << person.container.c_str();
+            for (KeyHolder& person : people) EXPECT_EQ(Decrypt(message, person.user.get()), plain) << person.container.c_str();
         }
         // Each way between memory and files gives the same.
-        Person& first = people.front();
+        KeyHolder& first = people.front();
         WhatToSignStruct file = InFile(m_message);
         ASSERT_EQ(NALDecryptFile(file, first.user.get(), nullptr, m_out.c_str(), nullptr), 1);
         EXPECT_EQ(file.end, Load(m_message).GetSize());
@@ -83,13 +83,13 @@ TEST_F(Encryption, EveryKindOfKeyOpensEveryForm) {
         EXPECT_EQ(OutFiles(), 1u);
     }
     // What stays open are the keys that the users keep.
-    for (Person& person : people) person.user->Reset();
+    for (KeyHolder& person : people) person.user->Reset();
     EXPECT_EQ(nal_test::OpenHandles(), handles - people.size());
 }
 
 TEST_F(Encryption, EachRecipientHasAnEphemeralKeyOfItsOwnAndARepeatedOneOnlyOne) {
-    Person a = MakePerson("a");
-    Person b = MakePerson("b");
+    KeyHolder a = MakePerson("a");
+    KeyHolder b = MakePerson("b");
     const IdentObj plain = MakeBytes(100);
     const CNALEnvelopedData message = Read(Encrypt(plain, {a.cert, b.cert, a.cert}));
     EXPECT_EQ(message.version, 0);
@@ -102,9 +102,9 @@ TEST_F(Encryption, EachRecipientHasAnEphemeralKeyOfItsOwnAndARepeatedOneOnlyOne)
 }
 
 TEST_F(Encryption, RecipientsAreFoundByBothIdentifiersInContainersAndStorages) {
-    Person bound = MakePerson("bound");
-    Person unbound = MakePerson("unbound", ORK_KEY_EXCHANGE, nullptr, false);
-    Person stranger = MakePerson("stranger");
+    KeyHolder bound = MakePerson("bound");
+    KeyHolder unbound = MakePerson("unbound", ORK_KEY_EXCHANGE, nullptr, false);
+    KeyHolder stranger = MakePerson("stranger");
     const IdentObj plain = MakeBytes(5000);
     CNALEnvelopedData byIssuer = Read(Encrypt(plain, {stranger.cert, unbound.cert, bound.cert}));
     CNALEnvelopedData byKeyId = byIssuer;
@@ -141,7 +141,7 @@ TEST_F(Encryption, RecipientsAreFoundByBothIdentifiersInContainersAndStorages) {
 }
 
 TEST_F(Encryption, ARecipientWhoIsNamedTwiceIsTriedTwice) {
-    Person person = MakePerson("person");
+    KeyHolder person = MakePerson("person");
     const IdentObj plain = MakeBytes(50);
     CNALEnvelopedData message = Read(Encrypt(plain, {person.cert}));
     message.recipientInfos.push_front(message.recipientInfos.front());
@@ -151,7 +151,7 @@ TEST_F(Encryption, ARecipientWhoIsNamedTwiceIsTriedTwice) {
 
 TEST_F(Encryption, OurRecipientIsFoundBehindManyOthersOfTheStorage) {
     constexpr unsigned others = 100;
-    Person unbound = MakePerson("unbound", ORK_KEY_SIGNATURE, nullptr, false);
+    KeyHolder unbound = MakePerson("unbound", ORK_KEY_SIGNATURE, nullptr, false);
     const IdentObj plain = MakeBytes(50);
     CNALEnvelopedData message = Read(Encrypt(plain, {unbound.cert}));
     const CNALTransRecipientInfo ours = message.recipientInfos.front();
@@ -174,7 +174,7 @@ TEST_F(Encryption, OurRecipientIsFoundBehindManyOthersOfTheStorage) {
 }
 
 TEST_F(Encryption, AnotherToolsEmptyContentIsDecrypted) {
-    Person person = MakePerson("person");
+    KeyHolder person = MakePerson("person");
     CNALEnvelopedData message = Read(Encrypt(MakeBytes(1), {person.cert}));
     IdentObj der = message.WriteObject(nullptr);
     // The last element, [0] with one byte, loses it: all lengths around are one less.
@@ -197,7 +197,7 @@ TEST_F(Encryption, AnotherToolsEmptyContentIsDecrypted) {
 }
 
 TEST_F(Encryption, PartsEncryptAndDecryptByThemselves) {
-    Person person = MakePerson("person");
+    KeyHolder person = MakePerson("person");
     CNALProvider provider;
     ASSERT_TRUE(provider.Init(nullptr, ORK_PROVIDER_NAME, ORK_PROVIDER_TYPE, ORK_OPEN_VERIFY, nullptr));
     ork::KeyHandle key;
@@ -250,7 +250,7 @@ bool Count(std::uint64_t done, std::uint64_t all, void* context) {
 }
 
 TEST_F(Encryption, ProgressIsToldAndCancels) {
-    Person person = MakePerson("person");
+    KeyHolder person = MakePerson("person");
     Store(m_source, MakeBytes(600000));
     for (std::uint64_t limit : {std::uint64_t{600000}, std::uint64_t{300000}}) {
         int err = 0;

@@ -11,7 +11,7 @@
 
 namespace {
 
-using nal_test::Person;
+using nal_test::KeyHolder;
 
 std::vector<unsigned> Sizes() {
     std::vector<unsigned> sizes = {1, 4095, 4096, 4097, 65536};
@@ -73,7 +73,7 @@ TEST_F(OpenSslEnvelopes, WhatWeEncryptItDecrypts) {
 }
 
 TEST_F(OpenSslEnvelopes, WhatItEncryptsWeDecrypt) {
-    std::vector<Person> people;
+    std::vector<KeyHolder> people;
     for (const auto& [name, paramOid] : {std::pair("one", "1.2.643.2.2.35.1"), std::pair("two", "1.2.643.2.2.35.2"),
                                          std::pair("three", "1.2.643.2.2.35.3")}) {
         people.push_back(MakePerson(name, ORK_KEY_SIGNATURE, paramOid));

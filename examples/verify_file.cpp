@@ -22,7 +22,7 @@ IdentObj ReadFile(const char* path) {
 std::string SignerOf(const CNALWholeSignatureCheck& check) {
     if (check.signerCertificate.IsEmpty()) return "somebody whose certificate is not known";
     CNALX509Certificate certificate;
-    certificate.ReadEncodetData(check.signerCertificate);
+    certificate.ReadEncodetData(check.signerCertificate.GetData(), check.signerCertificate.GetSize());
     std::wstring text;
     certificate.m_info.m_subject.GetX500String(text, 0);
     return CNALString(text).ToBytes().str();

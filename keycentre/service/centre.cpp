@@ -304,12 +304,13 @@ void Centre::MakeCrl(Role role, unsigned days) {
     });
     record.crl = GetIssuer(role).MakeCrl(profile);
     record.crlNext = AddDays(*profile.thisUpdate, days);
+    // The file first: as long as the records do not say so, the CRL is due, and a run that died in between leaves no old file for good.
+    CTOOWholeFile::Store(In(In(m_folder, "crl"), CTOOString(NameOf(role)) + ".crl"), record.crl.GetData(), record.crl.GetSize());
     {
         Transaction transaction(m_records.GetConnection());
         m_records.PutAuthority(record);
         transaction.Commit();
     }
-    CTOOWholeFile::Store(In(In(m_folder, "crl"), CTOOString(NameOf(role)) + ".crl"), record.crl.GetData(), record.crl.GetSize());
     m_log.Add("crl", {{"authority", NameOf(role)}, {"counter", std::to_string(record.crlCounter)}, {"revoked", std::to_string(profile.revoked.size())}});
     m_authorities = m_records.GetAuthorities();
 }
@@ -330,6 +331,8 @@ CertificateRecord Centre::Revoke(const IdentObj& serial, unsigned reason) {
     record.revoked = Now();
     record.reason = reason;
     m_records.SetRevoked(record.id, *record.revoked, reason);
+    // Should this run die before it makes a CRL, the next one does, whatever the clocks say.
+    m_records.SetCrlDue(record.authority);
     transaction.Commit();
     m_log.Add("revoked", {{"serial", SerialText(serial)}, {"name", record.name}, {"reason", std::to_string(reason)}});
     return record;

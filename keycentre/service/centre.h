@@ -93,8 +93,9 @@ public:
 
     /// Makes a new CRL for the root and the issuing CA, and writes them to the folder `crl`. The lock is held.
     void MakeCrls(unsigned days = kCrlDays);
-    /// The same for those that have none or whose next one is due. @return whether there were any
+    /// The same for those that have none, whose next one is due, or that lack a revocation. @return whether there were any
     bool MakeDueCrls();
+    /// Records a revocation. The CRL of the authority that signed the certificate is due from then on.
     /// @throws XTOOStatus(194) for an unknown serial, (196) when it is revoked already, (28) for the root's
     CertificateRecord Revoke(const IdentObj& serial, unsigned reason);
     CertificateRecord Entitle(const IdentObj& serial, bool entitled);

@@ -71,7 +71,10 @@ void FolderService::Walk(Delivery kind, const std::function<bool()>& stop) {
         if (entry == nullptr) break;
         if (!TransportFolder::IsRequest(entry->d_name, kind)) continue;
         // Held from the look at the records until what was found is in them.
-        if (lock == nullptr) lock = std::make_unique<FolderLock>(m_centre.Lock());
+        if (lock == nullptr) {
+            lock = std::make_unique<FolderLock>(m_centre.Lock());
+            m_centre.MakeDueCrls();
+        }
         const std::string file = entry->d_name;
         try {
             Examine(kind, file);

@@ -149,6 +149,11 @@ void Records::PutAuthority(const AuthorityRecord& authority) {
         .Run();
 }
 
+void Records::SetCrlDue(Role authority) {
+    Statement(m_connection, "UPDATE authority SET crl_next = 0 WHERE role = ?1").Bind(1, static_cast<std::int64_t>(authority)).Run();
+    RequireOneChange();
+}
+
 std::int64_t Records::Add(const CertificateRecord& record) {
     Statement insert(m_connection,
                      "INSERT INTO certificate (serial, authority, state, subject, name, key, request, made, not_before, not_after, "

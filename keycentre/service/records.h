@@ -30,7 +30,7 @@ struct AuthorityRecord {
     IdentObj certificate;  ///< DER
     std::int64_t crlCounter = 0;  ///< of the CRL made last, or begun
     IdentObj crl;          ///< DER of the one made last; empty when none was
-    FILETIME crlNext{0, 0};  ///< when the next one is due
+    FILETIME crlNext{0, 0};  ///< when the next one is due; 0: now, for a revocation is on none yet
 };
 
 /// How far a certificate has come. A certificate leaves the centre only when it is Issued, and its serial number is never free again.
@@ -97,6 +97,8 @@ public:
     // --- Authorities ---
     std::list<AuthorityRecord> GetAuthorities();
     void PutAuthority(const AuthorityRecord& authority);
+    /// Makes the next CRL due now.
+    void SetCrlDue(Role authority);
 
     // --- Certificates ---
     /// @return the new record's id. @throws 196 when serial, key or request is there already

@@ -2,7 +2,9 @@
 // without a certificate, and the next run finishes what was begun.
 #include <set>
 
+#include "keycentre/service/publish.h"
 #include "keycentre_service/centre_test.h"
+#include "nal/crl.h"
 #include "support/child.h"
 
 namespace {
@@ -106,6 +108,41 @@ TEST_F(Crashes, AFullDiskAtAnyStepLosesAndRepeatsNothing) {
         ExpectFinished(key, file);
         if (!failed && steps < step) break;
     }
+}
+
+// Whatever the clocks say: it stands still here, so the revocation is not newer than the last CRL.
+TEST_F(Crashes, ARevocationThatDiesIsOnTheNextCrlThatIsHandedOut) {
+    const auto lists = [](const IdentObj& crl, const IdentObj& serial) {
+        CNAL_CRL_List decoded;
+        decoded.ReadData(crl.GetData(), crl.GetSize());
+        return decoded.m_info.FindEntry(serial) != CNAL_CRL_Info::npos;
+    };
+    for (unsigned step = 1; step < 50; ++step) {
+        SCOPED_TRACE(step);
+        const IdentObj serial = [&] {
+            Centre centre = Open();
+            return nal_test::SerialOf(Release(centre, "CN=Ivan"));
+        }();
+        const ChildEnd end = nal_test::RunInChild([&] {
+            Centre centre = Open();
+            too_testing::KillAtStep(step);
+            centre.Revoke(serial, 1);
+            centre.MakeCrls();
+        });
+        Centre centre = Open();
+        if (centre.GetRecords().FindSerial(serial)->revoked) {
+            keycentre::Publish(centre, Transport());
+            EXPECT_TRUE(lists(centre.GetAuthority(keycentre::Role::Issuing).crl, serial));
+            const nal_test::Bytes file = nal_test::ReadFile(m_folder.File("centre/crl/issuing.crl"));
+            EXPECT_TRUE(lists(IdentObj(file.data(), static_cast<unsigned>(file.size())), serial));
+        }
+        if (end == ChildEnd::success) {
+            EXPECT_GT(step, 5U);
+            return;
+        }
+        ASSERT_EQ(end, ChildEnd::killed);
+    }
+    FAIL() << "it did not end";
 }
 
 TEST_F(Crashes, AFoundingThatDiesLeavesNoCentre) {

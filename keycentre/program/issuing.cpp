@@ -137,7 +137,7 @@ struct ServeFolder {
         o.Value("--watch", watch, "SECONDS", "Goes over the folder again and again, with this pause, until it is stopped")->check(CLI::Range(1U, 86400U));
         centre.Define(o, true);
         o.Note("Answers every request that is vouched for by the second signature of a certificate that this centre issued and did not revoke: for its own holder, or for others when it is entitled. Leaves first requests for \"issue\". Moves every other request to the folder \"refused\" beside it, with the reason.");
-        o.Note("The exit code is 0 when every request was dealt with, 5 when one could not be read or moved.");
+        o.Note("The exit code is 0 when every request was dealt with, 5 when one could not be read, answered or moved.");
         o.Example("nal-keycentre serve-folder /var/lib/vpn/net --password-file pw", "Goes over the folder once");
         o.Example("nal-keycentre serve-folder /var/lib/vpn/net --watch 10 --password-fd 3", "Serves it until it is stopped");
     }

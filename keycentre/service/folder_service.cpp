@@ -2,7 +2,9 @@
 
 #include <dirent.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <memory>
 #include <utility>
 
@@ -140,6 +142,8 @@ void FolderService::Decide(Delivery kind, const std::string& file, const struct 
             break;
         case Verdict::First: Wait(kind, file, facts, judgement); break;
         case Verdict::Answered:
+            // Its own answer could not be handed over, or it not be moved, in this pass: that was reported, and the next one tries again.
+            if (IsOpen(*judgement.earlier, kind, file)) return;
             Repeat(judgement);
             Refuse(kind, file, judgement.reason, FolderEvent::Repeated);
             break;
@@ -151,6 +155,10 @@ void FolderService::Decide(Delivery kind, const std::string& file, const struct 
             Refuse(kind, file, judgement.reason, FolderEvent::Refused, judgement.order.name);
             break;
     }
+}
+
+bool FolderService::IsOpen(const CertificateRecord& record, Delivery kind, const std::string& file) const {
+    return record.state == State::Issued && record.delivery == kind && record.folder == m_folder.GetPath() && record.file == file;
 }
 
 void FolderService::Repeat(const Judgement& judgement) {
@@ -197,9 +205,8 @@ void FolderService::Flush() {
 }
 
 void FolderService::HandOver(const std::vector<CertificateRecord>& records) {
-    m_folder.Deliver(m_centre, records);
     std::vector<CertificateRecord> done;
-    for (const CertificateRecord& record : records) {
+    for (const CertificateRecord& record : Deliver(records)) {
         const std::string file = Relative(record.delivery, record.file);
         try {
             m_folder.MoveAnswered(record);
@@ -216,6 +223,23 @@ void FolderService::HandOver(const std::vector<CertificateRecord>& records) {
         m_gone.push_back(Relative(record.delivery, record.file));
         Report(FolderEvent::Answered, m_gone.back(), SerialText(record.serial), record.name);
     }
+}
+
+std::vector<CertificateRecord> FolderService::Deliver(const std::vector<CertificateRecord>& records) {
+    std::vector<CertificateRecord> delivered;
+    for (const Delivery kind : kKinds) {
+        std::vector<CertificateRecord> ofKind;
+        std::copy_if(records.begin(), records.end(), std::back_inserter(ofKind), [&](const CertificateRecord& record) { return record.delivery == kind; });
+        try {
+            m_folder.Deliver(m_centre, ofKind);
+            delivered.insert(delivered.end(), ofKind.begin(), ofKind.end());
+        } catch (const XTOOFile& failure) {
+            // The certificates are on record; each pass tries again to hand them over.
+            m_tally.failed += static_cast<unsigned>(ofKind.size());
+            Report(FolderEvent::Failed, TransportFolder::AnswersName(kind), failure.GetText().str() + "; not handed over: " + std::to_string(ofKind.size()));
+        }
+    }
+    return delivered;
 }
 
 void FolderService::ForgetVanished() {

@@ -15,14 +15,14 @@
 
 namespace keycentre {
 
-/// What became of one request.
+/// What became of one request, or of a store of answers.
 struct FolderEvent {
     enum Kind : unsigned char {
         Answered,
         Refused,
         Waiting,   ///< a first request, seen for the first time
         Repeated,  ///< refused: it has its certificate already, which was handed over again if it is still good
-        Failed,    ///< stays where it is
+        Failed,    ///< stays where it is; of a store: the answers wait
     };
     Kind kind;
     std::string file;    ///< its path
@@ -45,7 +45,8 @@ public:
 
     /// Finishes what a run that died had begun, then goes over the folder once.
     /// @param stop  asked between groups
-    /// @throws XTOOStatus when records, keys or the store of answers fail; what was done until then stays done
+    /// A store of answers that fails, by damage perhaps, is reported, and the rest goes on; its answers are handed over by a later pass.
+    /// @throws XTOOStatus when records or keys fail; what was done until then stays done
     FolderTally Run(const std::function<bool()>& stop);
 
     /// What does not decode is left alone until it has not changed for so long: it may be half-written.
@@ -62,6 +63,8 @@ private:
     void Refuse(Delivery kind, const std::string& file, const std::string& reason, FolderEvent::Kind as = FolderEvent::Refused, const std::string& name = {});
     void Flush();
     void HandOver(const std::vector<CertificateRecord>& records);
+    std::vector<CertificateRecord> Deliver(const std::vector<CertificateRecord>& records);
+    bool IsOpen(const CertificateRecord& record, Delivery kind, const std::string& file) const;
     void ForgetVanished();
     void Report(FolderEvent::Kind kind, const std::string& file, const std::string& text, const std::string& name = {});
     WaitingRecord WaitingOf(Delivery kind, const std::string& file, const struct stat& facts) const;

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -38,8 +39,10 @@ constexpr Kind kKinds[] = {{Delivery::Own, "o_users", "_ownu.req", "own_input.ce
 const Kind& FactsOf(Delivery delivery) { return delivery == Delivery::External ? kKinds[1] : kKinds[0]; }
 
 [[noreturn]] void FailStore(const std::string& path) {
-    const int status = WinErr2ToolsErr(GetLastError());
-    throw XTOOFile(status != TOO_OK ? status : TOO_E_WRITE, path, "cannot add to the store of answers");
+    const DWORD lastError = GetLastError();
+    const int status = WinErr2ToolsErr(lastError);
+    const char* action = lastError == EUCLEAN ? "the store of answers is damaged (\"nal store salvage\" brings back what can be read)" : "cannot add to the store of answers";
+    throw XTOOFile(status != TOO_OK ? status : TOO_E_WRITE, path, action);
 }
 
 /// Puts the issuer's present CRL into the store and takes its older ones out.
@@ -87,37 +90,44 @@ std::optional<TransportFolder> TransportFolder::Of(const std::string& requestPat
 
 std::string TransportFolder::GetRequests(Delivery kind) const { return GetStation() + "/" + FactsOf(kind).folder; }
 
-std::string TransportFolder::GetAnswers(Delivery kind) const { return GetStation() + "/tmp/" + FactsOf(kind).answers; }
+std::string TransportFolder::GetAnswers(Delivery kind) const { return GetStation() + "/" + AnswersName(kind); }
+
+std::string TransportFolder::AnswersName(Delivery kind) { return std::string("tmp/") + FactsOf(kind).answers; }
 
 bool TransportFolder::IsRequest(const std::string& name, Delivery kind) {
     return name.size() > std::string_view(FactsOf(kind).suffix).size() && name.front() != '.' && name.ends_with(FactsOf(kind).suffix);
 }
 
 void TransportFolder::Deliver(Centre& centre, const std::vector<CertificateRecord>& records) const {
+    const std::list<AuthorityRecord> authorities = centre.GetRecords().GetAuthorities();
+    const auto issuer = std::find_if(authorities.begin(), authorities.end(), [&](const AuthorityRecord& authority) { return authority.role == centre.GetIssuingRole(); });
     for (const Kind& facts : kKinds) {
         std::list<CNALCertContext> certificates;
         for (const CertificateRecord& record : records) {
             if (record.delivery == facts.delivery) certificates.emplace_back(record.certificate);
         }
-        if (!certificates.empty()) DeliverKind(centre, facts.delivery, certificates);
+        if (certificates.empty()) continue;
+        try {
+            DeliverKind(*issuer, facts.delivery, std::move(certificates));
+        } catch (const XTOOFile&) {
+            throw;
+        } catch (const XTOOStatus& status) {
+            throw XTOOFile(status.GetCode(), GetAnswers(facts.delivery), "cannot add to the store of answers: " + status.GetText());
+        }
     }
 }
 
-void TransportFolder::DeliverKind(Centre& centre, Delivery kind, const std::list<CNALCertContext>& certificates) const {
+void TransportFolder::DeliverKind(const AuthorityRecord& authority, Delivery kind, std::list<CNALCertContext> certificates) const {
     const std::string path = GetAnswers(kind);
     CTOOFolder::MakeFolder(GetStation() + "/tmp");
     CNALString name{CTOOString(path)};
     CNALCertStorage answers;
     if (!answers.OpenStorage(name, CERT_STORE_PROV_FILENAME_A, CTOOFile::Exists(path) ? kExisting : kCreate, 0, nullptr)) FailStore(path);
     // The issuer and its CRL first: an answer never lies there without them.
-    for (const AuthorityRecord& authority : centre.GetRecords().GetAuthorities()) {
-        if (authority.role != centre.GetIssuingRole()) continue;
-        const CNALCertContext issuer(authority.certificate);
-        if (!authority.crl.IsEmpty()) RenewCrl(answers, authority.crl, issuer.GetSubjectKeyId(), path);
-        std::list<CNALCertContext> all = certificates;
-        all.push_front(issuer);
-        if (!answers.AddCertificateList(all)) FailStore(path);
-    }
+    const CNALCertContext issuer(authority.certificate);
+    if (!authority.crl.IsEmpty()) RenewCrl(answers, authority.crl, issuer.GetSubjectKeyId(), path);
+    certificates.push_front(issuer);
+    if (!answers.AddCertificateList(certificates)) FailStore(path);
 }
 
 void TransportFolder::Move(Delivery kind, const std::string& file, const char* folder) const {

@@ -29,11 +29,13 @@ public:
     std::string GetRequests(Delivery kind) const;
     /// The store of answers of a kind.
     std::string GetAnswers(Delivery kind) const;
+    /// The same below `d_station`.
+    static std::string AnswersName(Delivery kind);
     /// Whether a file of that name is a request of this kind.
     static bool IsRequest(const std::string& name, Delivery kind);
 
     /// Hands certificates over: all of a kind in one transaction, with the issuer's certificate and CRL. What is there already stays.
-    /// @throws XTOOStatus that names the store
+    /// @throws XTOOFile that names the store; XTOOStatus as Records
     void Deliver(Centre& centre, const std::vector<CertificateRecord>& records) const;
     /// Moves an answered request out of the way, when it is still there and nobody put another into its place.
     void MoveAnswered(const CertificateRecord& record) const;
@@ -41,7 +43,7 @@ public:
     void Refuse(Delivery kind, const std::string& file, const std::string& reason) const;
 
 private:
-    void DeliverKind(Centre& centre, Delivery kind, const std::list<CNALCertContext>& certificates) const;
+    void DeliverKind(const AuthorityRecord& authority, Delivery kind, std::list<CNALCertContext> certificates) const;
     void Move(Delivery kind, const std::string& file, const char* folder) const;
 
     std::string m_path;

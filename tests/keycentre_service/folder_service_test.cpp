@@ -285,6 +285,29 @@ TEST_F(FolderServices, AnUnreadableRequestStaysAndIsReported) {
     EXPECT_TRUE(std::filesystem::exists(RequestPath("1_ownu.req")));
 }
 
+TEST_F(FolderServices, ADamagedStoreOfAnswersStopsNothingElse) {
+    Centre centre = Open();
+    const Holder ivan = Release(centre, "CN=Ivan");
+    const std::string answers = Transport().GetAnswers(Delivery::Own);
+    std::filesystem::create_directories(m_folder.File("net/d_station/tmp"));
+    nal_test::WriteFile(answers, nal_test::Filled(7, 5000).GetData(), 5000);
+    Put("1_ownu.req", Request(NewKey(), ivan.name, &ivan));
+    Put("2_extu.req", Request(NewKey(), ivan.name, &ivan));
+    Put("3_ownu.req", nal_test::Filled(1));
+    // In the second pass the own user's certificate is there already and waits to be handed over.
+    for (const unsigned others : {1U, 0U}) {
+        const FolderTally tally = Serve(centre);
+        EXPECT_TRUE(tally.failed == 1 && tally.answered == others && tally.refused == others && tally.repeated == 0) << others;
+        EXPECT_THAT(m_events["own_input.cer"].text, testing::AllOf(HasSubstr(answers), HasSubstr("damaged"), HasSubstr("not handed over: 1")));
+        EXPECT_TRUE(std::filesystem::exists(RequestPath("1_ownu.req")));
+        EXPECT_EQ(Answers(Delivery::External).size(), 1U);
+    }
+    std::filesystem::remove(answers);
+    EXPECT_EQ(Serve(centre).answered, 1U);
+    EXPECT_EQ(Answers().size(), 1U);
+    EXPECT_FALSE(std::filesystem::exists(RequestPath("1_ownu.req")));
+}
+
 TEST_F(FolderServices, TheCrlAmongTheAnswersIsThePresentOne) {
     Centre centre = Open();
     const Holder ivan = Release(centre, "CN=Ivan");

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <map>
 #include <utility>
 
@@ -59,29 +60,51 @@ CNALCertStorage StorageOfMessage(const IdentObj& message, unsigned kind, const C
     return storage;
 }
 
-class UnsignedList : public ListFile {
+/// A list that is one file.
+class SingleFile : public ListFile {
 public:
-    UnsignedList(CTOOString path, unsigned kind) : m_path(std::move(path)), m_kind(kind) {}
+    explicit SingleFile(CTOOString path) : m_path(std::move(path)) {}
 
-    void Refresh() override {
-        const FileStamp stamp = StampOf(m_path);
-        if (stamp == m_stamp) return;
-        m_stamp = stamp;  // of before the reading: a change meanwhile is seen next time
-        if (!stamp.Exists()) {
-            m_storage.Clear();
-            return;
-        }
+    void Refresh() final {
+        const FileStamp stamp = StampOf(m_path);  // of before the reading: a change meanwhile is seen next time
+        if (m_isDone && stamp == m_stamp) return;
+        if (stamp != m_stamp) ForgetComplaints();
+        m_stamp = stamp;
+        m_isDone = false;
         try {
-            m_storage = StorageOfMessage(ReadListFile(m_path), m_kind, m_path);
+            m_storage = stamp.Exists() ? Load() : Empty();
+            m_isDone = true;
+        } catch (const XTOOFile& failure) {
+            Complain(m_path, failure);  // that may pass without another change of the file: tried again next time
         } catch (const XTOOStatus& status) {
-            Log(m_path, status.what());
+            Complain(m_path, status);
+            m_isDone = true;
         }
     }
 
-private:
+protected:
+    /// @throws XTOOFile when the file cannot be read now, any other XTOOStatus for what it holds
+    virtual CNALCertStorage Load() const = 0;
+    /// What the list is without a file.
+    virtual CNALCertStorage Empty() const = 0;
+
     const CTOOString m_path;
-    const unsigned m_kind;
+
+private:
     FileStamp m_stamp;
+    bool m_isDone = false;
+};
+
+class UnsignedList : public SingleFile {
+public:
+    UnsignedList(const CTOOString& path, unsigned kind) : SingleFile(path), m_kind(kind) {}
+
+protected:
+    CNALCertStorage Load() const override { return StorageOfMessage(ReadListFile(m_path), m_kind, m_path); }
+    CNALCertStorage Empty() const override { return {}; }
+
+private:
+    const unsigned m_kind;
 };
 
 class SignedList : public ListFile {
@@ -92,63 +115,82 @@ public:
     void Refresh() override {
         const FileStamp delivered = StampOf(m_delivered);
         const FileStamp accepted = StampOf(m_accepted);
-        if (m_seen && delivered == m_deliveredStamp && accepted == m_acceptedStamp && m_roots.GetStore() == m_checkedRoots.GetStore()) return;
-        m_seen = true;
+        const bool isSame = delivered == m_deliveredStamp && accepted == m_acceptedStamp && m_roots.GetStore() == m_checkedRoots.GetStore();
+        if (m_isDone && isSame) return;
+        if (!isSame) ForgetComplaints();
+        m_isDone = true;
         m_deliveredStamp = delivered;
-        m_checkedRoots = m_roots;
-        if (!delivered.Exists() && !accepted.Exists()) {
+        if (delivered.Exists() || accepted.Exists()) {
+            Choose(delivered.Exists());
+        } else {
             m_acceptedStamp = accepted;
             m_storage.Clear();
-            return;
         }
-        Choose(delivered.Exists());
+        m_checkedRoots = m_roots;
     }
 
 private:
+    enum class State : unsigned char {
+        Absent,
+        Good,
+        Refused,     // for want of a root that vouches for it
+        Unreadable,  // what it holds is not known
+    };
     /// A list and the message that it came in.
     struct Accepted {
+        State state = State::Absent;
         IdentObj message;
         TrustList list;
-        bool isThere = false;
     };
 
     void Choose(bool isDelivered) {
         // Two processes that find a new list at once must not put the older one over the newer.
         const auto lock = TryLock();
         m_acceptedStamp = StampOf(m_accepted);
-        Accepted kept = Read(m_accepted, TrustCheck::Kept, m_acceptedStamp.Exists());
-        Accepted fresh = Read(m_delivered, TrustCheck::Delivered, isDelivered);
-        if (fresh.isThere && kept.isThere && fresh.list.number < kept.list.number) {
-            Log(m_delivered, "the list has a lower number than the one accepted before");
-            fresh.isThere = false;
+        Accepted kept = Read(m_accepted, TrustCheck::Kept);
+        Accepted fresh;
+        if (isDelivered) fresh = Read(m_delivered, TrustCheck::Delivered);
+        if (fresh.state == State::Good && kept.state == State::Good && fresh.list.number < kept.list.number) {
+            Complain(m_delivered, "the list has a lower number than the one accepted before");
+            fresh.state = State::Refused;
         }
-        if (fresh.isThere && !(kept.isThere && kept.message == fresh.message)) {
+        if (fresh.state == State::Good && !(kept.state == State::Good && kept.message == fresh.message)) {
             Keep(fresh.message);
             kept = std::move(fresh);
         }
-        m_storage = MakeStorage(kept.list.certificates, kept.list.crls, m_delivered);  // without a list: empty
+        Use(kept);
+    }
+
+    void Use(const Accepted& accepted) {
+        m_storage = MakeStorage(accepted.list.certificates, accepted.list.crls, m_delivered);  // without a list: empty
         m_storage.m_storageType = NAL_STORAGE_TRUST_LIST;
         m_storage.m_name = CNALString(m_delivered);
     }
 
-    std::unique_ptr<IPC::CLocker> TryLock() const {
+    std::unique_ptr<IPC::CLocker> TryLock() {
         try {
             return IPC::CreateWriteLockerDeprecated("trust list " + m_accepted);
         } catch (const XTOOStatus& status) {
-            Log(m_accepted, status.what());  // a process that may not write cannot replace the copy either
+            Complain(m_accepted, status);  // a process that may not write cannot replace the copy either
             return nullptr;
         }
     }
 
-    Accepted Read(const CTOOString& path, TrustCheck check, bool isThere) const {
+    Accepted Read(const CTOOString& path, TrustCheck check) {
         Accepted result;
-        if (!isThere) return result;
         try {
             result.message = ReadListFile(path);
             result.list = CheckTrustList(result.message, m_roots, check);
-            result.isThere = true;
+            result.state = State::Good;
+        } catch (const XTOOFile& failure) {
+            if (failure.GetCode() == TOO_E_FILE_NOT_FOUND) return result;
+            Complain(path, failure);
+            result.state = State::Unreadable;
+            m_isDone = false;  // that may pass without another change of the file: tried again next time
         } catch (const XTOOStatus& status) {
-            Log(path, status.what());
+            Complain(path, status);
+            // What was accepted once can only fail for want of its root, unless it is damaged.
+            result.state = status.GetCode() == TOO_E_UNTRUSTED ? State::Refused : State::Unreadable;
         }
         return result;
     }
@@ -161,7 +203,7 @@ private:
             CTOOFolder::MakeFolder(folder, 0700);
             CTOOWholeFile::Store(m_accepted, message.GetData(), message.GetSize());
         } catch (const XTOOStatus& status) {
-            Log(m_accepted, status.what());  // in use all the same, but another process will not know its number
+            Complain(m_accepted, status);  // in use all the same, but another process will not know its number
         }
         m_acceptedStamp = StampOf(m_accepted);
     }
@@ -169,48 +211,49 @@ private:
     const CTOOString m_delivered;
     const CTOOString m_accepted;
     const CNALCertStorage& m_roots;
-    bool m_seen = false;
+    bool m_isDone = false;
     FileStamp m_deliveredStamp;
     FileStamp m_acceptedStamp;
     CNALCertStorage m_checkedRoots;  // what the list was checked against; held, so that its handle is not given out again
 };
 
-class MainStorage : public ListFile {
+class MainStorage : public SingleFile {
 public:
-    explicit MainStorage(CTOOString path) : m_path(std::move(path)) { m_storage = OpenMemory(NAL_STORAGE_MAIN, false); }
+    explicit MainStorage(const CTOOString& path) : SingleFile(path) { m_storage = OpenMemory(NAL_STORAGE_MAIN, false); }
 
-    void Refresh() override {
-        const FileStamp stamp = StampOf(m_path);
-        if (stamp == m_stamp) return;
-        m_stamp = stamp;
-        try {
-            m_storage = stamp.Exists() ? Copy() : OpenMemory(NAL_STORAGE_MAIN, false);
-            m_storage.m_name = CNALString(m_path);
-        } catch (const XTOOStatus& status) {
-            Log(m_path, status.what());
+protected:
+    CNALCertStorage Load() const override {
+        CNALString name(m_path);
+        const CNALCertStorage file(name, CERT_STORE_PROV_FILENAME_A, 0x10000, NAL_STORAGE_MAIN, nullptr);
+        if (!file.IsOpened()) Fail("the main storage cannot be opened");
+        CNALCertStorage copy = Empty();
+        std::list<CNALCertContext> certs;
+        if (!file.FindCertList(certs, CERT_FIND_ANY, nullptr) && GetLastError() != NAL_STORE_E_NOT_FOUND) Fail("the main storage cannot be read");
+        if (!copy.AddCertificateList(certs)) Fail("the main storage cannot be copied");
+        for (CNALCRLContext crl; (crl = file.FindCRLInStore(0, nullptr, crl)).IsInitialized();) {
+            if (!copy.AddCRLContext(crl, CERT_STORE_ADD_ALWAYS)) Fail("the main storage cannot be copied");
         }
+        if (GetLastError() != NAL_STORE_E_NOT_FOUND) Fail("the main storage cannot be read");
+        return copy;
+    }
+    CNALCertStorage Empty() const override {
+        CNALCertStorage storage = OpenMemory(NAL_STORAGE_MAIN, false);
+        storage.m_name = CNALString(m_path);
+        return storage;
     }
 
 private:
-    CNALCertStorage Copy() const {
-        CNALString name(m_path);
-        const CNALCertStorage file(name, CERT_STORE_PROV_FILENAME_A, 0x10000, NAL_STORAGE_MAIN, nullptr);
-        if (!file.IsOpened()) throw XTOOStatus(LastErrorStatus(), "the main storage cannot be opened");
-        CNALCertStorage copy = OpenMemory(NAL_STORAGE_MAIN, false);
-        std::list<CNALCertContext> certs;
-        if (!file.FindCertList(certs, CERT_FIND_ANY, nullptr) && GetLastError() != NAL_STORE_E_NOT_FOUND)
-            throw XTOOStatus(LastErrorStatus(), "the main storage cannot be read");
-        if (!copy.AddCertificateList(certs)) throw XTOOStatus(LastErrorStatus(), "the main storage cannot be copied");
-        for (CNALCRLContext crl; (crl = file.FindCRLInStore(0, nullptr, crl)).IsInitialized();)
-            copy.AddCRLContext(crl, CERT_STORE_ADD_ALWAYS);
-        return copy;
+    [[noreturn]] void Fail(const char* what) const {
+        if (GetLastError() == EUCLEAN) throw XTOOStatus(LastErrorStatus(), what);  // damaged until somebody mends it
+        throw XTOOFile(LastErrorStatus(), m_path, what);
     }
-
-    const CTOOString m_path;
-    FileStamp m_stamp;
 };
 
 }  // namespace
+
+void ListFile::Complain(const CTOOString& file, const char* reason) {
+    if (m_complaints.insert(file + ": " + reason).second) Log(file, reason);
+}
 
 FileStamp StampOf(const CTOOString& path) {
     struct stat status {};

@@ -3,9 +3,11 @@
 
 #include <cstdint>
 #include <memory>
+#include <set>
 
 #include "nal/storage.h"
 #include "too/ident_obj.h"
+#include "too/status.h"
 #include "too/string.h"
 
 namespace nal {
@@ -32,13 +34,22 @@ IdentObj ReadListFile(const CTOOString& path);
 class ListFile {
 public:
     virtual ~ListFile() = default;
-    /// Brings the storage up to date. A failure is logged, and the last storage stays.
+    /// Brings the storage up to date. A failure is logged, and the last storage stays; one to read a file is met with another try in the
+    /// next call, also when the file does not change.
     virtual void Refresh() = 0;
     /// Closed as long as there is no such list.
     const CNALCertStorage& GetStorage() const { return m_storage; }
 
 protected:
+    /// Logs a failure, but once for all tries at the same files.
+    void Complain(const CTOOString& file, const char* reason);
+    void Complain(const CTOOString& file, const XTOOStatus& status) { Complain(file, status.what()); }
+    void ForgetComplaints() { m_complaints.clear(); }
+
     CNALCertStorage m_storage;
+
+private:
+    std::set<CTOOString> m_complaints;
 };
 
 /// An unsigned list: `<id>.trl`, `<id>_usr.p7b`.

@@ -1,5 +1,6 @@
 // The collection of trust storages: what a list must be to be taken, what stays when it is not, and where issuers are sought.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <atomic>
 #include <filesystem>
@@ -25,6 +26,22 @@ using nal_test::TestSigner;
 using nal_test::TrustListBuilder;
 using nal_test::TrustListUsage;
 using nal_test::UnsignedList;
+
+/// No file can be opened meanwhile.
+class NoFiles {
+public:
+    NoFiles() {
+        getrlimit(RLIMIT_NOFILE, &m_limit);
+        const rlimit none{0, m_limit.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoFiles() { setrlimit(RLIMIT_NOFILE, &m_limit); }
+    NoFiles(const NoFiles&) = delete;
+    NoFiles& operator=(const NoFiles&) = delete;
+
+private:
+    rlimit m_limit{};
+};
 
 class Trust : public testing::Test {
 protected:
@@ -200,6 +217,35 @@ TEST_F(Trust, KeepsTheListOfASignerThatIsRevokedLater) {
     EXPECT_EQ(1, CommonList());
     const auto kept = nal_test::ReadFile(m_folder.File("home/trust/0000_trl.p7s"));
     EXPECT_EQ(GoodList(1).Build(m_signer).GetSize(), kept.size());
+}
+
+// What cannot be read when it has just changed is read later, without another change.
+TEST_F(Trust, TriesAgainWhatCouldNotBeRead) {
+    const auto found = [](const char* name) {
+        std::list<CNALCertContext> certs;
+        m_VPN_TrustStorages.GetList(name).FindCertList(certs, CERT_FIND_ANY, nullptr);
+        return certs.size();
+    };
+    const auto roots = [] {
+        std::list<CNALCertContext> certs;
+        m_VPN_TrustStorages.GetStorages(NAL_STORAGE_MAIN).front().FindCertList(certs, CERT_FIND_ANY, nullptr);
+        return certs.size();
+    };
+    Deliver("12ab.trl", UnsignedList({CaCert()}));
+    Deliver("0000_trl.p7s", GoodList(1).Build(m_signer));
+    EXPECT_TRUE(found("12ab.trl") == 1 && found("0000_trl.p7s") == 1 && roots() == 1);
+    Deliver("12ab.trl", UnsignedList({CaCert(), EndCert()}));
+    TrustListBuilder larger = GoodList(2);
+    larger.certificates.push_back(EndCert());
+    Deliver("0000_trl.p7s", larger.Build(m_signer));
+    AddToMain({CaCert()}, {});
+    {
+        const NoFiles none;
+        EXPECT_TRUE(found("12ab.trl") == 1 && found("0000_trl.p7s") == 1 && roots() == 1);
+    }
+    EXPECT_EQ(2U, found("12ab.trl"));
+    EXPECT_EQ(2U, found("0000_trl.p7s"));
+    EXPECT_EQ(2U, roots());
 }
 
 // A list with a byte changed, or cut, never brings anything that was not signed.

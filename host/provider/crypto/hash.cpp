@@ -21,7 +21,7 @@ Hash::Hash(const HashParameters& parameters, Kernel kernel) : m_state(std::make_
     if (kernel != Kernel::kReference) {
         m_state->run = SecureObject<symmetric::HashRun>::Make();
         m_state->boxes = parameters.boxes;
-        m_state->kernel = symmetric::HashBlocksPortable;
+        m_state->kernel = symmetric::HashBlocksOf(kernel);
         return;
     }
     gcry_md_hd_t handle = nullptr;

@@ -6,6 +6,10 @@
 
 namespace nalhost::crypto::symmetric {
 
+HashBlocks HashBlocksOf(Kernel kernel) {
+    return kernel >= Kernel::kAvx512 && kHashBlocksAvx512 != nullptr ? kHashBlocksAvx512 : HashBlocksPortable;
+}
+
 void UpdateHash(const SboxTables& tables, HashBlocks kernel, HashRun& run, ByteView data) {
     run.size += data.size();
     if (run.pendingSize != 0) {

@@ -1,6 +1,7 @@
 // A running GOST R 34.11-94 hash, as the kernels compute it. Source: RFC 5831.
 #pragma once
 
+#include "host/provider/crypto/kernel_choice.h"
 #include "host/provider/crypto/secure_memory.h"
 #include "host/provider/crypto/symmetric/sbox_tables.h"
 
@@ -22,6 +23,11 @@ struct HashRun {
 using HashBlocks = void (*)(const SboxTables& tables, HashRun& run, const std::uint8_t* blocks, std::size_t count);
 
 void HashBlocksPortable(const SboxTables& tables, HashRun& run, const std::uint8_t* blocks, std::size_t count);
+/// For Kernel::kAvx512; null in builds for other processors.
+extern const HashBlocks kHashBlocksAvx512;
+
+/// The best that `kernel` allows. @param kernel  not kReference
+HashBlocks HashBlocksOf(Kernel kernel);
 
 /// Adds data of any size.
 void UpdateHash(const SboxTables& tables, HashBlocks kernel, HashRun& run, ByteView data);

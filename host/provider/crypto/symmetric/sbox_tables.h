@@ -1,6 +1,7 @@
 // The substitution of GOST 28147-89 as four tables of 256 words: a table takes one byte of the sum of half a block and
-// a key word through two S-boxes, and through the rotation by 11 bits that follows. Computed by the compiler from the
-// parameter sets. Indexed by secrets, so the cache sees them, as it does in libgcrypt.
+// a key word through two S-boxes, and through the rotation by 11 bits that follows. Indexed by secrets, so the cache
+// sees them, as it does in libgcrypt. For kernels that look up in registers there are the S-boxes themselves, too.
+// Computed by the compiler from the parameter sets.
 #pragma once
 
 #include <bit>
@@ -11,6 +12,9 @@ namespace nalhost::crypto {
 
 struct SboxTables {
     std::uint32_t entry[4][256];
+
+    /// [0]: of the low half of byte b of the sum, at 16 b + half; [1]: of the high half, in the upper four bits.
+    alignas(64) std::uint8_t nibble[2][64];
 
     /// The round function: of half a block plus a key word.
     std::uint32_t Substitute(std::uint32_t sum) const {
@@ -30,6 +34,10 @@ consteval SboxTables MakeSboxTables(const char* digits) {
         for (std::size_t value = 0; value < 256; ++value) {
             const std::uint32_t pair = substitute(2 * byte, value % 16) | substitute(2 * byte + 1, value / 16) << 4;
             tables.entry[byte][value] = std::rotl(pair, static_cast<int>(8 * byte + 11));
+        }
+        for (std::size_t value = 0; value < 16; ++value) {
+            tables.nibble[0][16 * byte + value] = static_cast<std::uint8_t>(substitute(2 * byte, value));
+            tables.nibble[1][16 * byte + value] = static_cast<std::uint8_t>(substitute(2 * byte + 1, value) << 4);
         }
     }
     return tables;

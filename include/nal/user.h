@@ -154,7 +154,8 @@ public:
     ///
     /// @param flags     NAL_NEW_KEY_EXCHANGE, or 0 for a signature key
     /// @param paramOID  parameter set of a signature key; an exchange key gets the set that goes with it. Empty: the default
-    /// @param err       42 without a provider, 73 for an unknown set, 36 when the provider does not say why, else its status
+    /// @param err       42 without a provider, 73 for an unknown set, 36 when the provider does not say why, else its status; also what
+    ///                  hinders that a request which was left half-made in the container is put right first (206: its note is damaged)
     /// @param msg       "CNALUser::CreateNewKeys", both
     /// @return TRUE when made; otherwise the container is as before
     BOOL CreateNewKeys(unsigned flags, const CTOOString& paramOID, int* err, CTOOString* msg);
@@ -307,7 +308,7 @@ NAL_EXPORT BOOL NALGetContainerList(const CTOOString& folder, std::list<CNALUser
 /// @param msg   "NALGetContainerInfo"
 NAL_EXPORT BOOL NALGetContainerInfo(const CTOOString& path, CNALUserContainerInfo& info, int* err, CTOOString* msg);
 
-/// Deletes a container with all its keys; no password is asked for.
+/// Deletes a container with all its keys; no password is asked for. Waits for who makes a request in it.
 /// @param err  121 when there is none or the file is none, else the provider's
 /// @param msg  "NALDeleteContainer"
 NAL_EXPORT BOOL NALDeleteContainer(const CTOOString& path, int* err, CTOOString* msg);

@@ -6,9 +6,13 @@
 
 namespace nal {
 
+std::unique_ptr<IPC::CLocker> LockContainer(const CTOOString& container) {
+    return IPC::CreateWriteLockerDeprecated("container " + container);
+}
+
 ContainerChange::ContainerChange(const CNALProvider& provider, bool needsRepair) : m_container(UniqueNameOf(provider)) {
     if (m_container.empty()) return;
-    m_lock = IPC::CreateWriteLockerDeprecated("container " + m_container);
+    m_lock = LockContainer(m_container);
     try {
         RepairHalfMadeRequest(provider, m_container);
     } catch (const XTOOStatus& status) {

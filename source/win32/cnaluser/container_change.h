@@ -8,12 +8,18 @@
 
 namespace nal {
 
-/// The container's lock, between the processes and threads that use this library. Ends in the thread that took it.
+/// Waits for a container's lock, between the processes and threads that use this library. Ends in the thread that took it.
+/// @param container  its unique full name
+/// @throws XTOOStatus when the lock cannot be used
+std::unique_ptr<IPC::CLocker> LockContainer(const CTOOString& container);
+
+/// The lock of a context's container.
 class ContainerChange {
 public:
     /// Waits for the lock, and puts a request right that was left half-made (half_made_request.h).
     /// A provider whose containers have no unique name has no lock, and no such requests.
-    /// @param needsRepair  whether a half-made request that cannot be put right is a failure; else it is logged, and stays
+    /// @param needsRepair  whether a half-made request that cannot be put right is a failure; else it is logged, and stays. What makes
+    ///                     a key needs it: by the note that stays, the next repair would take that key for the request's
     /// @throws XTOOStatus when the lock cannot be used, or as RepairHalfMadeRequest
     explicit ContainerChange(const CNALProvider& provider, bool needsRepair = false);
 

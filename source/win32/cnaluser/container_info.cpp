@@ -8,6 +8,7 @@
 #include "storage/cert_reader.h"
 #include "too/folder.h"
 #include "too/path.h"
+#include "win32/cnaluser/container_change.h"
 #include "win32/cnaluser/container_entries.h"
 #include "win32/cnaluser/half_made_request.h"
 
@@ -137,6 +138,8 @@ BOOL NALDeleteContainer(const CTOOString& path, int* err, CTOOString* msg) {
         // An empty name would be that of the default container, which nobody means to delete.
         if (path.empty()) throw XTOOStatus(TOO_E_BAD_ARGUMENT, c_deleteContext);
         const CTOOString unique = Look(path).m_path;
+        // Nobody makes a request in it meanwhile, and the note that goes is not that of a new container of this name.
+        const auto lock = unique.empty() ? nullptr : nal::LockContainer(unique);
         nal::RequireDone(ORKAcquireContext(nullptr, path.c_str(), ORK_PROVIDER_NAME, ORK_PROVIDER_TYPE, ORK_OPEN_DELETE), c_deleteContext);
         if (!unique.empty()) nal::HalfMadeRequest::Remove(unique);
     });

@@ -86,7 +86,12 @@ int CNALUser::LogInUser(const char* path, const char* password, const char* pin,
     if (status == TOO_OK) status = HandOnSecrets();
     if (status != TOO_OK) return status;
     nal::Report(&status, [&] {
-        if (nal::HalfMadeRequest::Exists(nal::UniqueNameOf(m_provider))) nal::ContainerChange{m_provider};
+        const CTOOString unique = nal::UniqueNameOf(m_provider);
+        if (!nal::HalfMadeRequest::Exists(unique)) return;
+        if (create)
+            nal::HalfMadeRequest::Remove(unique);  // of a container that had this name before
+        else
+            nal::ContainerChange{m_provider};
     });
     return status;
 }

@@ -164,7 +164,7 @@ BOOL CNALUser::CreateNewKeys(unsigned flags, const CTOOString& paramOID, int* er
     return nal::Report(err, msg, [&] {
         RequireProvider(m_provider, c_createContext);
         const auto lock = m_provider.Lock();
-        const nal::ContainerChange change(m_provider);
+        const nal::ContainerChange change(m_provider, true);
         if (!paramOID.empty()) SetSignatureSet(m_provider, paramOID);
         const bool isExchange = (flags & NAL_NEW_KEY_EXCHANGE) != 0;
         if (isExchange) {
@@ -180,7 +180,7 @@ BOOL CNALUser::CreateNewKeys(const CTOOString& signAlgOID, const CTOOString& par
     return nal::Report(err, msg, [&] {
         RequireProvider(m_provider, c_createContext);
         const auto lock = m_provider.Lock();
-        const nal::ContainerChange change(m_provider);
+        const nal::ContainerChange change(m_provider, true);
         MakeKeysFor(signAlgOID, paramOID);
     });
 }

@@ -122,11 +122,14 @@ TEST_F(RequestCrashTest, FailingCallsLeaveNothing) {
 TEST_F(RequestCrashTest, NotesThatDoNotFit) {
     CNALUser user;
     cert = Enrol(user, "olga");
-    // A damaged note hinders no change of the container but the making of requests, which would write over it.
+    // A damaged note hinders no change of the container but the making of requests, which would write over it, and of keys, which the
+    // next repair would take for its request's.
     nal_test::WriteFile(File("olga.newkey"), nal_test::FromHex("3003020101"));
     LogIn(user, "olga", false, "");
     EXPECT_TRUE(user.PutCertificate(cert, nullptr, nullptr));
     EXPECT_EQ(TOO_E_BAD_STRUCTURE, Status([&](int* s) { return MakeRequest(user, true, s); }));
+    EXPECT_EQ(TOO_E_BAD_STRUCTURE, Status([&](int* s) { return user.CreateNewKeys(0, "", s, nullptr); }));
+    EXPECT_EQ(TOO_E_BAD_STRUCTURE, Status([&](int* s) { return user.CreateNewKeys(c_NAL_OID_KEY_GOST2001, "", s, nullptr); }));
     std::filesystem::remove(File("olga.newkey"));
     EXPECT_TRUE(MakeRequest(user, true, nullptr));
 

@@ -4,6 +4,7 @@
 #include "ork/csp.h"
 #include "ork/handles.h"
 #include "support/child.h"
+#include "support/hex.h"
 #include "win32/cnaluser/user_test.h"
 
 namespace {
@@ -42,6 +43,8 @@ TEST_F(TransferTest, MovesEverything) {
     Make("old");
     CNALUser user;
     LogIn(user, "old", false, "secret", "1234");
+    // The note of a container that had this name before tells nothing of the keys that come.
+    nal_test::WriteFile(File("new.newkey"), nal_test::FromHex("3009020101040004003000"));
     ASSERT_TRUE(user.TransferKeys(File("new"), "another", "99", 0, nullptr, nullptr));
     EXPECT_FALSE(Exists("old"));
     EXPECT_EQ(File("new"), user.GetPath().str());

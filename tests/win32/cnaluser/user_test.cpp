@@ -1,10 +1,13 @@
 // Users: opening containers, secrets, assignment, the list of containers.
 #include "win32/cnaluser/user_test.h"
 
+#include <sys/file.h>
+
 #include <filesystem>
 #include <fstream>
 
 #include "support/status_of.h"
+#include "too/file.h"
 
 namespace {
 
@@ -162,6 +165,15 @@ TEST_F(UserTest, MakesContainerNames) {
     EXPECT_EQ("", CNALUser::MakeContainerName(nullptr, 1));
 }
 
+/// Whether somebody holds one of a home folder's locks.
+bool HoldsALock(const std::string& home) {
+    for (const auto& file : std::filesystem::directory_iterator(home + "/locks")) {
+        const CTOOFile lock(file.path().string(), "rb");
+        if (flock(lock.GetDescriptor(), LOCK_EX | LOCK_NB) != 0) return true;
+    }
+    return false;
+}
+
 TEST_F(UserTest, ListsContainersWithoutTheirSecrets) {
     CNALUser user;
     ASSERT_EQ(TOO_OK, user.LogInUser("bare", "secret", "1234", true));
@@ -235,7 +247,10 @@ TEST_F(UserTest, ListsContainersWithoutTheirSecrets) {
     EXPECT_EQ("missing", info.m_name);
     EXPECT_EQ(TOO_E_BAD_ARGUMENT, Status([&](int* s) { return NALDeleteContainer("", s, nullptr); }));
     EXPECT_EQ(TOO_E_NO_CONTAINER, Status([&](int* s) { return NALDeleteContainer("notes", s, nullptr); }));
+    bool isLocked = false;
+    too_testing::BeforeCall("ORKAcquireContext", 2, [&] { isLocked = HoldsALock(File("home")); });  // the second one deletes
     EXPECT_TRUE(NALDeleteContainer("bare", nullptr, nullptr));
+    EXPECT_TRUE(isLocked);
     EXPECT_FALSE(std::filesystem::exists(directory + "/bare"));
     EXPECT_TRUE(std::filesystem::exists(directory + "/notes"));
 }

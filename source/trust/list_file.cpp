@@ -148,6 +148,11 @@ private:
         const auto lock = TryLock();
         m_acceptedStamp = StampOf(m_accepted);
         Accepted kept = Read(m_accepted, TrustCheck::Kept);
+        if (kept.state == State::Unreadable) {
+            Complain(m_accepted, "no delivered list is taken before this copy of the one accepted last can be read, or is removed: which is newer is not known");
+            if (m_roots.GetStore() != m_checkedRoots.GetStore()) Use(Accepted());  // what is in use was not held against these roots
+            return;
+        }
         Accepted fresh;
         if (isDelivered) fresh = Read(m_delivered, TrustCheck::Delivered);
         if (fresh.state == State::Good && kept.state == State::Good && fresh.list.number < kept.list.number) {
@@ -155,7 +160,7 @@ private:
             fresh.state = State::Refused;
         }
         if (fresh.state == State::Good && !(kept.state == State::Good && kept.message == fresh.message)) {
-            Keep(fresh.message);
+            if (lock != nullptr) Keep(fresh.message);
             kept = std::move(fresh);
         }
         Use(kept);

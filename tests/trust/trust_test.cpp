@@ -248,6 +248,25 @@ TEST_F(Trust, TriesAgainWhatCouldNotBeRead) {
     EXPECT_EQ(2U, roots());
 }
 
+// A copy that is damaged hides which number was accepted: an older list must not come in its place.
+TEST_F(Trust, TakesNoListInThePlaceOfAnUnreadableCopy) {
+    TrustListBuilder larger = GoodList(7);
+    larger.certificates.push_back(EndCert());
+    Deliver("0000_trl.p7s", larger.Build(m_signer));
+    ASSERT_EQ(2, CommonList());
+    const std::string copy = m_folder.File("home/trust/0000_trl.p7s");
+    auto damaged = nal_test::ReadFile(copy);
+    damaged[damaged.size() / 2] ^= 1;
+    nal_test::WriteFile(copy, damaged);
+    Deliver("0000_trl.p7s", GoodList(6).Build(m_signer));
+    EXPECT_EQ(2, CommonList());  // what this process accepted
+    m_VPN_TrustStorages.Reset();
+    EXPECT_EQ(0, CommonList());
+    EXPECT_EQ(damaged, nal_test::ReadFile(copy));
+    std::filesystem::remove(copy);  // the operator begins anew
+    EXPECT_EQ(1, CommonList());
+}
+
 // A list with a byte changed, or cut, never brings anything that was not signed.
 TEST_F(Trust, NoChangeOfAByteMakesAnotherListGood) {
     const IdentObj good = GoodList().Build(m_signer);

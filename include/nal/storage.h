@@ -82,7 +82,7 @@ public:
     /// The same for a CRL; the wrapper is empty afterwards in every case.
     BOOL DeleteCRL(CNALCRLContext& crl);
 
-    // --- Searches ---
+    // --- Searches. When the store's file cannot be read they find nothing, and the last error is an `errno`. ---
 
     /// The next CRL of the storage. @param flags, reserved  not used
     /// @param previous  empty to start, else what the last call returned; it stays the caller's
@@ -98,7 +98,7 @@ public:
     ///                  1.3.6.1.4.1.311.10.7.1 is compared with the key identifier instead, and the serial is not).
     ///                  CERT_FIND_PUBLIC_KEY finds nothing.
     /// @return TRUE when at least one was appended; else FALSE with last error 87 for a null parameter, 6 without a store, 230
-    ///         for another type, 0x80092004 when nothing fits, an `errno` when the store's file cannot be read
+    ///         for another type, 0x80092004 when nothing fits
     BOOL FindCertList(std::list<CNALCertContext>& list, unsigned int findType, const void* findPara) const;
 
     /// Finds the CRL that speaks for an issuer: of those stored under its key identifier whose signature holds under its key, the one

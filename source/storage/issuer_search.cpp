@@ -146,8 +146,12 @@ BOOL CNALCertStorage::FindIssuerCertificate(const CNALCertContext& subject, CNAL
     const boost::recursive_mutex::scoped_lock lock(NALStorageLocker);
     const nal::StoreSearch search(*nal::CertStore::FromHandle(m_store));
     if (search.Error() != 0) return none(static_cast<DWORD>(search.Error()));
-    auto best = nal::Search(Index(), subject, checks).Best();
-    if (!best) return none(NAL_STORE_E_NOT_FOUND);
+    std::optional<nal::Search::Found> best;
+    const BOOL isFound = nal::FindIn([&] {
+        best = nal::Search(Index(), subject, checks).Best();
+        return best ? TRUE : nal::Refuse(NAL_STORE_E_NOT_FOUND);
+    });
+    if (!isFound) return none(GetLastError());
 
     const bool isUntrustedRoot = m_untrusted != 0 && best->issuer == subject;
     if (flags != nullptr) *flags = best->failed | (isUntrustedRoot ? CERT_TRUST_IS_UNTRUSTED_ROOT : 0U);

@@ -222,7 +222,7 @@ BOOL CNALCertStorage::FindCertList(std::list<CNALCertContext>& list, unsigned in
         case CERT_FIND_SUBJECT_NAME:
         case CERT_FIND_ISSUER_NAME:
         case CERT_FIND_SUBJECT_CERT:
-            FindWithIndex(found, findType, findPara);
+            if (!nal::FindIn([&] { return FindWithIndex(found, findType, findPara); })) return FALSE;
             SetLastError(found.empty() ? NAL_STORE_E_NOT_FOUND : 0);
             break;
         case CERT_FIND_EXISTING: {
@@ -238,6 +238,7 @@ BOOL CNALCertStorage::FindCertList(std::list<CNALCertContext>& list, unsigned in
             while ((next = CertFindCertificateInStore(m_store, c_encoding, 0, findType, findPara, next)) != nullptr) {
                 found.emplace_back(next);
             }
+            if (GetLastError() != NAL_STORE_E_NOT_FOUND) return FALSE;  // a part is not what fits
         }
     }
     if (found.empty()) return FALSE;
@@ -252,11 +253,13 @@ BOOL CNALCertStorage::GetCrlFromStorage(const CNALCertContext& issuer, CNALCRLCo
     const Locked lock(NALStorageLocker);
     const nal::StoreSearch search(*nal::CertStore::FromHandle(m_store));
     if (search.Error() != 0) return nal::Refuse(static_cast<DWORD>(search.Error()));
-    const nal::StorageIndex::Crl* found =
-        Index().FindCrl(nal::CertContext::From(issuer.GetContext())->Key(), nal::PublicKeyOf(*issuer.GetContext()));
-    if (found == nullptr) return nal::Refuse(NAL_STORE_E_NOT_FOUND);
-    crl = found->context;
-    return TRUE;
+    return nal::FindIn([&] {
+        const nal::StorageIndex::Crl* found =
+            Index().FindCrl(nal::CertContext::From(issuer.GetContext())->Key(), nal::PublicKeyOf(*issuer.GetContext()));
+        if (found == nullptr) return nal::Refuse(NAL_STORE_E_NOT_FOUND);
+        crl = found->context;
+        return TRUE;
+    });
 }
 
 BOOL CNALCertStorage::FindRevocation(const CNALCertContext& subject, const CNALCertContext& issuer, bool& isListed,
@@ -268,10 +271,12 @@ BOOL CNALCertStorage::FindRevocation(const CNALCertContext& subject, const CNALC
     if (search.Error() != 0) return nal::Refuse(static_cast<DWORD>(search.Error()));
     const CERT_CONTEXT& issuerCert = *issuer.GetContext();
     const IdentObj serial = nal::SerialOf(issuerCert);
-    const nal::StorageIndex::Crl* found =
-        Index().FindCrl(nal::CertContext::From(&issuerCert)->Key(), nal::PublicKeyOf(issuerCert), &serial);
-    if (found == nullptr) return nal::Refuse(NAL_STORE_E_NOT_FOUND);
-    isListed = found->Lists(nal::SerialOf(*subject.GetContext()));
-    crl = found->context;
-    return TRUE;
+    return nal::FindIn([&] {
+        const nal::StorageIndex::Crl* found =
+            Index().FindCrl(nal::CertContext::From(&issuerCert)->Key(), nal::PublicKeyOf(issuerCert), &serial);
+        if (found == nullptr) return nal::Refuse(NAL_STORE_E_NOT_FOUND);
+        isListed = found->Lists(nal::SerialOf(*subject.GetContext()));
+        crl = found->context;
+        return TRUE;
+    });
 }

@@ -91,7 +91,7 @@ void StorageIndex::Load(const StorageIndex* previous) {
         }
         return false;
     });
-    if (status == kTreeError) throw XTOOStatus(TOO_E_READ, "CNALCertStorage");
+    if (status == kTreeError) throw StoreReadFailure{errno};
 
     for (const StoredCrl& stored : crls) {
         const asnt::View encoded(stored.encoded.data(), stored.encoded.size());
@@ -134,10 +134,10 @@ void StorageIndex::Sort() {
 CertContext* StorageIndex::ContextOf(Entry& entry) {
     if (entry.context != nullptr || entry.damaged) return entry.context.get();
     std::vector<unsigned char> value;
+    const int status = m_store.GetRecord(RecordKey::Cert(entry.key), value);
+    if (status == kTreeError) throw StoreReadFailure{errno};
     try {
-        if (m_store.GetRecord(RecordKey::Cert(entry.key), value) == kTreeOk) {
-            entry.context = CertContext::Create(kEncoding, {value.data(), value.size()}, &m_store);
-        }
+        if (status == kTreeOk) entry.context = CertContext::Create(kEncoding, {value.data(), value.size()}, &m_store);
     } catch (const std::exception&) {
         LogError(NAL_HERE(kStoreSource), "a certificate record that does not decode is skipped");
     }

@@ -18,10 +18,16 @@
 #include "certstorage/cert_context.h"
 #include "certstorage/cert_store.h"
 #include "certstorage/crl_context.h"
+#include "frame/failure.h"
 #include "nal/context.h"
 #include "nal/crl.h"
 
 namespace nal {
+
+/// The store cannot be read. It does not leave the storage, whose searches tell it as their last error (FindIn).
+struct StoreReadFailure {
+    int error;  ///< an errno
+};
 
 /// For one thread at a time: NALStorageLocker guards it. The store is held for a search meanwhile (StoreSearch).
 class StorageIndex {
@@ -29,7 +35,7 @@ public:
     enum class By { Subject, Issuer, Serial };
 
     /// @param previous  an index of the same store before it changed, whose signature checks are taken over; may be null
-    /// @throws XTOOStatus when the store cannot be read
+    /// @throws StoreReadFailure, as both Find and FindKey
     StorageIndex(CertStore& store, const StorageIndex* previous);
 
     /// Whether the store is as it was when this was made.
@@ -76,5 +82,15 @@ private:
     std::array<std::vector<std::uint32_t>, 3> m_sorted;    // places in m_entries
     std::vector<Crl> m_crls;                               // in the order of the store
 };
+
+/// Runs a search that reads an index. @return what it returns; FALSE with the errno as last error when the store cannot be read
+template <class Find>
+BOOL FindIn(Find&& find) {
+    try {
+        return find();
+    } catch (const StoreReadFailure& failure) {
+        return Refuse(static_cast<DWORD>(failure.error));
+    }
+}
 
 }  // namespace nal

@@ -1,9 +1,14 @@
 // The certificate storage: changes, searches, and the index held against plain walks.
 #include "nal/storage.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
+#include <filesystem>
+#include <map>
 #include <random>
 #include <thread>
 
@@ -14,6 +19,7 @@
 #include "nal/extensions.h"
 #include "storage/find_subject_cert.h"
 #include "storage/issuer_search.h"
+#include "support/child.h"
 #include "support/temp_folder.h"
 #include "support/test_signer.h"
 #include "too/status.h"
@@ -71,6 +77,69 @@ TEST_F(Storage, RefusesWithItsOwnCodes) {
     EXPECT_FALSE(closed.FindCRLInStore(0, nullptr, crl).IsInitialized());
     EXPECT_FALSE(storage.AddCertificate(CNALCertContext()));
     EXPECT_EQ(GetLastError(), 0x80070057U);
+}
+
+/// Nothing can be read by the descriptors that are open on a file, until this goes.
+class Unreadable {
+public:
+    explicit Unreadable(const std::string& path) {
+        const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        for (int descriptor = 0; descriptor < null; ++descriptor) {
+            std::error_code error;
+            if (std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), error) != path) continue;
+            m_kept[descriptor] = dup(descriptor);
+            dup2(null, descriptor);
+        }
+        close(null);
+    }
+    ~Unreadable() {
+        for (const auto& [descriptor, kept] : m_kept) {
+            dup2(kept, descriptor);
+            close(kept);
+        }
+    }
+    Unreadable(const Unreadable&) = delete;
+    Unreadable& operator=(const Unreadable&) = delete;
+    bool IsAny() const { return !m_kept.empty(); }
+
+private:
+    std::map<int, int> m_kept;
+};
+
+TEST_F(Storage, WhatCannotBeReadIsAFailureAndNotAnException) {
+    const TempFolder folder;
+    CNALString path(folder.File("store.dat").c_str());
+    CertBuilder builder;
+    const CNALCertContext cert(builder.Build());
+    builder.subjectKeyId = Filled(9);
+    const CNALCertContext other(builder.Build());
+    ASSERT_EQ(ChildEnd::success, RunInChild([&] {  // so that nothing of it is in this process's memory
+                  CNALCertStorage(path, CERT_STORE_PROV_FILENAME_A, 0x12000, 0, nullptr).AddCertificate(cert);
+              }));
+    const CNALCertStorage file(path, CERT_STORE_PROV_FILENAME_A, 0x10000, 0, nullptr);
+    const auto find = [&](DWORD type, const void* parameter) {
+        std::list<CNALCertContext> list;
+        return file.FindCertList(list, type, parameter) ? 0 : GetLastError();
+    };
+    const CRYPT_HASH_BLOB absent{0, reinterpret_cast<BYTE*>(const_cast<CERT_CONTEXT*>(other.GetContext()))};
+    EXPECT_EQ(NAL_STORE_E_NOT_FOUND, find(CERT_FIND_EXISTING, &absent));
+    CNALCertContext issuer;
+    CNALCRLContext crl;
+    unsigned flags = 7;
+    bool isListed = false;
+    {
+        const Unreadable unreadable(folder.File("store.dat"));
+        ASSERT_TRUE(unreadable.IsAny());
+        EXPECT_EQ(DWORD{EBADF}, find(CERT_FIND_ANY, nullptr));
+        EXPECT_EQ(DWORD{EBADF}, find(CERT_FIND_SUBJECT_NAME, &cert.GetContext()->pCertInfo->Subject));
+        EXPECT_FALSE(file.FindIssuerCertificate(cert, issuer, &flags, nullptr));
+        EXPECT_TRUE(flags == 0x20007 && GetLastError() == EBADF);
+        EXPECT_FALSE(file.GetCrlFromStorage(cert, crl));
+        EXPECT_EQ(DWORD{EBADF}, GetLastError());
+        EXPECT_FALSE(file.FindRevocation(cert, cert, isListed, crl));
+        EXPECT_EQ(DWORD{EBADF}, GetLastError());
+    }
+    EXPECT_EQ(0U, find(CERT_FIND_SUBJECT_NAME, &cert.GetContext()->pCertInfo->Subject));
 }
 
 TEST_F(Storage, AddsReplacesAndDeletes) {

@@ -99,6 +99,18 @@ CertificateRecord OwnRecord(const Issuer& issuer, Role signedBy) {
     return record;
 }
 
+/// Cuts the periods of a profile that has both its times: nothing outlives the issuer.
+void EndBy(const FILETIME& end, Profile& profile) {
+    const auto cut = [&](std::optional<FILETIME>& time) {
+        if (time && CTOOFileTime(*time) > CTOOFileTime(end)) time = end;
+    };
+    cut(profile.notAfter);
+    if (!profile.privateKeyUsage && profile.privateKeyMonths != 0) {
+        profile.privateKeyUsage = Period{profile.notBefore, AddMonths(*profile.notBefore, profile.privateKeyMonths)};
+    }
+    if (profile.privateKeyUsage) cut(profile.privateKeyUsage->notAfter);
+}
+
 CNALCertInfo Decode(const IdentObj& certificate) {
     CNALX509Certificate decoded;
     decoded.DecodeCert(certificate);
@@ -216,8 +228,7 @@ std::vector<CertificateRecord> Centre::Issue(const std::vector<Order>& orders) {
         profile.serial = MakeSerial(m_network, order.number);
         if (!profile.notBefore) profile.notBefore = Now();
         if (!profile.notAfter) profile.notAfter = AddMonths(*profile.notBefore, profile.months);
-        // Nothing that it signs outlives the issuer.
-        if (CTOOFileTime(*profile.notAfter) > issuer.GetInfo().m_notAfter) profile.notAfter = issuer.GetInfo().m_notAfter;
+        EndBy(issuer.GetInfo().m_notAfter, profile);
         CertificateRecord record;
         record.serial = profile.serial;
         record.authority = m_issuingRole;

@@ -64,6 +64,7 @@ Judgement Judge::Look(const IdentObj& encoded, bool asCa) {
         ReadIdentity(judgement);
         const CNALPKCS10Data& data = judgement.order.request.GetData();
         judgement.order.profile = GrantWishes(data.GetExtensions(), data.m_publicKey, asCa);
+        CheckPeriod(judgement);
         FindVoucher(judgement);
         judgement.verdict = judgement.voucher ? Verdict::Vouched : Verdict::First;
     } catch (const Refusal& refusal) {
@@ -140,6 +141,15 @@ void Judge::ReadIdentity(Judgement& judgement) const {
     judgement.order.number = octets[4] | octets[5] << 8 | octets[6] << 16 | static_cast<std::uint32_t>(octets[7]) << 24;
 }
 
+void Judge::CheckPeriod(const Judgement& judgement) const {
+    const Profile& profile = judgement.order.profile;
+    for (const auto& [role, info] : m_authorities) {
+        if (role == m_centre.GetIssuingRole() && profile.notBefore && CTOOFileTime(*profile.notBefore) >= CTOOFileTime(info.m_notAfter)) {
+            throw Refusal{"it asks for a key that begins when the certificate of the issuing authority is over"};
+        }
+    }
+}
+
 void Judge::FindVoucher(Judgement& judgement) {
     const CNALPKCS10Data& data = judgement.order.request.GetData();
     CNALSecondSignature second;
@@ -194,6 +204,13 @@ void Judge::CheckVouching(const Judgement& judgement) const {
         const CNALCertExtension* has = signer.m_extensions.FindExtension(oid);
         if (wanted != nullptr && (has == nullptr || wanted->m_value != has->m_value)) {
             throw Refusal{"the certificate " + which + " vouches for alternative names that are not its own, and is not entitled to"};
+        }
+    }
+    CNALExtendedKeyUsage has;
+    has.ReadFrom(signer.m_extensions, c_NAL_OID_EXTENDED_KEY_USAGE);
+    for (const CTOOString& usage : judgement.order.profile.extendedUsage) {
+        if (!has.Contains(usage.c_str())) {
+            throw Refusal{"the certificate " + which + " vouches for the extended key usage " + usage.str() + ", which it does not have, and is not entitled to"};
         }
     }
 }

@@ -2,7 +2,8 @@
 //
 // A request must be signed with the key that it asks for, and either
 //   - be signed a second time with a key that this centre has certified, which vouches for it: for its own holder (the same name,
-//     byte for byte, and the same alternative names), or for anybody when the operator entitled that certificate; or
+//     byte for byte, the same alternative names, and no extended key usage beside its own), or for anybody when the operator entitled
+//     that certificate; or
 //   - be released by the operator, who compared the key's fingerprint with what its holder sees: a first request.
 // The rest is refused, with a reason for people.
 #pragma once
@@ -47,6 +48,7 @@ private:
     void CheckKey(const Judgement& judgement) const;
     void CheckName(Judgement& judgement) const;
     void ReadIdentity(Judgement& judgement) const;
+    void CheckPeriod(const Judgement& judgement) const;
     void FindVoucher(Judgement& judgement);
     void CheckVouching(const Judgement& judgement) const;
 

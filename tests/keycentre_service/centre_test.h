@@ -98,10 +98,10 @@ protected:
     KeyPair NewKey(DWORD algId = ORK_KEY_SIGNATURE) { return KeyPair::Create(m_folder.File("key" + std::to_string(++m_keys)), "", algId); }
 
     /// Releases a first request as an operator does.
-    Holder Release(Centre& centre, const char* name, bool entitled = false) {
+    Holder Release(Centre& centre, const char* name, bool entitled = false, const std::function<void(CNALPKCS10Data&, CNALSecondSignature&)>& change = {}) {
         Holder holder{NewKey(), keycentre::Name(name), {}};
         keycentre::Judge judge(centre);
-        keycentre::Judgement judgement = judge.Look(Request(holder.key, holder.name, nullptr));
+        keycentre::Judgement judgement = judge.Look(Request(holder.key, holder.name, nullptr, change));
         EXPECT_EQ(judgement.verdict, keycentre::Verdict::First) << judgement.reason;
         judgement.order.entitled = entitled;
         const keycentre::FolderLock lock = centre.Lock();

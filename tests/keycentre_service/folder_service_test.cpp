@@ -37,9 +37,14 @@ void Wish(CNALPKCS10Data& data, const std::vector<CNALCertExtension>& wishes) {
     data.SetExtensions(list);
 }
 
+constexpr char kClients[] = "1.3.6.1.5.5.7.3.2";
+
 TEST_F(FolderServices, ARenewalIsAnsweredAndAFirstRequestWaits) {
     Centre centre = Open();
-    const Holder ivan = Release(centre, "CN=Иван, O=Works");
+    CNALExtendedKeyUsage clients;
+    clients.m_usages = {kClients};
+    const CNALCertExtension extended = clients.ToExtension(c_NAL_OID_EXTENDED_KEY_USAGE, false);
+    const Holder ivan = Release(centre, "CN=Иван, O=Works", false, [&](CNALPKCS10Data& data, CNALSecondSignature&) { Wish(data, {extended}); });
     const KeyPair next = NewKey();
     CKeyUsagePeriod period;
     period.m_hasNotBefore = period.m_hasNotAfter = true;
@@ -47,7 +52,7 @@ TEST_F(FolderServices, ARenewalIsAnsweredAndAFirstRequestWaits) {
     period.m_notAfter = Date(2026, 6, 1);
     Put("12ab0007_ownu.req", Request(next, ivan.name, &ivan, [&](CNALPKCS10Data& data, CNALSecondSignature&) {
             data.m_attributes.Add(c_NAL_OID_REQUEST_IDENTITY, Identity(0x12ab, 7));
-            Wish(data, {Usage(CNALKeyUsage::DigitalSignature | CNALKeyUsage::KeyEncipherment), period.ToExtension(c_NAL_OID_PRIVATE_KEY_USAGE_PERIOD, false)});
+            Wish(data, {Usage(CNALKeyUsage::DigitalSignature | CNALKeyUsage::KeyEncipherment), period.ToExtension(c_NAL_OID_PRIVATE_KEY_USAGE_PERIOD, false), extended});
         }));
     const KeyPair stranger = NewKey();
     Put("00000001_ownu.req", Request(stranger, keycentre::Name("CN=Stranger"), nullptr));
@@ -69,6 +74,7 @@ TEST_F(FolderServices, ARenewalIsAnsweredAndAFirstRequestWaits) {
     CNALKeyUsage usage;
     ASSERT_TRUE(usage.ReadFrom(info.m_extensions, c_NAL_OID_KEY_USAGE));
     EXPECT_EQ(usage.GetFlags(), CNALKeyUsage::DigitalSignature | CNALKeyUsage::KeyEncipherment);
+    EXPECT_TRUE(clients.ReadFrom(info.m_extensions, c_NAL_OID_EXTENDED_KEY_USAGE) && clients.Contains(kClients));
     const unsigned char* serial = info.m_serialNumber.GetData();
     EXPECT_TRUE(info.m_serialNumber.GetSize() == 16 && serial[2] == 0xab && serial[3] == 0x12 && serial[4] == 7);
 
@@ -103,6 +109,8 @@ TEST_F(FolderServices, BadRequestsAreRefusedWithAReasonAndTheRestIsServed) {
     ca.m_isCA = true;
     CNALExtendedKeyUsage lists;
     lists.m_usages = {c_NAL_OID_TRUST_LIST_SIGNING};
+    CNALExtendedKeyUsage clients;
+    clients.m_usages = {kClients};
     CNALAlternativeNames names;
     names.m_names = {CNALGeneralName(CNALGeneralName::DnsName, nal_test::Filled('a', 3))};
     CKeyUsagePeriod past;
@@ -131,6 +139,7 @@ TEST_F(FolderServices, BadRequestsAreRefusedWithAReasonAndTheRestIsServed) {
         {wishing({ca.ToExtension(c_NAL_OID_BASIC_CONSTRAINTS, true)}), "a CA's certificate"},
         {wishing({Usage(CNALKeyUsage::KeyCertSign)}), "which are a CA's"},
         {wishing({lists.ToExtension(c_NAL_OID_EXTENDED_KEY_USAGE, false)}), "which is the key centre's"},
+        {wishing({clients.ToExtension(c_NAL_OID_EXTENDED_KEY_USAGE, false)}), "which it does not have"},
         {wishing({names.ToExtension(c_NAL_OID_SUBJECT_ALT_NAME, false)}), "alternative names that are not its own"},
         {wishing({past.ToExtension(c_NAL_OID_PRIVATE_KEY_USAGE_PERIOD, false)}), "has passed"},
         {wishing({Usage(1), Usage(1)}), "twice"},
@@ -160,6 +169,27 @@ TEST_F(FolderServices, BadRequestsAreRefusedWithAReasonAndTheRestIsServed) {
     EXPECT_EQ(tally.answered, 1U);
     EXPECT_EQ(Answers(Delivery::External).size(), 1U);
     EXPECT_TRUE(Answers().empty());
+}
+
+TEST_F(FolderServices, NothingOutlivesTheIssuer) {
+    Centre centre = Open();
+    const CTOOFileTime end = centre.GetIssuer(keycentre::Role::Issuing).GetInfo().m_notAfter;
+    too_testing::SetClock(Date(2031, 2, 1));
+    ASSERT_LT(end, CTOOFileTime(Date(2031, 4, 1)));
+    const Holder ivan = Release(centre, "CN=Ivan");
+    const CNALCertInfo info(*CNALCertContext(ivan.certificate).GetContext());
+    CKeyUsagePeriod period;
+    ASSERT_TRUE(period.ReadFrom(info.m_extensions, c_NAL_OID_PRIVATE_KEY_USAGE_PERIOD));
+    EXPECT_EQ(CTOOFileTime(info.m_notAfter), end);
+    EXPECT_EQ(CTOOFileTime(period.m_notAfter), end);
+    period.m_hasNotBefore = true;
+    period.m_notBefore = Date(2031, 4, 1);
+    period.m_notAfter = Date(2031, 6, 1);
+    Put("1_ownu.req", Request(NewKey(), ivan.name, &ivan, [&](CNALPKCS10Data& data, CNALSecondSignature&) {
+            Wish(data, {period.ToExtension(c_NAL_OID_PRIVATE_KEY_USAGE_PERIOD, false)});
+        }));
+    EXPECT_EQ(Serve(centre).refused, 1U);
+    EXPECT_THAT(Reason("1_ownu.req"), HasSubstr("issuing authority is over"));
 }
 
 TEST_F(FolderServices, AKeyOfAnUnknownTypeIsRefused) {

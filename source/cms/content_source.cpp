@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "cms/memory_content.h"
 #include "too/status.h"
 
 namespace nal {
@@ -26,9 +27,7 @@ ContentSource::ContentSource(const WhatToSignStruct& what, const char* context) 
         TakeFile(std::make_unique<FileContent>(plain, context));
         return;
     }
-    if (what.end < what.start) throw XTOOStatus(TOO_E_RANGE, context);
-    if (what.data == nullptr && what.end != what.start) throw XTOOStatus(TOO_E_BAD_ARGUMENT, context);
-    TakeMemory(asnt::View(what.data, what.end).Sub(what.start));
+    TakeMemory(MemoryContent(what, context));
     m_end = what.end;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "cms/file_content.h"
+#include "cms/memory_content.h"
 #include "frame/failure.h"
 #include "ork/provider.h"
 #include "signer/provider_calls.h"
@@ -40,9 +41,7 @@ void ContentHashes::Add(const WhatToSignStruct& what) {
         FileContent(what, m_context).ForEachChunk(c_hashChunk, [this](asnt::View chunk) { Add(chunk); });
         return;
     }
-    if (what.data == nullptr && what.start != what.end) throw XTOOStatus(TOO_E_BAD_ARGUMENT, m_context);
-    if (what.end < what.start) throw XTOOStatus(TOO_E_RANGE, m_context);
-    Add(asnt::View(static_cast<const unsigned char*>(what.data) + what.start, what.end - what.start));
+    Add(MemoryContent(what, m_context));
 }
 
 void ContentHashes::Add(const CNALSignData& message) {

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "cms/file_content.h"
+#include "cms/memory_content.h"
 #include "cms/message_test.h"
 #include "nal/progress.h"
 #include "nal/signed_data.h"
@@ -34,6 +35,30 @@ WhatToSignStruct InMemory(const IdentObj& bytes, DWORD start = 0) {
     what.start = start;
     what.end = bytes.GetSize();
     return what;
+}
+
+TEST(MemoryContents, AreBytesOrNothing) {
+    const IdentObj bytes("0123456789", 10);
+    struct Case {
+        const void* data;
+        DWORD start;
+        DWORD end;
+        int status;
+    };
+    const Case cases[] = {
+        {bytes.GetData(), 3, 10, TOO_OK}, {bytes.GetData(), 5, 4, TOO_E_RANGE}, {nullptr, 3, 10, TOO_E_BAD_ARGUMENT}, {nullptr, 0, 0, TOO_OK},
+        {nullptr, 5, 5, TOO_OK},  // no offset is added to a null pointer
+    };
+    for (const Case& test : cases) {
+        WhatToSignStruct what;
+        what.data = test.data;
+        what.start = test.start;
+        what.end = test.end;
+        asnt::View view;
+        EXPECT_EQ(test.status, StatusOf([&] { view = nal::MemoryContent(what, "test"); })) << test.start;
+        const bool hasBytes = test.status == TOO_OK && test.data != nullptr;
+        EXPECT_TRUE(view == (hasBytes ? asnt::View("3456789", 7) : asnt::View()) && (view.data != nullptr) == hasBytes);
+    }
 }
 
 class Content : public testing::Test {

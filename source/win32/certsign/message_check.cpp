@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "cms/file_content.h"
+#include "cms/memory_content.h"
 #include "nal/errors.h"
 #include "nal/verify.h"
 #include "signer/content_hash.h"
@@ -55,9 +56,7 @@ public:
         if ((content.flags & c_NAL_CONTENT_IN_FILE) != 0) {
             FileContent(content, regionText).ForEachChunk(c_hashChunk, [this](asnt::View chunk) { Add(chunk); });
         } else {
-            if (content.data == nullptr && content.start != content.end) throw XTOOStatus(TOO_E_BAD_ARGUMENT, regionText);
-            if (content.end < content.start) throw XTOOStatus(TOO_E_RANGE, regionText);
-            Add({static_cast<const unsigned char*>(content.data) + content.start, content.end - content.start});
+            Add(MemoryContent(content, regionText));
         }
         return !m_message.IsAttached() || (m_same && m_done == m_message.eContent.GetSize());
     }

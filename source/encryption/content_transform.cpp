@@ -19,16 +19,6 @@ std::size_t WithHeaders(std::size_t size, bool inPieces) {
     return size + (inPieces ? (size + c_NAL_PIECE_SIZE - 1) / c_NAL_PIECE_SIZE * c_pieceHeader : 0);
 }
 
-/// Memory that may hold plaintext.
-struct WipedBuffer {
-    explicit WipedBuffer(std::size_t size) { bytes.SetSize(static_cast<unsigned>(size)); }
-    WipedBuffer(const WipedBuffer&) = delete;
-    WipedBuffer& operator=(const WipedBuffer&) = delete;
-    ~WipedBuffer() { bytes.Wipe(); }
-
-    IdentObj bytes;
-};
-
 }  // namespace
 
 ContentTransform::ContentTransform(unsigned long hKey, Direction direction, ContentSource& source, bool writesPieces, const char* context)

@@ -8,8 +8,19 @@
 #include "cms/file_content.h"
 #include "frame/progress.h"
 #include "nal/enveloped_data.h"
+#include "too/ident_obj.h"
 
 namespace nal {
+
+/// Memory that may hold plaintext. Whoever wants to keep it takes the bytes out.
+struct WipedBuffer {
+    explicit WipedBuffer(std::size_t size) { bytes.SetSize(static_cast<unsigned>(size)); }
+    WipedBuffer(const WipedBuffer&) = delete;
+    WipedBuffer& operator=(const WipedBuffer&) = delete;
+    ~WipedBuffer() { bytes.Wipe(); }
+
+    IdentObj bytes;
+};
 
 /// Encrypts or decrypts what a source gives, and reports progress.
 ///

@@ -58,14 +58,8 @@ int CNALEncryptedContentInfo::Decrypt(unsigned long hSessionKey, CTOOFile* outFi
             RequireOther(source, *outFile, c_decryptContext);
             return ToFile(transform, *outFile);
         }
-        IdentObj plain;
-        plain.SetSize(static_cast<unsigned>(source.Size()));
-        try {
-            transform.ToMemory(plain.GetData());
-        } catch (const XTOOStatus&) {
-            plain.Wipe();
-            throw;
-        }
-        *content = std::move(plain);
+        nal::WipedBuffer plain(source.Size());
+        transform.ToMemory(plain.bytes.GetData());
+        *content = std::move(plain.bytes);
     });
 }

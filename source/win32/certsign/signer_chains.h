@@ -3,6 +3,8 @@
 
 #include <map>
 #include <set>
+#include <string_view>
+#include <vector>
 
 #include "nal/chain.h"
 #include "nal/signed_data.h"
@@ -24,16 +26,28 @@ public:
 
 private:
     void OpenExtra();
-    void AddIssuersOfMessage();
+    void ReadIssuersOfMessage();
+    void AddIssuersOf(CNALCertContext cert);
+    void AddOtherIssuers();
     void AddCrlsOfMessage();
     void AddIssuersFromStorage(CNALCertContext cert);
     void AddCert(const CNALCertContext& cert);
     void AddCrl(const CNALCRLContext& crl);
 
+    /// A certificate of the message whose subject is an issuer's name in it.
+    struct Offered {
+        std::string_view subject;
+        const IdentObj* encoded;
+
+        static bool IsBefore(const Offered& a, const Offered& b) { return a.subject < b.subject; }
+    };
+
     const CNALSignData& m_message;
     const CNALCertStorage* m_storage;
     CNALCertStorage m_extra;
     std::set<IdentObj> m_added;  // to m_extra, which is searched through an index that each change makes void
+    std::vector<Offered> m_offered;  // by subject
+    unsigned m_onChains = 0;
     std::map<IdentObj, CERT_TRUST_STATUS> m_known;
 };
 

@@ -246,6 +246,18 @@ TEST_F(SignerChain, LeadsToATrustedRootOrSaysWhyNot) {
     EXPECT_EQ(ChainOf(indirect), DWORD{CERT_TRUST_REVOCATION_STATUS_UNKNOWN});
     indirect.crls = {middle.MakeCrl({})};
     EXPECT_EQ(ChainOf(indirect), 0u);
+    // Others of its name do not keep it out, though they come first or have its key identifier.
+    CNALSignData crowded = indirect;
+    const keycentre::Issuer stranger = keycentre::Issuer::SelfSigned(s_authority->NewKey(), keycentre::Name("CN=Middle"), keycentre::CaProfile());
+    keycentre::Profile other = keycentre::CaProfile();
+    const auto addOther = [&](const IdentObj& keyId) {
+        other.subjectKeyId = keyId;
+        return stranger.Certify(keycentre::Name("CN=Middle"), stranger.GetKeyPair().GetPublicKey(), other);
+    };
+    for (unsigned char i = 0; i < 40; ++i)
+        crowded.certificates.push_front(addOther(IdentObj(std::string(20, static_cast<char>(i + 1)).data(), 20)));
+    crowded.certificates.push_back(addOther(middle.GetContext().GetSubjectKeyId()));
+    EXPECT_EQ(ChainOf(crowded), 0u);
     keycentre::CrlProfile old;
     old.thisUpdate = DaysFromNow(-10);
     old.nextUpdate = DaysFromNow(-5);

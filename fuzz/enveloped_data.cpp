@@ -26,7 +26,7 @@ void ExpectSameParts(const CNALEnvelopedData& a, const CNALEnvelopedData& b) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const InputFile file;
+    const InputFile file(data, size);
     IdentObj content;
     NALGetFormatFlags(data, static_cast<unsigned>(size), &content);
     CNALEnvelopedData inMemory;
@@ -34,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     int err = -1;
     int errInFile = -1;
     const int good = inMemory.ReadObject(data, static_cast<unsigned>(size), &err);
-    inFile.ReadObject(CTOOFile(file.Store(data, size), "rbc"), &errInFile);
+    inFile.ReadObject(CTOOFile(file.Path(), "rbc"), &errInFile);
     Expect(err == errInFile && (good != 0) == (err == 0));
     ExpectSameParts(inMemory, inFile);
     for (const IdentObj& other : inMemory.otherRecipientInfos) CNALAgreeRecipientInfo().ReadObject(other.GetData(), other.GetSize(), &err);

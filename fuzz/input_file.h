@@ -1,7 +1,6 @@
 // What fuzz targets share: a condition that must hold, and the input as a file.
 #pragma once
 
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstddef>
@@ -15,19 +14,22 @@ inline void Expect(bool holds) {
     if (!holds) std::abort();
 }
 
-/// A file in memory, opened by its path as any other.
+/// The input as a file in memory, which other files may lie beside; gone at the end of the scope.
 class InputFile {
 public:
-    InputFile() : m_descriptor(memfd_create("input", MFD_CLOEXEC)), m_path("/proc/self/fd/" + std::to_string(m_descriptor)) {}
-
-    const std::string& Store(const std::uint8_t* data, std::size_t size) const {
-        Expect(ftruncate(m_descriptor, 0) == 0 && pwrite(m_descriptor, data, size, 0) == static_cast<ssize_t>(size));
-        return m_path;
+    InputFile(const std::uint8_t* data, std::size_t size) {
+        const int descriptor = mkstemp(m_path.data());
+        Expect(descriptor >= 0 && write(descriptor, data, size) == static_cast<ssize_t>(size));
+        close(descriptor);
     }
+    ~InputFile() { unlink(m_path.c_str()); }
+    InputFile(const InputFile&) = delete;
+    InputFile& operator=(const InputFile&) = delete;
+
+    const std::string& Path() const { return m_path; }
 
 private:
-    int m_descriptor;
-    std::string m_path;
+    std::string m_path = "/dev/shm/nal-fuzz-XXXXXX";
 };
 
 }  // namespace nal_fuzz

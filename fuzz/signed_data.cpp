@@ -39,13 +39,13 @@ void ExpectSameParts(const CNALSignData& a, const CNALSignData& b) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const InputFile file;
+    const InputFile file(data, size);
     CNALSignData inMemory;
     CNALSignData inFile;
     int err = -1;
     int errInFile = -1;
     const int good = inMemory.ReadObject(data, static_cast<unsigned>(size), &err);
-    inFile.ReadObject(CTOOFile(file.Store(data, size), "rbc"), 0, &errInFile);
+    inFile.ReadObject(CTOOFile(file.Path(), "rbc"), 0, &errInFile);
     Expect(err == errInFile && (good != 0) == (err == 0));
     ExpectSameParts(inMemory, inFile);
     if (!good) {

@@ -2,7 +2,7 @@
 // must do no harm. See tests/certstorage/damaged_file_test.cpp for the same with processes.
 #include <cstdint>
 
-#include "fuzz/scratch_file.h"
+#include "fuzz/input_file.h"
 #include "nal/wincrypt.h"
 
 // Berkeley DB's verification does not free its map of a page (4 bytes for each byte of the page) whose index it refuses. The tests
@@ -11,8 +11,8 @@ extern "C" const char* __lsan_default_suppressions() { return "leak:libdb-5.3"; 
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size > 1U << 20) return 0;
-    const nal_fuzz::ScratchFile file(data, size);
-    HCERTSTORE store = CertOpenStore(CERT_STORE_PROV_FILENAME_A, 0x10001, 0, 0, file.Path());
+    const nal_fuzz::InputFile file(data, size);
+    HCERTSTORE store = CertOpenStore(CERT_STORE_PROV_FILENAME_A, 0x10001, 0, 0, file.Path().c_str());
     if (store == nullptr) return 0;
 
     PCCERT_CONTEXT certificate = nullptr;

@@ -65,7 +65,7 @@ void ExpectSamePart(const IdentObj& encoded, const CNALWholeSignatureCheck& reco
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const nal_fuzz::InputFile file;
+    const nal_fuzz::InputFile file(data, size);
     too_testing::SetClock(kTime);
     const IdentObj message(data, static_cast<unsigned>(size));
     const IdentObj signedText(kContent, sizeof kContent - 1);
@@ -83,7 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
 
     Records inFile;
-    const std::string& path = file.Store(data, size);
+    const std::string& path = file.Path();
     if (NALVerifySignatureOnFile(inFile, path.c_str(), nullptr, nullptr, &err) == 1) {
         Expect(inFile.size() == records.size() && IsAnyValid(inFile) == IsAnyValid(records));
     }

@@ -42,6 +42,7 @@ void Process(gcry_cipher_hd_t handle, Direction direction, ByteView in, ByteSpan
 struct CfbCipher::State {
     CipherPtr handle;
     SecureObject<symmetric::CfbRun> run;
+    symmetric::CfbKernel kernel{};
     const SboxTables* boxes = nullptr;
 };
 
@@ -54,6 +55,7 @@ CfbCipher::CfbCipher(Direction direction, const CipherParameters& parameters, Ke
         RequireSize(key, kCipherKeySize, "The key");
         RequireSize(iv, kCipherBlockSize, "The initialisation vector");
         m_state->run = SecureObject<symmetric::CfbRun>::Make();
+        m_state->kernel = symmetric::ChooseCfbKernel(kernel);
         m_state->boxes = parameters.boxes;
         symmetric::StartCfb(*m_state->run, key, iv, meshes);
         return;
@@ -72,9 +74,9 @@ void CfbCipher::Process(ByteView in, ByteSpan out) {
     RequireSize(out, in.size(), "The output");
     if (!m_state->run) return crypto::Process(m_state->handle.get(), m_direction, in, out);
     if (m_direction == Direction::kEncrypt) {
-        symmetric::EncryptCfb(*m_state->boxes, symmetric::EncryptCfbPortable, *m_state->run, in, out);
+        symmetric::EncryptCfb(*m_state->boxes, m_state->kernel, *m_state->run, in, out);
     } else {
-        symmetric::DecryptCfb(*m_state->boxes, symmetric::DecryptCfbPortable, *m_state->run, in, out);
+        symmetric::DecryptCfb(*m_state->boxes, m_state->kernel, *m_state->run, in, out);
     }
 }
 

@@ -39,6 +39,18 @@ struct Blocks {
     std::uint32_t high[Lanes];
 };
 
+/// A block as one number, its low half the first four bytes.
+template <std::size_t Lanes>
+[[gnu::always_inline]] inline void SetBlock(Blocks<Lanes>& blocks, std::size_t lane, std::uint64_t block) {
+    blocks.low[lane] = static_cast<std::uint32_t>(block);
+    blocks.high[lane] = static_cast<std::uint32_t>(block >> 32);
+}
+
+template <std::size_t Lanes>
+[[gnu::always_inline]] inline std::uint64_t GetBlock(const Blocks<Lanes>& blocks, std::size_t lane) {
+    return std::uint64_t{blocks.high[lane]} << 32 | blocks.low[lane];
+}
+
 /// Two rounds of every lane. @param key  key(word, lane) is the lane's key word
 template <std::size_t Lanes, typename Key>
 [[gnu::always_inline]] inline void TwoRounds(const SboxTables& tables, const Key& key, std::size_t first,

@@ -1,15 +1,38 @@
 // Cipher feedback in portable code. Each block of gamma is the encryption of the block of cipher text before: when one
 // decrypts, all of that is at hand, and four blocks run side by side; when one encrypts, it is a chain.
-#include "host/provider/crypto/symmetric/block_lanes.h"
 #include "host/provider/crypto/symmetric/cfb_run.h"
+#include "host/provider/crypto/symmetric/key_meshing.h"
 
 namespace nalhost::crypto::symmetric {
 namespace {
 
 constexpr std::size_t kLanes = 4;
 
-std::uint64_t ToWord(std::uint32_t low, std::uint32_t high) {
-    return std::uint64_t{high} << 32 | low;
+template <std::size_t Lanes>
+void Encrypt(const SboxTables& tables, const std::uint32_t (&key)[8], Blocks<Lanes>& blocks) {
+    EncryptBlocks(
+        tables, [&key](std::size_t word, std::size_t) { return key[word]; }, blocks);
+}
+
+void EncryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out, std::size_t count) {
+    Blocks<1> block = {{Load<std::uint32_t>(run.feedback)}, {Load<std::uint32_t>(run.feedback + 4)}};
+    ForEachKey(
+        run, count,
+        [&] {
+            MeshKey(tables, run.key);
+            Encrypt(tables, run.key, block);
+        },
+        [&](std::size_t, std::size_t blocks) {
+            for (; blocks != 0; --blocks, in += kBlockSize, out += kBlockSize) {
+                Encrypt(tables, run.key, block);
+                block.low[0] ^= Load<std::uint32_t>(in);
+                block.high[0] ^= Load<std::uint32_t>(in + 4);
+                Store(block.low[0], out);
+                Store(block.high[0], out + 4);
+            }
+        });
+    Store(block.low[0], run.feedback);
+    Store(block.high[0], run.feedback + 4);
 }
 
 template <std::size_t Lanes>
@@ -20,41 +43,36 @@ void DecryptLanes(const SboxTables& tables, const std::uint32_t (&key)[8], std::
     Blocks<Lanes> blocks;
     for (std::size_t i = 0; i < Lanes; ++i) {
         cipherText[i + 1] = Load<std::uint64_t>(in + kBlockSize * i);
-        blocks.low[i] = static_cast<std::uint32_t>(cipherText[i]);
-        blocks.high[i] = static_cast<std::uint32_t>(cipherText[i] >> 32);
+        SetBlock(blocks, i, cipherText[i]);
     }
-    EncryptBlocks(
-        tables, [&key](std::size_t word, std::size_t) { return key[word]; }, blocks);
+    Encrypt(tables, key, blocks);
     for (std::size_t i = 0; i < Lanes; ++i)
-        Store(cipherText[i + 1] ^ ToWord(blocks.low[i], blocks.high[i]), out + kBlockSize * i);
+        Store(cipherText[i + 1] ^ GetBlock(blocks, i), out + kBlockSize * i);
     feedback = cipherText[Lanes];
+}
+
+void DecryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out, std::size_t count) {
+    auto feedback = Load<std::uint64_t>(run.feedback);
+    ForEachKey(
+        run, count,
+        [&] {
+            MeshKey(tables, run.key);
+            Blocks<1> block;
+            SetBlock(block, 0, feedback);
+            Encrypt(tables, run.key, block);
+            feedback = GetBlock(block, 0);
+        },
+        [&](std::size_t, std::size_t blocks) {
+            for (; blocks >= kLanes; blocks -= kLanes, in += kLanes * kBlockSize, out += kLanes * kBlockSize)
+                DecryptLanes<kLanes>(tables, run.key, feedback, in, out);
+            for (; blocks != 0; --blocks, in += kBlockSize, out += kBlockSize)
+                DecryptLanes<1>(tables, run.key, feedback, in, out);
+        });
+    Store(feedback, run.feedback);
 }
 
 }  // namespace
 
-void EncryptCfbPortable(const SboxTables& tables, const std::uint32_t (&key)[8], std::uint8_t (&feedback)[kBlockSize],
-                        const std::uint8_t* in, std::uint8_t* out, std::size_t count) {
-    Blocks<1> block = {{Load<std::uint32_t>(feedback)}, {Load<std::uint32_t>(feedback + 4)}};
-    for (; count != 0; --count, in += kBlockSize, out += kBlockSize) {
-        EncryptBlocks(
-            tables, [&key](std::size_t word, std::size_t) { return key[word]; }, block);
-        block.low[0] ^= Load<std::uint32_t>(in);
-        block.high[0] ^= Load<std::uint32_t>(in + 4);
-        Store(block.low[0], out);
-        Store(block.high[0], out + 4);
-    }
-    Store(block.low[0], feedback);
-    Store(block.high[0], feedback + 4);
-}
-
-void DecryptCfbPortable(const SboxTables& tables, const std::uint32_t (&key)[8], std::uint8_t (&feedback)[kBlockSize],
-                        const std::uint8_t* in, std::uint8_t* out, std::size_t count) {
-    auto last = Load<std::uint64_t>(feedback);
-    for (; count >= kLanes; count -= kLanes, in += kLanes * kBlockSize, out += kLanes * kBlockSize)
-        DecryptLanes<kLanes>(tables, key, last, in, out);
-    for (; count != 0; --count, in += kBlockSize, out += kBlockSize)
-        DecryptLanes<1>(tables, key, last, in, out);
-    Store(last, feedback);
-}
+const CfbKernel kCfbPortable = {EncryptRun, DecryptRun};
 
 }  // namespace nalhost::crypto::symmetric

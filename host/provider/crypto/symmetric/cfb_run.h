@@ -2,6 +2,7 @@
 // section 2.3.2.
 #pragma once
 
+#include "host/provider/crypto/kernel_choice.h"
 #include "host/provider/crypto/secure_memory.h"
 #include "host/provider/crypto/symmetric/sbox_tables.h"
 
@@ -12,29 +13,36 @@ inline constexpr std::size_t kBlockSize = 8;
 /// Plain data, for secure memory.
 struct CfbRun {
     std::uint32_t key[8];
-    std::uint8_t feedback[kBlockSize];  ///< the last block of cipher text, as far as it has come; the IV at first
-    std::uint8_t gamma[kBlockSize];     ///< what the block that has begun is added to
-    std::size_t used;                   ///< of the gamma, 1..8; 8 when no block has begun
-    std::size_t blocksLeft;             ///< under this key, when keys are meshed
-    bool meshes;
+    std::uint8_t feedback[kBlockSize];  ///< the last block of cipher text, the IV at first. Of a block that has begun:
+                                        ///< cipher text as far as it has come, the rest is still gamma
+    std::size_t used;                   ///< of the block that has begun, 1..8; 8 when none has
+    std::size_t blocksLeft;             ///< under this key; no end of them when keys are not meshed
 };
 
-/// Processes whole blocks from `in` to `out`, which may be the same memory; `feedback` goes on. What it works on stays
-/// on the stack, below the caller's frame.
-using CfbBlocks = void (*)(const SboxTables& tables, const std::uint32_t (&key)[8],
-                           std::uint8_t (&feedback)[kBlockSize], const std::uint8_t* in, std::uint8_t* out,
+/// Processes whole blocks from `in` to `out`, which may be the same memory; key and feedback go on, over borders at
+/// which the key changes, too. What it works on stays on the stack, up to 2 KiB below the caller's frame.
+using CfbBlocks = void (*)(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out,
                            std::size_t count);
 
-void EncryptCfbPortable(const SboxTables& tables, const std::uint32_t (&key)[8], std::uint8_t (&feedback)[kBlockSize],
-                        const std::uint8_t* in, std::uint8_t* out, std::size_t count);
-void DecryptCfbPortable(const SboxTables& tables, const std::uint32_t (&key)[8], std::uint8_t (&feedback)[kBlockSize],
-                        const std::uint8_t* in, std::uint8_t* out, std::size_t count);
+struct CfbKernel {
+    CfbBlocks encrypt;
+    CfbBlocks decrypt;
+};
+
+/// The kernels as the build has them: a function is null when it was not compiled for this kind of processor, or when
+/// it would be no faster than the portable one.
+extern const CfbKernel kCfbPortable;
+extern const CfbKernel kCfbAvx2;
+extern const CfbKernel kCfbAvx512;
+
+/// The fastest functions of this kernel and those below it. @param kernel  kPortable..ProcessorKernel()
+CfbKernel ChooseCfbKernel(Kernel kernel);
 
 /// @param key  32 bytes @param iv  8 bytes
 void StartCfb(CfbRun& run, ByteView key, ByteView iv, bool meshes);
 
 /// The next chunk, of any size; `out` has the size of `in` and is the same memory or apart.
-void EncryptCfb(const SboxTables& tables, CfbBlocks kernel, CfbRun& run, ByteView in, ByteSpan out);
-void DecryptCfb(const SboxTables& tables, CfbBlocks kernel, CfbRun& run, ByteView in, ByteSpan out);
+void EncryptCfb(const SboxTables& tables, const CfbKernel& kernel, CfbRun& run, ByteView in, ByteSpan out);
+void DecryptCfb(const SboxTables& tables, const CfbKernel& kernel, CfbRun& run, ByteView in, ByteSpan out);
 
 }  // namespace nalhost::crypto::symmetric

@@ -55,7 +55,8 @@ template <std::size_t Lanes>
 template <std::size_t Lanes, typename Key>
 [[gnu::always_inline]] inline void TwoRounds(const SboxTables& tables, const Key& key, std::size_t first,
                                              std::size_t second, Blocks<Lanes>& blocks) {
-    [&]<std::size_t... Lane>(std::index_sequence<Lane...>) {
+    // Else g++ makes it a function, and keeps the blocks in memory for it.
+    [&]<std::size_t... Lane>(std::index_sequence<Lane...>) __attribute__((always_inline)) {
         ((blocks.high[Lane] ^= tables.Substitute(blocks.low[Lane] + key(first, Lane))), ...);
         ((blocks.low[Lane] ^= tables.Substitute(blocks.high[Lane] + key(second, Lane))), ...);
     }

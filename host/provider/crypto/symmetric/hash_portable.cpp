@@ -2,8 +2,8 @@
 //
 // The four encryptions of a step do not depend on one another, so they run in four lanes. The keys are made by moves
 // and sums of words. The mixing psi shifts sixteen words of 16 bits and feeds back a sum of six, so it is linear: of
-// its 74 steps the first 13, between which the message and the old value come in, are taken one by one, and the last 61
-// are one multiplication by a matrix of bits.
+// its 74 steps the first 13, between which the message and the old value come in, are taken four at a time, and the
+// last 61 are one multiplication by a matrix of bits.
 #include "host/provider/crypto/symmetric/block_lanes.h"
 #include "host/provider/crypto/symmetric/hash_run.h"
 
@@ -47,31 +47,37 @@ consteval StepMatrix MakeStepMatrix(std::size_t steps) {
 
 constexpr StepMatrix kLastSteps = MakeStepMatrix(61);
 
-// Sixteen words and room for those that steps put behind them.
-struct Sequence {
-    std::uint16_t y[kWords + 12];
-};
+// Sixteen bits, four times over.
+[[gnu::always_inline]] inline std::uint64_t Repeat(std::uint64_t word) {
+    return word * 0x0001000100010001;
+}
 
-[[gnu::always_inline]] inline std::uint16_t WordOf(const Words& words, std::size_t i) {
-    return static_cast<std::uint16_t>(words[i / 4] >> (16 * (i % 4)));
+// The words of two after so many bits, less than 64.
+[[gnu::always_inline]] inline std::uint64_t Shift(std::uint64_t low, std::uint64_t high, int bits) {
+    return low >> bits | high << (64 - bits);
+}
+
+// What four steps put behind words that begin with those of `first` and `second` and end with those of `last`. Each of
+// the four is a part of the next, so the parts are summed up.
+[[gnu::always_inline]] inline std::uint64_t NextFour(std::uint64_t first, std::uint64_t second, std::uint64_t last) {
+    std::uint64_t next = first ^ Shift(first, second, 16) ^ Shift(first, second, 32) ^ Shift(first, second, 48) ^ last;
+    next ^= next << 16;
+    next ^= next << 32;
+    return next ^ Repeat(last >> 48);
 }
 
 // value = psi^61(value ^ psi(message ^ psi^12(encrypted)))
 [[gnu::always_inline]] inline void Mix(const Words& encrypted, const Words& message, Words& value) {
-    Sequence first;
-    for (std::size_t i = 0; i < kWords; ++i)
-        first.y[i] = WordOf(encrypted, i);
-    for (std::size_t i = 0; i < 12; ++i)
-        first.y[i + kWords] = NextWord(first.y + i);
-    Sequence second;
-    for (std::size_t i = 0; i < kWords; ++i)
-        second.y[i] = static_cast<std::uint16_t>(first.y[i + 12] ^ WordOf(message, i));
-    second.y[kWords] = NextWord(second.y);
-    for (std::size_t i = 0; i < kWords; ++i)
-        second.y[i + 1] = static_cast<std::uint16_t>(second.y[i + 1] ^ WordOf(value, i));
+    const std::uint64_t fifth = NextFour(encrypted[0], encrypted[1], encrypted[3]);
+    const std::uint64_t sixth = NextFour(encrypted[1], encrypted[2], fifth);
+    const std::uint64_t seventh = NextFour(encrypted[2], encrypted[3], sixth);
+    const Words sum = {encrypted[3] ^ message[0], fifth ^ message[1], sixth ^ message[2], seventh ^ message[3]};
+    const Words in = {Shift(sum[0], sum[1], 16) ^ value[0], Shift(sum[1], sum[2], 16) ^ value[1],
+                      Shift(sum[2], sum[3], 16) ^ value[2],
+                      Shift(sum[3], NextFour(sum[0], sum[1], sum[3]), 16) ^ value[3]};
     Words mixed{};
     for (std::size_t i = 0; i < kWords; ++i) {
-        const std::uint64_t everywhere = second.y[i + 1] * 0x0001000100010001U;
+        const std::uint64_t everywhere = Repeat(in[i / 4] >> (16 * (i % 4)) & 0xFFFF);
         for (std::size_t j = 0; j < 4; ++j)
             mixed[j] ^= everywhere & kLastSteps.mask[i][j];
     }

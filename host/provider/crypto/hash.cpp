@@ -67,7 +67,8 @@ ByteView Hash::FinishedValue() {
         if (!wasFinished) symmetric::FinishHash(*m_state->boxes, m_state->kernel, run);
         return run.digest;
     }
-    const unsigned char* bytes = gcry_md_read(m_state->handle.get(), 0);
+    const unsigned char* bytes = nullptr;
+    WithWipedStack([&] { bytes = gcry_md_read(m_state->handle.get(), 0); });
     if (!bytes) throw CryptoError(Failure::kInternal, "reading a hash value");
     return {bytes, kDigestSize};
 }

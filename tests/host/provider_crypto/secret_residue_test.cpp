@@ -88,6 +88,24 @@ TEST_F(SecretResidue, OfKeyPairs) {
     }
 }
 
+// A message of one block is its own checksum, too.
+TEST_F(SecretResidue, OfHashes) {
+    const SecureBytes message = RandomSecret(32);
+    for (const Kernel kernel : AllKernels()) {
+        if (kernel > ProcessorKernel()) continue;
+        OwnStack stack;
+        SecureBytes value;
+        stack.Run([&] {
+            Hash hash(DefaultHashParameters(), kernel);
+            hash.Update(ByteView(message).first(5));
+            hash.Update(ByteView(message).subspan(5));
+            value = hash.FinishSecret();
+        });
+        EXPECT_EQ(0, Residue(message)) << KernelName(kernel);
+        EXPECT_EQ(0, Residue(value)) << KernelName(kernel);
+    }
+}
+
 // The nonce of a signature tells the private key; it is k = (s - d r) / e modulo q.
 TEST_F(SecretResidue, OfNonces) {
     for (const KeyParameters& set : AllKeyParameters()) {

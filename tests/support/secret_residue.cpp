@@ -9,15 +9,7 @@
 #include <string>
 #include <vector>
 
-// Sanitizers keep released memory for themselves and forbid looking at it.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define NAL_TEST_SANITIZED
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define NAL_TEST_SANITIZED
-#endif
+#include "support/sanitized.h"
 
 namespace nal_test {
 namespace {
@@ -63,11 +55,9 @@ int CountOutside(const SecureBytes& needle) {
 }  // namespace
 
 const char* WhyNoResidueIsSeen() {
-#ifdef NAL_TEST_SANITIZED
-    return "a sanitizer is at work";
-#else
+    // Sanitizers keep released memory for themselves and forbid looking at it.
+    if (kSanitized) return "a sanitizer is at work";
     return nalhost::crypto::GetSecureMemoryState() == nalhost::crypto::SecureMemoryState::kDisabled ? "no secure memory" : nullptr;
-#endif
 }
 
 int Residue(ByteView secret) {

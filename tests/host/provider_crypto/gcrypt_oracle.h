@@ -1,13 +1,13 @@
-// libgcrypt's numbers and points as an oracle for tests, and how many cases these take.
+// libgcrypt's numbers and points as an oracle for tests.
 #pragma once
 
 #include <gcrypt.h>
 
-#include <cstdlib>
 #include <random>
 
 #include "host/provider/crypto/curve/curve_parameters.h"
 #include "host/provider/crypto/gcrypt_handles.h"
+#include "support/case_count.h"
 
 namespace nal_test {
 
@@ -16,11 +16,6 @@ using nalhost::crypto::MpiPtr;
 using nalhost::crypto::PointPtr;
 using nalhost::crypto::curve::Number;
 using nalhost::crypto::curve::PlainPoint;
-
-/// `cases`, or a hundred times as many when the environment has NAL_TEST_LONG.
-inline int CaseCount(int cases) {
-    return std::getenv("NAL_TEST_LONG") == nullptr ? cases : 100 * cases;
-}
 
 inline MpiPtr ToMpi(const Number& number) {
     std::uint8_t bytes[32];

@@ -1,5 +1,6 @@
 // The cryptographic primitives. scripts/bench-provider runs this beside OpenSSL's GOST engine.
 #include <benchmark/benchmark.h>
+#include <nettle/gosthash94.h>
 
 #include <string>
 #include <vector>
@@ -21,13 +22,33 @@ void SetThroughput(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * state.range(0));
 }
 
-void HashMessage(benchmark::State& state) {
+void HashMessage(benchmark::State& state, Kernel kernel) {
+    if (kernel > ProcessorKernel()) return state.SkipWithError("the processor has no such kernel");
     const std::vector<std::uint8_t> message(static_cast<std::size_t>(state.range(0)), 0x5A);
-    for (auto _ : state)
-        benchmark::DoNotOptimize(Hash::Of(message));
+    for (auto _ : state) {
+        Hash hash(DefaultHashParameters(), kernel);
+        hash.Update(message);
+        benchmark::DoNotOptimize(hash.Finish());
+    }
     SetThroughput(state);
 }
-BENCHMARK(HashMessage)->Arg(64)->Arg(8192)->Arg(1 << 20);
+BENCHMARK_CAPTURE(HashMessage, reference, Kernel::kReference)->Arg(64)->Arg(8192)->Arg(1 << 20);
+BENCHMARK_CAPTURE(HashMessage, portable, Kernel::kPortable)->Arg(64)->Arg(8192)->Arg(1 << 20);
+BENCHMARK_CAPTURE(HashMessage, avx512, Kernel::kAvx512)->Arg(64)->Arg(8192)->Arg(1 << 20);
+
+void HashMessageByNettle(benchmark::State& state) {
+    const std::vector<std::uint8_t> message(static_cast<std::size_t>(state.range(0)), 0x5A);
+    for (auto _ : state) {
+        Digest digest;
+        gosthash94cp_ctx context;
+        gosthash94cp_init(&context);
+        gosthash94cp_update(&context, message.size(), message.data());
+        gosthash94cp_digest(&context, digest.size(), digest.data());
+        benchmark::DoNotOptimize(digest);
+    }
+    SetThroughput(state);
+}
+BENCHMARK(HashMessageByNettle)->Arg(64)->Arg(8192)->Arg(1 << 20);
 
 void Cfb(benchmark::State& state, Direction direction, KeyMeshing meshing) {
     std::vector<std::uint8_t> data(static_cast<std::size_t>(state.range(0)), 0x5A);

@@ -229,14 +229,16 @@ std::vector<CertificateRecord> FolderService::Deliver(const std::vector<Certific
     std::vector<CertificateRecord> delivered;
     for (const Delivery kind : kKinds) {
         std::vector<CertificateRecord> ofKind;
-        std::copy_if(records.begin(), records.end(), std::back_inserter(ofKind), [&](const CertificateRecord& record) { return record.delivery == kind; });
+        const auto isOfKind = [&](const CertificateRecord& record) { return record.delivery == kind; };
+        std::copy_if(records.begin(), records.end(), std::back_inserter(ofKind), isOfKind);
         try {
             m_folder.Deliver(m_centre, ofKind);
             delivered.insert(delivered.end(), ofKind.begin(), ofKind.end());
         } catch (const XTOOFile& failure) {
             // The certificates are on record; each pass tries again to hand them over.
             m_tally.failed += static_cast<unsigned>(ofKind.size());
-            Report(FolderEvent::Failed, TransportFolder::AnswersName(kind), failure.GetText().str() + "; not handed over: " + std::to_string(ofKind.size()));
+            const std::string text = failure.GetText().str() + "; not handed over: " + std::to_string(ofKind.size());
+            Report(FolderEvent::Failed, TransportFolder::AnswersName(kind), text);
         }
     }
     return delivered;

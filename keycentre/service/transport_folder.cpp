@@ -41,7 +41,8 @@ const Kind& FactsOf(Delivery delivery) { return delivery == Delivery::External ?
 [[noreturn]] void FailStore(const std::string& path) {
     const DWORD lastError = GetLastError();
     const int status = WinErr2ToolsErr(lastError);
-    const char* action = lastError == EUCLEAN ? "the store of answers is damaged (\"nal store salvage\" brings back what can be read)" : "cannot add to the store of answers";
+    const char* action = lastError == EUCLEAN ? "the store of answers is damaged (\"nal store salvage\" brings back what can be read)"
+                                              : "cannot add to the store of answers";
     throw XTOOFile(status != TOO_OK ? status : TOO_E_WRITE, path, action);
 }
 
@@ -100,7 +101,8 @@ bool TransportFolder::IsRequest(const std::string& name, Delivery kind) {
 
 void TransportFolder::Deliver(Centre& centre, const std::vector<CertificateRecord>& records) const {
     const std::list<AuthorityRecord> authorities = centre.GetRecords().GetAuthorities();
-    const auto issuer = std::find_if(authorities.begin(), authorities.end(), [&](const AuthorityRecord& authority) { return authority.role == centre.GetIssuingRole(); });
+    const auto isIssuing = [&](const AuthorityRecord& authority) { return authority.role == centre.GetIssuingRole(); };
+    const auto issuer = std::find_if(authorities.begin(), authorities.end(), isIssuing);
     for (const Kind& facts : kKinds) {
         std::list<CNALCertContext> certificates;
         for (const CertificateRecord& record : records) {

@@ -113,7 +113,7 @@ void Wipe(void* data, std::size_t size) {
 }
 
 [[gnu::noinline]] void WipeShallowStack() {
-    std::uint8_t frame[2048];
+    std::uint8_t frame[4096];
     Wipe(frame, sizeof frame);
 }
 

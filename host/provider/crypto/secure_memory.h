@@ -42,7 +42,7 @@ void Wipe(void* data, std::size_t size);
 /// Overwrites what functions that have returned left on the stack, 16 KiB below the caller's frame.
 void WipeStack();
 
-/// The same for 2 KiB, for short computations that are called often.
+/// The same for 4 KiB, for short computations that are called often.
 void WipeShallowStack();
 
 /// Calls `action` and wipes the stack that it used, also when it throws: for computations that keep secrets there.

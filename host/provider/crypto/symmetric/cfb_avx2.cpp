@@ -18,13 +18,15 @@
 #include <immintrin.h>
 
 #include "host/provider/crypto/symmetric/key_meshing.h"
+#include "host/provider/crypto/symmetric/zeroed_registers.h"
 
 namespace nalhost::crypto::symmetric {
 namespace {
 
 constexpr std::size_t kLanes = 32;  // blocks of a vector
 constexpr std::size_t kPortableLanes = 4;
-constexpr std::size_t kPlanes = 4;  // of half a block
+constexpr std::size_t kMostPortable = 12;  // blocks that portable code decrypts as fast as a vector
+constexpr std::size_t kPlanes = 4;         // of half a block
 constexpr std::size_t kMostSections = 4;
 
 using Key = std::uint32_t[8];
@@ -169,11 +171,11 @@ void EncryptFew(const SboxTables& tables, const KeyOf& keyOf, std::uint64_t (&wo
 
 void DecryptBlocksOfOneKey(const SboxTables& tables, const PlaneTables& planes, const Key& key, std::uint64_t& feedback,
                            const std::uint8_t* in, std::uint8_t* out, std::size_t count) {
-    if (count > 2 * kPortableLanes) {
+    if (count > kMostPortable) {
         const PlaneKey planeKey(key);
         for (; count >= kLanes; count -= kLanes, in += kLanes * kBlockSize, out += kLanes * kBlockSize)
             DecryptLanes(planes, planeKey, feedback, in, out);
-        if (count > 2 * kPortableLanes) {
+        if (count > kMostPortable) {
             std::uint8_t copy[kLanes * kBlockSize]{};
             std::memcpy(copy, in, count * kBlockSize);
             const auto last = Load<std::uint64_t>(in + kBlockSize * (count - 1));
@@ -201,7 +203,8 @@ void DecryptBlocksOfOneKey(const SboxTables& tables, const PlaneTables& planes, 
     }
 }
 
-void DecryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out, std::size_t count) {
+NAL_ZEROES_REGISTERS void DecryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out,
+                                     std::size_t count) {
     const PlaneTables planes(tables);
     auto feedback = Load<std::uint64_t>(run.feedback);
     // Sections that are prepared, from `next` on.

@@ -2,6 +2,7 @@
 // decrypts, all of that is at hand, and four blocks run side by side; when one encrypts, it is a chain.
 #include "host/provider/crypto/symmetric/cfb_run.h"
 #include "host/provider/crypto/symmetric/key_meshing.h"
+#include "host/provider/crypto/symmetric/zeroed_registers.h"
 
 namespace nalhost::crypto::symmetric {
 namespace {
@@ -9,13 +10,16 @@ namespace {
 constexpr std::size_t kLanes = 4;
 
 template <std::size_t Lanes>
-void Encrypt(const SboxTables& tables, const std::uint32_t (&key)[8], Blocks<Lanes>& blocks) {
+[[gnu::always_inline]] inline void Encrypt(const SboxTables& tables, const std::uint32_t (&key)[8],
+                                           Blocks<Lanes>& blocks) {
     EncryptBlocks(
         tables, [&key](std::size_t word, std::size_t) { return key[word]; }, blocks);
 }
 
-void EncryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out, std::size_t count) {
-    Blocks<1> block = {{Load<std::uint32_t>(run.feedback)}, {Load<std::uint32_t>(run.feedback + 4)}};
+NAL_ZEROES_REGISTERS void EncryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out,
+                                     std::size_t count) {
+    Blocks<1> block;
+    SetBlock(block, 0, Load<std::uint64_t>(run.feedback));
     ForEachKey(
         run, count,
         [&] {
@@ -25,14 +29,11 @@ void EncryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, s
         [&](std::size_t, std::size_t blocks) {
             for (; blocks != 0; --blocks, in += kBlockSize, out += kBlockSize) {
                 Encrypt(tables, run.key, block);
-                block.low[0] ^= Load<std::uint32_t>(in);
-                block.high[0] ^= Load<std::uint32_t>(in + 4);
-                Store(block.low[0], out);
-                Store(block.high[0], out + 4);
+                SetBlock(block, 0, GetBlock(block, 0) ^ Load<std::uint64_t>(in));
+                Store(GetBlock(block, 0), out);
             }
         });
-    Store(block.low[0], run.feedback);
-    Store(block.high[0], run.feedback + 4);
+    Store(GetBlock(block, 0), run.feedback);
 }
 
 template <std::size_t Lanes>
@@ -51,7 +52,8 @@ void DecryptLanes(const SboxTables& tables, const std::uint32_t (&key)[8], std::
     feedback = cipherText[Lanes];
 }
 
-void DecryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out, std::size_t count) {
+NAL_ZEROES_REGISTERS void DecryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out,
+                                     std::size_t count) {
     auto feedback = Load<std::uint64_t>(run.feedback);
     ForEachKey(
         run, count,

@@ -20,7 +20,7 @@ struct CfbRun {
 };
 
 /// Processes whole blocks from `in` to `out`, which may be the same memory; key and feedback go on, over borders at
-/// which the key changes, too. What it works on stays on the stack, up to 2 KiB below the caller's frame.
+/// which the key changes, too. What it works on stays on the stack, up to 4 KiB below the caller's frame.
 using CfbBlocks = void (*)(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out,
                            std::size_t count);
 
@@ -29,8 +29,8 @@ struct CfbKernel {
     CfbBlocks decrypt;
 };
 
-/// The kernels as the build has them: a function is null when it was not compiled for this kind of processor, or when
-/// it would be no faster than the portable one.
+/// The kernels as the build has them: a function is null where the build has none, or where it would be no faster than
+/// the portable one.
 extern const CfbKernel kCfbPortable;
 extern const CfbKernel kCfbAvx2;
 extern const CfbKernel kCfbAvx512;

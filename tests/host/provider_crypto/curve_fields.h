@@ -22,7 +22,9 @@ struct FieldFunctions {
     bool takesAll;  ///< elements are all numbers of 256 bits, not only those below p
 };
 
-/// @param montgomery  modules for the general field
+inline constexpr std::size_t c_generalFields = 7;
+
+/// @param montgomery  modules for the general field: p of C and of the test set, q of the test set, A, B and C, and 2^256 - 1
 std::vector<FieldFunctions> PortableFields(const std::vector<Number>& montgomery);
 /// Not to be called unless the processor has what kAvx2 asks for.
 std::vector<FieldFunctions> MulxFields(const std::vector<Number>& montgomery);

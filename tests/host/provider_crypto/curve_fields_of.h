@@ -1,6 +1,8 @@
 // Makes the functions of curve_fields.h of a kernel's arithmetic. Included by one file for each.
 #pragma once
 
+#include <utility>
+
 #include "curve_fields.h"
 #include "host/provider/crypto/curve/field_above.h"
 #include "host/provider/crypto/curve/field_below.h"
@@ -10,7 +12,7 @@
 namespace nalhost::crypto::curve {
 
 // Number `slot` of the fields of one type.
-template <typename Field, int slot>
+template <typename Field, std::size_t slot>
 struct FieldOf {
     static Field*& Pointer() {
         static Field* field = nullptr;
@@ -40,14 +42,15 @@ template <typename Arithmetic>
 void MakeFields(const std::vector<Number>& montgomery, std::vector<FieldFunctions>& fields) {
     using Below = FieldBelow<Arithmetic, 617>;
     using Above = FieldAbove<Arithmetic, 3225>;
-    using General = FieldMontgomery<Arithmetic>;
     fields = {FieldOf<Below, 0>::Make("2^256 - 617", Below::kPrime),
-              FieldOf<Above, 0>::Make("2^255 + 3225", Above::kPrime),
-              FieldOf<General, 0>::Make("general 0", montgomery.at(0)),
-              FieldOf<General, 1>::Make("general 1", montgomery.at(1)),
-              FieldOf<General, 2>::Make("general 2", montgomery.at(2)),
-              FieldOf<General, 3>::Make("general 3", montgomery.at(3))};
+              FieldOf<Above, 0>::Make("2^255 + 3225", Above::kPrime)};
     fields[0].takesAll = true;
+    static constexpr const char* c_names[c_generalFields] = {"p of C", "p of the test set", "q of the test set", "q of A",
+                                                             "q of B", "q of C",            "2^256 - 1"};
+    [&]<std::size_t... slot>(std::index_sequence<slot...>) {
+        (fields.push_back(FieldOf<FieldMontgomery<Arithmetic>, slot>::Make(c_names[slot], montgomery.at(slot))), ...);
+    }
+    (std::make_index_sequence<c_generalFields>());
 }
 
 }  // namespace nalhost::crypto::curve

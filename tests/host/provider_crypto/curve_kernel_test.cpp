@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <thread>
+#include <tuple>
 
 #include "gcrypt_oracle.h"
 #include "host/provider/crypto/curve/key_table_cache.h"
@@ -108,6 +109,19 @@ TEST_P(CurveKernels, MultiplyAndVerifyLikeTheReference) {
     }
 }
 
+// Zeros, the largest scalars, and sums just below the order, equal to it and just above.
+TEST_P(CurveKernels, CombineExtremeScalars) {
+    const Number& q = Curve().q;
+    const Number half = Product(InvertModulo(Near(c_zero, 2), q), Near(q, -1));  // (q - 1) / 2
+    const Number scalars[] = {c_zero, c_one, Near(c_zero, 2), half, Near(half, 1), Near(q, -2), Near(q, -1)};
+    for (int i = 0; i < 7 * 7 * 7 * 7 && !HasFailure(); ++i) {
+        const auto [a, b, c, d] = std::tie(scalars[i % 7], scalars[i / 7 % 7], scalars[i / 49 % 7], scalars[i / 343]);
+        const Number expected = Modular(gcry_mpi_addm, Product(a, b), Product(c, d), q);
+        for (const CurveKernel* kernel : m_kernels)
+            EXPECT_NE(Limb{0}, IsEqualMask(expected, kernel->CombineScalars(a, b, c, d))) << i;
+    }
+}
+
 // Small scalars, those near the order, powers of two, and those for which the last addition meets equal points.
 TEST_P(CurveKernels, MultiplyByExtremeScalars) {
     const PlainPoint point = m_oracle.Multiply(NonZero(), Curve().generator);
@@ -206,12 +220,12 @@ TEST_P(CurveKernels, RefuseSignaturesOutOfRange) {
         ExpectVerifies(false, point, c_one, bad, c_one);
         ExpectVerifies(false, point, c_one, c_one, bad);
     }
-    // p <= r < q: no x is r, but one may be r - p.
-    if (IsEqualMask(Remainder(Curve().p, Curve().q), Curve().p) == 0) return;
-    const Number k = NonZero();
-    for (const int distance : {0, 1, 1000}) {
-        const Number r = Near(Curve().p, distance);
-        const Number s = Modular(gcry_mpi_addm, Product(d, r), Product(k, c_one), Curve().q);
+    // With k = 1 the point has x = g.x. An r counts for it neither when r or r + q is x + p (r on the test set and B, else
+    // r + q) nor when r + q is x + 2^256.
+    const Number residues[] = {Modular(gcry_mpi_addm, Curve().p, Curve().generator.x, Curve().q),
+                               Modular(gcry_mpi_addm, ones, Near(Curve().generator.x, 1), Curve().q)};
+    for (const Number& r : residues) {
+        const Number s = Modular(gcry_mpi_addm, Product(d, r), c_one, Curve().q);
         ExpectVerifies(false, point, c_one, r, s);
     }
 }

@@ -9,6 +9,7 @@
 #include <set>
 #include <thread>
 
+#include "gcrypt_oracle.h"
 #include "host/provider/crypto/error.h"
 #include "host/provider/crypto/random.h"
 #include "support/hex.h"
@@ -227,23 +228,27 @@ TEST_P(EverySet, KeysServeSeveralThreadsAtOnce) {
         EXPECT_EQ(5, count);
 }
 
-// Hasse's theorem leaves no room for a cofactor when the order is near p, so no point of small order exists.
+// By Hasse's theorem a curve has at most p + 1 + 2 sqrt(p) points, so twice a prime order above p + 2^130 leaves no room
+// for a cofactor: no point of small order exists.
 TEST(Curve, EveryCurveHasPrimeOrder) {
     StartCrypto();
     for (const KeyParameters& set : AllKeyParameters()) {
         if (set.algorithm != KeyAlgorithm::kGost2001) continue;
-        gcry_ctx_t context = nullptr;
-        ASSERT_EQ(0U, gcry_mpi_ec_new(&context, nullptr, set.oid));
-        gcry_mpi_t n = gcry_mpi_ec_get_mpi("n", context, 1);
-        gcry_mpi_t p = gcry_mpi_ec_get_mpi("p", context, 1);
-        EXPECT_EQ(0U, gcry_prime_check(n, 0)) << set.oid;
-        gcry_mpi_t twice = gcry_mpi_new(260);
-        gcry_mpi_lshift(twice, n, 1);
-        EXPECT_GT(gcry_mpi_get_nbits(twice), gcry_mpi_get_nbits(p)) << set.oid;
-        gcry_mpi_release(twice);
-        gcry_mpi_release(n);
-        gcry_mpi_release(p);
-        gcry_ctx_release(context);
+        SCOPED_TRACE(set.oid);
+        const nal_test::CurveOracle curve(set.oid);
+        const curve::Number& q = curve.Parameters().q;
+        const curve::PlainPoint& g = curve.Parameters().generator;
+        const MpiPtr n = nal_test::ToMpi(q);
+        EXPECT_EQ(0U, gcry_prime_check(n.get(), 0));
+        const MpiPtr twice = NewMpi(260, false);
+        gcry_mpi_mul_2exp(twice.get(), n.get(), 1);
+        const MpiPtr most = NewMpi(260, false);
+        gcry_mpi_set_bit(most.get(), 130);
+        gcry_mpi_add(most.get(), most.get(), nal_test::ToMpi(curve.Parameters().p).get());
+        EXPECT_GT(gcry_mpi_cmp(twice.get(), most.get()), 0);
+        curve::PlainPoint sum{};
+        EXPECT_FALSE(curve.Combine(nal_test::Near(q, -1), g, {{1, 0, 0, 0}}, g, sum)) << "q G is not infinite";
+        EXPECT_TRUE(curve.Combine(nal_test::Near(q, -1), g, {{2, 0, 0, 0}}, g, sum));
     }
 }
 

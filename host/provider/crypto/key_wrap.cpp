@@ -3,20 +3,12 @@
 #include <algorithm>
 
 #include "host/provider/crypto/gcrypt_handles.h"
+#include "host/provider/crypto/symmetric/block_lanes.h"
 
 namespace nalhost::crypto {
 namespace {
 
 constexpr std::size_t kWords = kCipherKeySize / 4;
-
-std::uint32_t LoadWord(const std::uint8_t* bytes) {
-    return bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<std::uint32_t>(bytes[3]) << 24;
-}
-
-void StoreWord(std::uint32_t word, std::uint8_t* bytes) {
-    for (int i = 0; i < 4; ++i)
-        bytes[i] = static_cast<std::uint8_t>(word >> (8 * i));
-}
 
 SecureBytes WrappingKey(KeyWrap wrap, const CipherParameters& parameters, ByteView kek, ByteView ukm) {
     if (wrap == KeyWrap::kCryptoPro) return DiversifyKey(parameters, kek, ukm);
@@ -41,10 +33,10 @@ SecureBytes DiversifyKey(const CipherParameters& parameters, ByteView kek, ByteV
         std::uint32_t sums[2] = {0, 0};
         // The UKM is public, so it may choose.
         for (std::size_t word = 0; word < kWords; ++word) {
-            sums[(selector >> word & 1) ? 0 : 1] += LoadWord(key.data() + 4 * word);
+            sums[(selector >> word & 1) ? 0 : 1] += symmetric::Load<std::uint32_t>(key.data() + 4 * word);
         }
-        StoreWord(sums[0], iv.data());
-        StoreWord(sums[1], iv.data() + 4);
+        symmetric::Store(sums[0], iv.data());
+        symmetric::Store(sums[1], iv.data() + 4);
         Wipe(sums, sizeof sums);
         CfbCipher cipher(Direction::kEncrypt, parameters, KeyMeshing::kNone, key, iv);
         cipher.Process(key, key.Span());

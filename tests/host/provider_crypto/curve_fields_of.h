@@ -32,7 +32,7 @@ struct FieldOf {
                 [](const Number& a) { return Get().Half(a); },
                 [](const Number& a) { return Get().FromPlain(a); },
                 [](const Number& a) { return Get().ToPlain(a); },
-                [](const Number& a) { return Inverter<typename Field::Arithmetic>(Get().Prime()).Invert(a); },
+                [](const Number& a) { return Inverter<typename Field::Arithmetic>(Get().Modulus()).Invert(a); },
                 [](const Number& a) { return Get().IsZero(a); },
                 false};
     }
@@ -45,8 +45,8 @@ void MakeFields(const std::vector<Number>& montgomery, std::vector<FieldFunction
     fields = {FieldOf<Below, 0>::Make("2^256 - 617", Below::kPrime),
               FieldOf<Above, 0>::Make("2^255 + 3225", Above::kPrime)};
     fields[0].takesAll = true;
-    static constexpr const char* c_names[c_generalFields] = {"p of C", "p of the test set", "q of the test set", "q of A",
-                                                             "q of B", "q of C",            "2^256 - 1"};
+    static constexpr const char* c_names[c_generalFields] = {
+        "p of C", "p of the test set", "q of the test set", "q of A", "q of B", "q of C", "2^256 - 1"};
     [&]<std::size_t... slot>(std::index_sequence<slot...>) {
         (fields.push_back(FieldOf<FieldMontgomery<Arithmetic>, slot>::Make(c_names[slot], montgomery.at(slot))), ...);
     }

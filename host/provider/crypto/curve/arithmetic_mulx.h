@@ -4,16 +4,14 @@
 
 #include <immintrin.h>
 
-#include "host/provider/crypto/curve/number.h"
+#include "host/provider/crypto/curve/arithmetic_portable.h"
 
 namespace nalhost::crypto::curve {
 
 // Of internal linkage on purpose: what is built on it belongs to one file.
 namespace {  // NOLINT(google-build-namespaces,cert-dcl59-cpp)
 
-struct Mulx {
-    using Carry = unsigned char;
-
+struct Mulx : Portable {
     [[gnu::always_inline]] static Limb Multiply(Limb a, Limb b, Limb& high) {
         unsigned long long upper;
         const Limb lower = _mulx_u64(a, b, &upper);
@@ -21,21 +19,10 @@ struct Mulx {
         return lower;
     }
 
-    [[gnu::always_inline]] static Limb Add(Limb a, Limb b, Carry& carry) {
-        unsigned long long sum;
-        carry = _addcarry_u64(carry, a, b, &sum);
-        return sum;
-    }
-
-    [[gnu::always_inline]] static Limb Subtract(Limb a, Limb b, Carry& borrow) {
-        unsigned long long difference;
-        borrow = _subborrow_u64(borrow, a, b, &difference);
-        return difference;
-    }
-
     /// Reads the whole table, and takes the entry at `index`.
     template <typename Entry>
     [[gnu::always_inline]] static void TakeEntry(const Entry* table, std::size_t count, Limb index, Entry& taken) {
+        static_assert(sizeof(Entry) % sizeof(__m256i) == 0);
         constexpr std::size_t vectors = sizeof(Entry) / sizeof(__m256i);
         const __m256i one = _mm256_set1_epi64x(1);
         const __m256i wanted = _mm256_set1_epi64x(static_cast<long long>(index));

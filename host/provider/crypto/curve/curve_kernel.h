@@ -42,6 +42,9 @@ public:
     /// A number of 256 bits modulo q.
     virtual Number ReduceScalar(const Number& number) const = 0;
 
+    /// low + 2^256 high modulo q.
+    virtual Number ReduceWide(const Number& low, const Number& high) const = 0;
+
     /// Whether (r, s) is the signature of e under the key `point`: public numbers, whose sizes show in the time.
     /// @param e      1..q-1
     /// @param r, s   any
@@ -49,12 +52,12 @@ public:
     virtual bool Verify(const PlainPoint& point, const Number& e, const Number& r, const Number& s,
                         const KeyTable* table) const = 0;
 
-    /// Computes the table that makes verifications under one key two to three times faster; it costs about one and a
-    /// half of them.
+    /// Computes the table that makes verifications under one key two to three times faster; it costs about as much
+    /// as one without a table.
     virtual void FillTable(const PlainPoint& point, KeyTable& table) const = 0;
 
 protected:
-    /// The generator's table, made at the first call. Thread-safe.
+    /// The generator's table, made at the first call. Thread-safe. @throws CryptoError kNoMemory
     const GeneratorTable& Generator() const;
 
     virtual void FillTable(GeneratorTable& table) const = 0;
@@ -72,9 +75,9 @@ std::unique_ptr<CurveKernel> MakeMulxCurveKernel(const CurveParameters& paramete
 /// Whether there are kernels at all: they need products of 64-bit numbers.
 bool HasCurveKernels();
 
-/// The kernel of this kind for a 2001 set, or of the highest kind below for which there is one. Made once; lives as
-/// long as the process. Thread-safe.
-/// @param kernel  kPortable to ProcessorKernel() @throws CryptoError as LoadCurveParameters
+/// The kernel of this kind for the curve of a 2001 set, or of the highest kind below for which there is one. Made once
+/// for all sets of the curve; lives as long as the process. Thread-safe.
+/// @param kernel  kPortable to ProcessorKernel() @throws CryptoError kNoMemory, and as LoadCurveParameters
 const CurveKernel* FindCurveKernel(const KeyParameters& parameters, Kernel kernel);
 
 }  // namespace nalhost::crypto::curve

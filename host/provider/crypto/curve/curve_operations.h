@@ -6,6 +6,7 @@
 #include "host/provider/crypto/curve/field_below.h"
 #include "host/provider/crypto/curve/field_montgomery.h"
 #include "host/provider/crypto/curve/public_multiply.h"
+#include "host/provider/crypto/curve/scalar_arithmetic.h"
 #include "host/provider/crypto/curve/secret_multiply.h"
 
 namespace nalhost::crypto::curve {
@@ -20,9 +21,7 @@ public:
 
     bool IsOnCurve(const PlainPoint& point) const override { return m_group.IsOnCurve(point); }
 
-    Mask IsScalar(const Number& secret) const override {
-        return IsLessMask<Arithmetic>(secret, Parameters().q) & ~IsZeroMask(secret);
-    }
+    Mask IsScalar(const Number& secret) const override { return m_scalars.IsScalar(secret); }
 
     PlainPoint MultiplyGenerator(const Number& secret) const override {
         return SecretMultiplier(m_group, Parameters().q).MultiplyGenerator(Generator(), secret);
@@ -33,24 +32,20 @@ public:
     }
 
     Number CombineScalars(const Number& a, const Number& b, const Number& c, const Number& d) const override {
-        return m_scalars.Add(MultiplyScalars(a, b), MultiplyScalars(c, d));
+        return m_scalars.Combine(a, b, c, d);
     }
 
-    Number ReduceScalar(const Number& number) const override {
-        // q is above 2^255, so it goes in once at most.
-        typename Arithmetic::Carry borrow = 0;
-        const Number reduced = SubtractNumbers<Arithmetic>(number, Parameters().q, borrow);
-        return Select(MaskOfBit(borrow), number, reduced);
-    }
+    Number ReduceScalar(const Number& number) const override { return m_scalars.Reduce(number); }
+
+    Number ReduceWide(const Number& low, const Number& high) const override { return m_scalars.ReduceWide(low, high); }
 
     // Source: RFC 5832 section 6.2. C = s/e G - r/e Q, and the signature holds when x of C is r modulo q.
     bool Verify(const PlainPoint& point, const Number& e, const Number& r, const Number& s,
                 const KeyTable* table) const override {
         if (IsScalar(r) == 0 || IsScalar(s) == 0) return false;
         const Number inverse = m_scalarInverter.Invert(e);
-        const Number a = MultiplyScalars(s, inverse);
-        typename Arithmetic::Carry borrow = 0;
-        const Number b = SubtractNumbers<Arithmetic>(Parameters().q, MultiplyScalars(r, inverse), borrow);
+        const Number a = m_scalars.Multiply(s, inverse);
+        const Number b = m_scalars.Negate(m_scalars.Multiply(r, inverse));
         const PublicMultiplier<Group<Field>> multiplier(m_group);
         const JacobianPoint c = table == nullptr ? multiplier.Combine(Generator(), a, m_group.FromPlain(point), b)
                                                  : multiplier.Combine(Generator(), a, *table, b);
@@ -84,16 +79,12 @@ protected:
     }
 
 private:
-    Number MultiplyScalars(const Number& a, const Number& b) const {
-        return m_scalars.Multiply(m_scalars.FromPlain(a), b);
-    }
-
     // Whether x of a finite point is r modulo q, without making it affine: x is one of r, r + q, ... below p.
     bool HasX(const JacobianPoint& point, Number r) const {
-        const Field& field = m_group.Numbers();
+        const Field& field = m_group.BaseField();
         const Number square = field.Square(point.z);
         typename Arithmetic::Carry carry = 0;
-        while (carry == 0 && IsLessMask<Arithmetic>(r, field.Prime()) != 0) {
+        while (carry == 0 && IsLessMask<Arithmetic>(r, field.Modulus()) != 0) {
             const Number x = field.Multiply(field.FromPlain(r), square);
             if (field.IsZero(field.Subtract(x, point.x)) != 0) return true;
             r = AddNumbers<Arithmetic>(r, Parameters().q, carry);
@@ -102,7 +93,7 @@ private:
     }
 
     Group<Field> m_group;
-    FieldMontgomery<Arithmetic> m_scalars;
+    ScalarArithmetic<Arithmetic> m_scalars;
     Inverter<Arithmetic> m_scalarInverter;
 };
 

@@ -18,7 +18,7 @@ public:
 
     explicit FieldBelow(const Number&) {}
 
-    const Number& Prime() const { return kPrime; }
+    const Number& Modulus() const { return kPrime; }
     Number One() const { return {{1, 0, 0, 0}}; }
 
     Number FromPlain(const Number& number) const { return number; }
@@ -47,12 +47,7 @@ public:
         return difference;
     }
 
-    /// a / 2: of a and a + p, the even one is halved.
-    [[gnu::always_inline]] Number Half(const Number& a) const {
-        Carry carry = 0;
-        const Number even = AddNumbers<Arithmetic>(a, Masked(MaskOfBit(a.limb[0] & 1), kPrime), carry);
-        return ShiftRight(even, carry);
-    }
+    [[gnu::always_inline]] Number Half(const Number& a) const { return HalfModulo<Arithmetic>(a, kPrime); }
 
     [[gnu::always_inline]] Number Multiply(const Number& a, const Number& b) const {
         return Reduce(MultiplyNumbers<Arithmetic>(a, b));

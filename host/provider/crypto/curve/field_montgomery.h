@@ -16,11 +16,7 @@ public:
     using Arithmetic = ArithmeticType;
 
     explicit FieldMontgomery(const Number& modulus) : m_modulus(modulus) {
-        // Newton's iteration doubles the good bits of an inverse modulo 2^64; an odd number is its own modulo 8.
-        Limb inverse = modulus.limb[0];
-        for (int bits = 3; bits < 64; bits *= 2)
-            inverse *= 2 - modulus.limb[0] * inverse;
-        m_negativeInverse = 0 - inverse;
+        m_negativeInverse = 0 - InvertLimb(modulus.limb[0]);
         m_one = {{1, 0, 0, 0}};
         for (int i = 0; i < 256; ++i)
             m_one = Add(m_one, m_one);
@@ -29,7 +25,7 @@ public:
             m_square = Add(m_square, m_square);
     }
 
-    const Number& Prime() const { return m_modulus; }
+    const Number& Modulus() const { return m_modulus; }
     Number One() const { return m_one; }
 
     Number FromPlain(const Number& number) const { return Multiply(number, m_square); }
@@ -50,12 +46,7 @@ public:
         return AddNumbers<Arithmetic>(difference, Masked(MaskOfBit(borrow), m_modulus), carry);
     }
 
-    /// a / 2: of a and a + m, the even one is halved.
-    [[gnu::always_inline]] Number Half(const Number& a) const {
-        Carry carry = 0;
-        const Number even = AddNumbers<Arithmetic>(a, Masked(MaskOfBit(a.limb[0] & 1), m_modulus), carry);
-        return ShiftRight(even, carry);
-    }
+    [[gnu::always_inline]] Number Half(const Number& a) const { return HalfModulo<Arithmetic>(a, m_modulus); }
 
     [[gnu::always_inline]] Number Multiply(const Number& a, const Number& b) const {
         return Reduce(MultiplyNumbers<Arithmetic>(a, b));

@@ -35,10 +35,11 @@ public:
         m_aIsMinusThree = m_field.IsZero(m_field.Add(m_a, three)) != 0;
     }
 
-    const Field& Numbers() const { return m_field; }
+    const Field& BaseField() const { return m_field; }
 
     bool IsOnCurve(const PlainPoint& point) const {
-        if (!IsLessMask<Arithmetic>(point.x, m_field.Prime()) || !IsLessMask<Arithmetic>(point.y, m_field.Prime())) {
+        if (!IsLessMask<Arithmetic>(point.x, m_field.Modulus()) ||
+            !IsLessMask<Arithmetic>(point.y, m_field.Modulus())) {
             return false;
         }
         const AffinePoint p = FromPlain(point);
@@ -57,8 +58,12 @@ public:
         return {p.x, p.y, p.z, square, m_field.Multiply(square, p.z)};
     }
 
-    AffinePoint Negate(Mask mask, const AffinePoint& point) const {
-        return {point.x, Select(mask, m_field.Subtract(Number{}, point.y), point.y)};
+    /// The opposite point where the mask says so; of affine, prepared and Jacobian points.
+    template <typename Point>
+    [[gnu::always_inline]] Point Negate(Mask mask, const Point& point) const {
+        Point result = point;
+        result.y = Select(mask, m_field.Subtract(Number{}, point.y), point.y);
+        return result;
     }
 
     /// The coordinates of a finite point, in constant time.

@@ -23,12 +23,8 @@ template <typename Arithmetic>
 class Inverter {
 public:
     /// @param modulus  odd
-    explicit Inverter(const Number& modulus) : m_modulus(ToLong(modulus)) {
-        Limb inverse = modulus.limb[0];
-        for (int bits = 3; bits < 64; bits *= 2)
-            inverse *= 2 - modulus.limb[0] * inverse;
-        m_inverse = inverse & kDigitMask;
-    }
+    explicit Inverter(const Number& modulus)
+        : m_modulus(ToLong(modulus)), m_inverse(InvertLimb(modulus.limb[0]) & kDigitMask) {}
 
     /// 1 / x, or 0 for 0. @param x  below the modulus, and prime to it unless 0
     Number Invert(const Number& x) const {

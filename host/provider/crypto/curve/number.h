@@ -58,6 +58,15 @@ struct PlainPoint {
     return {{number.limb[0] & mask, number.limb[1] & mask, number.limb[2] & mask, number.limb[3] & mask}};
 }
 
+/// 1 / odd modulo 2^64.
+[[gnu::always_inline]] inline Limb InvertLimb(Limb odd) {
+    // Newton's iteration doubles the good bits; an odd number is its own inverse modulo 8.
+    Limb inverse = odd;
+    for (int bits = 3; bits < 64; bits *= 2)
+        inverse *= 2 - odd * inverse;
+    return inverse;
+}
+
 /// Reads 32 bytes, least significant first.
 [[gnu::always_inline]] inline Number LoadNumber(const std::uint8_t* bytes) {
     Number number{};

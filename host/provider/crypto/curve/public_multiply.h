@@ -55,16 +55,10 @@ public:
     }
 
 private:
-    void AddDigit(int digit, const AffinePoint* table, JacobianPoint& sum) const {
+    template <typename Point>
+    void AddDigit(int digit, const Point* table, JacobianPoint& sum) const {
         if (digit == 0) return;
         sum = m_group.AddPublic(sum, m_group.Negate(MaskOfBit(digit < 0), table[(digit < 0 ? -digit : digit) / 2]));
-    }
-
-    void AddDigit(int digit, const PreparedPoint* table, JacobianPoint& sum) const {
-        if (digit == 0) return;
-        PreparedPoint entry = table[(digit < 0 ? -digit : digit) / 2];
-        entry.y = m_group.Negate(MaskOfBit(digit < 0), AffinePoint{entry.x, entry.y}).y;
-        sum = m_group.AddPublic(sum, entry);
     }
 
     const Group& m_group;

@@ -4,12 +4,11 @@
 // An odd scalar k is split into digits that are never zero (OddDigits); for an even one q - k is taken, which is odd,
 // and the result is negated. The plain formulas of addition fail for equal and opposite points. Those cannot meet:
 //
-// - By rows of a table, from the lowest digit up: the sum of the digits so far is smaller in size than the next term,
-// and
-//   both are far below q, until the last addition.
-// - By doublings, from the highest digit down: the sum so far, w times doubled, is larger than the next digit, and
-// their sum
-//   is below q, until the last addition.
+// By rows of a table, from the lowest digit up: the sum of the digits so far is smaller in size than the next term, and
+// both are far below q, until the last addition.
+//
+// By doublings, from the highest digit down: the sum so far, w times doubled, is larger than the next digit, and their
+// sum is below q, until the last addition.
 //
 // In the last addition the terms may be equal modulo q (for one scalar or a few), so it computes the double as well.
 // They are never opposite, since k is not 0 modulo q.
@@ -72,24 +71,20 @@ private:
     }
 
     AffinePoint Take(const GeneratorTable& table, const Digits& digits, int i) const {
+        return Take(table.row[i], digits, i);
+    }
+
+    template <typename Point, typename SomeDigits>
+    Point Take(const Point* multiples, const SomeDigits& digits, int i) const {
         Mask isNegative;
         const Limb index = digits.Index(i, isNegative);
-        AffinePoint point;
-        Arithmetic::TakeEntry(table.row[i], GeneratorTable::kMultiples, index, point);
+        Point point;
+        Arithmetic::TakeEntry(multiples, SomeDigits::kMultiples, index, point);
         return m_group.Negate(isNegative, point);
     }
 
-    PreparedPoint Take(const PreparedPoint* table, const PointDigits& digits, int i) const {
-        Mask isNegative;
-        const Limb index = digits.Index(i, isNegative);
-        PreparedPoint point;
-        Arithmetic::TakeEntry(table, PointDigits::kMultiples, index, point);
-        point.y = m_group.Negate(isNegative, AffinePoint{point.x, point.y}).y;
-        return point;
-    }
-
     PlainPoint Finish(Mask isEven, const JacobianPoint& sum) const {
-        return m_group.ToPlain({sum.x, m_group.Negate(isEven, AffinePoint{sum.x, sum.y}).y, sum.z});
+        return m_group.ToPlain(m_group.Negate(isEven, sum));
     }
 
     const Group& m_group;

@@ -49,6 +49,14 @@ template <typename Arithmetic>
              a.limb[3] >> 1 | top << 63}};
 }
 
+/// a / 2 modulo an odd number: of a and a + modulus, the even one is halved.
+template <typename Arithmetic>
+[[gnu::always_inline]] inline Number HalfModulo(const Number& a, const Number& modulus) {
+    typename Arithmetic::Carry carry = 0;
+    const Number even = AddNumbers<Arithmetic>(a, Masked(MaskOfBit(a.limb[0] & 1), modulus), carry);
+    return ShiftRight(even, carry);
+}
+
 /// A limb times a number.
 struct Row {
     Limb limb[kLimbs + 1];

@@ -62,8 +62,10 @@ const char* WhyNoResidueIsSeen() {
 
 int Residue(ByteView secret) {
     int count = 0;
-    for (const ByteView half : {secret.first(secret.size() / 2), secret.last(secret.size() / 2)}) {
-        SecureBytes part(half);
+    std::vector<ByteView> parts = {secret};
+    if (secret.size() >= 16) parts = {secret.first(secret.size() / 2), secret.last(secret.size() / 2)};
+    for (const ByteView bytes : parts) {
+        SecureBytes part(bytes);
         count += CountOutside(part);
         std::reverse(part.begin(), part.end());
         count += CountOutside(part);

@@ -9,7 +9,7 @@ namespace nal_test {
 const char* WhyNoResidueIsSeen();
 
 /// How often a secret that lies in locked memory is found in other memory that the process writes to, released memory included. Either
-/// half counts, in both byte orders, since the heap writes to the ends of what it has released.
+/// half of 16 bytes and more counts, since the heap writes to the ends of what it has released, in both byte orders.
 int Residue(nalhost::crypto::ByteView secret);
 
 }  // namespace nal_test

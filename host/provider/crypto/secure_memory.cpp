@@ -2,16 +2,15 @@
 
 #include <gcrypt.h>
 #include <string.h>
-#include <sys/resource.h>
-#include <unistd.h>
+#include <sys/mman.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <string>
 #include <utility>
 
 #include "host/provider/crypto/error.h"
+#include "host/provider/crypto/kernel_choice.h"
 
 namespace nalhost::crypto {
 namespace {
@@ -20,11 +19,23 @@ namespace {
 constexpr std::size_t kLargestPool = 1024 * 1024;
 constexpr std::size_t kSmallestPool = 32 * 1024;
 
+// Whether this process may lock so much more memory now. Tried, since neither the limit nor the user says it: a right
+// may lift the limit or be missing, and some may be locked already.
+bool CanLock(std::size_t size) {
+    // Without access there are no pages to bring in, which would take longer than all the rest of the start.
+    constexpr int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_LOCKED;
+    void* const memory = mmap(nullptr, size, PROT_NONE, flags, -1, 0);
+    if (memory == MAP_FAILED) return false;
+    munmap(memory, size);  // unlocks
+    return true;
+}
+
 // As much as may be locked, since a pool is locked whole or not at all; half of it, so that the host can lock some too.
 int PoolSize() {
-    rlimit limit{};
-    if (geteuid() == 0 || getrlimit(RLIMIT_MEMLOCK, &limit) != 0) return kLargestPool;
-    return static_cast<int>(std::clamp<rlim_t>(limit.rlim_cur / 2, kSmallestPool, kLargestPool));
+    std::size_t size = kLargestPool;
+    while (size > kSmallestPool && !CanLock(2 * size))
+        size /= 2;
+    return static_cast<int>(size);
 }
 
 constexpr const char* kOldestLibrary = "1.10.0";
@@ -107,12 +118,44 @@ void Wipe(void* data, std::size_t size) {
     if (size != 0) explicit_bzero(data, size);
 }
 
+// Clears whole registers where the processor has wider ones than this file is compiled for. Not inlined, so that the
+// compiler keeps nothing in those that it does not know.
+[[gnu::noinline]] void WipeRegisters() {
+#if defined(__x86_64__)
+    static const Kernel processor = ProcessorKernel();
+    if (processor >= Kernel::kAvx512) {
+        asm volatile(
+            "vpxord %%zmm16, %%zmm16, %%zmm16; vpxord %%zmm17, %%zmm17, %%zmm17; vpxord %%zmm18, %%zmm18, %%zmm18\n\t"
+            "vpxord %%zmm19, %%zmm19, %%zmm19; vpxord %%zmm20, %%zmm20, %%zmm20; vpxord %%zmm21, %%zmm21, %%zmm21\n\t"
+            "vpxord %%zmm22, %%zmm22, %%zmm22; vpxord %%zmm23, %%zmm23, %%zmm23; vpxord %%zmm24, %%zmm24, %%zmm24\n\t"
+            "vpxord %%zmm25, %%zmm25, %%zmm25; vpxord %%zmm26, %%zmm26, %%zmm26; vpxord %%zmm27, %%zmm27, %%zmm27\n\t"
+            "vpxord %%zmm28, %%zmm28, %%zmm28; vpxord %%zmm29, %%zmm29, %%zmm29; vpxord %%zmm30, %%zmm30, %%zmm30\n\t"
+            "vpxord %%zmm31, %%zmm31, %%zmm31\n\t"
+            "kxorq %%k0, %%k0, %%k0; kxorq %%k1, %%k1, %%k1; kxorq %%k2, %%k2, %%k2; kxorq %%k3, %%k3, %%k3\n\t"
+            "kxorq %%k4, %%k4, %%k4; kxorq %%k5, %%k5, %%k5; kxorq %%k6, %%k6, %%k6; kxorq %%k7, %%k7, %%k7" ::
+                : "memory");
+    }
+    if (processor >= Kernel::kAvx2) asm volatile("vzeroall" ::: "memory");
+    asm volatile(
+        "pxor %%xmm0, %%xmm0; pxor %%xmm1, %%xmm1; pxor %%xmm2, %%xmm2; pxor %%xmm3, %%xmm3\n\t"
+        "pxor %%xmm4, %%xmm4; pxor %%xmm5, %%xmm5; pxor %%xmm6, %%xmm6; pxor %%xmm7, %%xmm7\n\t"
+        "pxor %%xmm8, %%xmm8; pxor %%xmm9, %%xmm9; pxor %%xmm10, %%xmm10; pxor %%xmm11, %%xmm11\n\t"
+        "pxor %%xmm12, %%xmm12; pxor %%xmm13, %%xmm13; pxor %%xmm14, %%xmm14; pxor %%xmm15, %%xmm15\n\t"
+        "xorl %%eax, %%eax; xorl %%ecx, %%ecx; xorl %%edx, %%edx; xorl %%esi, %%esi; xorl %%edi, %%edi\n\t"
+        "xorl %%r8d, %%r8d; xorl %%r9d, %%r9d; xorl %%r10d, %%r10d; xorl %%r11d, %%r11d" ::
+            : "xmm0", "xmm1", "xmm2", "xmm3", "xmm4", "xmm5", "xmm6", "xmm7", "xmm8", "xmm9", "xmm10", "xmm11", "xmm12",
+              "xmm13", "xmm14", "xmm15", "rax", "rcx", "rdx", "rsi", "rdi", "r8", "r9", "r10", "r11", "cc", "memory");
+#endif
+}
+
 [[gnu::noinline]] void WipeStack() {
+    WipeRegisters();
     std::uint8_t frame[16384];
     Wipe(frame, sizeof frame);
 }
 
 [[gnu::noinline]] void WipeShallowStack() {
+    WipeRegisters();
     std::uint8_t frame[4096];
     Wipe(frame, sizeof frame);
 }

@@ -39,13 +39,18 @@ const char* SecureMemoryWarning(SecureMemoryState state);
 /// Overwrites memory in a way that the compiler does not leave out.
 void Wipe(void* data, std::size_t size);
 
-/// Overwrites what functions that have returned left on the stack, 16 KiB below the caller's frame.
+/// Clears the registers that functions may leave changed, all vector registers among them: a function called later may
+/// save what it finds there to memory. Works on every x86-64, and does nothing on other processors.
+void WipeRegisters();
+
+/// Overwrites what functions that have returned left in registers and on the stack, 16 KiB below the caller's frame.
 void WipeStack();
 
 /// The same for 4 KiB, for short computations that are called often.
 void WipeShallowStack();
 
-/// Calls `action` and wipes the stack that it used, also when it throws: for computations that keep secrets there.
+/// Calls `action` and wipes the registers and the stack that it used, also when it throws: for computations that keep
+/// secrets there.
 template <typename Action>
 void WithWipedStack(const Action& action, void (*wipe)() = WipeStack) {
     struct Wiper {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -9,10 +10,11 @@
 #include <vector>
 
 #include "host/provider/crypto/gcrypt_handles.h"
-#include "host/provider/crypto/key.h"
+#include "host/provider/crypto/key_scheme.h"
 #include "host/provider/crypto/key_wrap.h"
 #include "host/provider/crypto/protection.h"
 #include "host/provider/crypto/random.h"
+#include "support/hex.h"
 #include "support/secret_residue.h"
 
 namespace nalhost::crypto {
@@ -69,6 +71,55 @@ TEST_F(SecretResidue, OfRandomNumbers) {
     EXPECT_EQ(0, Residue(secret));
 }
 
+MpiPtr OrderOf(const KeyParameters& set) {
+    gcry_ctx_t opened = nullptr;
+    CheckGcrypt(gcry_mpi_ec_new(&opened, nullptr, set.oid), "opening a curve");
+    return MpiPtr(gcry_mpi_ec_get_mpi("n", ContextPtr(opened).get(), 1));
+}
+
+// How often a scalar is found, or what its multiplication makes of it: q - k, which is odd where k is even, and halves.
+int ScalarResidue(const MpiPtr& order, ByteView scalar) {
+    int count = Residue(scalar);
+    for (const bool negated : {false, true}) {
+        for (const unsigned shift : {0U, 1U}) {
+            SecureBytes form(32);
+            WithWipedStack([&] {
+                const MpiPtr number = MpiFromLittleEndian(scalar, true);
+                if (negated) gcry_mpi_sub(number.get(), order.get(), number.get());
+                gcry_mpi_rshift(number.get(), number.get(), shift);
+                MpiToLittleEndian(number.get(), form.Span());
+            });
+            count += Residue(form);
+        }
+    }
+    return count;
+}
+
+TEST_F(SecretResidue, OfWhatCurvesAreMultipliedBy) {
+    for (const KeyParameters& set : AllKeyParameters()) {
+        if (set.algorithm != KeyAlgorithm::kGost2001) continue;
+        SCOPED_TRACE(set.oid);
+        const MpiPtr order = OrderOf(set);
+        const PrivateKey key = PrivateKey::Generate(set);
+        const SecureBytes ukm = RandomSecret(kUkmSize);
+        OwnStack stack;
+        std::optional<PublicKey> publicKey;
+        SecureBytes common;
+        stack.Run([&] { publicKey = key.DerivePublicKey(); });
+        EXPECT_EQ(0, ScalarResidue(order, key.Secret())) << "derivation";
+        stack.Run([&] { common = SchemeOf(set).CommonSecret(set, key.Secret(), publicKey->Bytes(), ukm); });
+        EXPECT_EQ(0, Residue(common)) << "common point";
+        SecureBytes scalar(32);
+        WithWipedStack([&] {
+            const MpiPtr product = NewMpi(512, true);
+            gcry_mpi_mulm(product.get(), MpiFromLittleEndian(key.Secret(), true).get(),
+                          MpiFromLittleEndian(ukm, true).get(), order.get());
+            MpiToLittleEndian(product.get(), scalar.Span());
+        });
+        EXPECT_EQ(0, ScalarResidue(order, scalar)) << "UKM times the key";
+    }
+}
+
 TEST_F(SecretResidue, OfKeyPairs) {
     for (const KeyParameters& set : AllKeyParameters()) {
         SCOPED_TRACE(set.oid);
@@ -117,10 +168,7 @@ TEST_F(SecretResidue, OfNonces) {
         OwnStack stack;
         Signature signature;
         stack.Run([&] { signature = key.Sign(digest); });
-        gcry_ctx_t opened = nullptr;
-        ASSERT_EQ(0U, gcry_mpi_ec_new(&opened, nullptr, set.oid));
-        const ContextPtr context(opened);
-        const MpiPtr order(gcry_mpi_ec_get_mpi("n", context.get(), 1));
+        const MpiPtr order = OrderOf(set);
         const MpiPtr r = MpiFromLittleEndian(ByteView(signature).first(32), false);
         const MpiPtr s = MpiFromLittleEndian(ByteView(signature).last(32), false);
         const MpiPtr inverse = NewMpi(256, false);
@@ -133,7 +181,7 @@ TEST_F(SecretResidue, OfNonces) {
             gcry_mpi_mulm(nonce.get(), nonce.get(), inverse.get(), order.get());
             MpiToLittleEndian(nonce.get(), bytes.Span());
         });
-        EXPECT_EQ(0, Residue(bytes));
+        EXPECT_EQ(0, ScalarResidue(order, bytes));
         // It is the nonce: its public key has r as its x, modulo the order.
         const PublicKey point = PrivateKey::Import(set, bytes).DerivePublicKey();
         const MpiPtr x = MpiFromLittleEndian(point.Bytes().first(32), false);
@@ -142,6 +190,99 @@ TEST_F(SecretResidue, OfNonces) {
     }
 }
 
+std::vector<Kernel> OwnKernels() {
+    std::vector<Kernel> kernels;
+    for (const Kernel kernel : AllKernels()) {
+        if (kernel >= Kernel::kPortable && kernel <= ProcessorKernel()) kernels.push_back(kernel);
+    }
+    return kernels;
+}
+
+TEST_F(SecretResidue, OfWhatIsHashed) {
+    for (const Kernel kernel : OwnKernels()) {
+        SCOPED_TRACE(KernelName(kernel));
+        const SecureBytes secret = RandomSecret(300);
+        OwnStack stack;
+        Hash hash(DefaultHashParameters(), kernel);
+        SecureBytes value;
+        stack.Run([&] { hash.Update(secret); });
+        for (std::size_t block = 0; block + 32 <= secret.size(); block += 32)
+            EXPECT_EQ(0, Residue(secret.View().subspan(block, 32))) << block;
+        stack.Run([&] { value = hash.FinishSecret(); });
+        EXPECT_EQ(0, Residue(value)) << "value";
+        EXPECT_EQ(0, Residue(secret.View().last(12))) << "what was left of the last block";
+    }
+}
+
+// The key that follows one by meshing, and the vector. Source: RFC 4357 section 2.3.2.
+void Mesh(const CipherParameters& set, SecureBytes& key, SecureBytes& iv) {
+    SecureBytes next{ByteView(nal_test::FromHex("6900722264C904238D3ADB9646E92AC418FEAC9400ED0712C086DCC2EF4CA92B"))};
+    ProcessEcb(Direction::kDecrypt, set, key, next.Span());
+    ProcessEcb(Direction::kEncrypt, set, next, iv.Span());
+    key = std::move(next);
+}
+
+TEST_F(SecretResidue, OfMeshedKeysAndGamma) {
+    const CipherParameters& set = *FindCipherParameters("1.2.643.2.2.31.1");
+    for (const Kernel kernel : OwnKernels()) {
+        for (const Direction direction : {Direction::kEncrypt, Direction::kDecrypt}) {
+            SCOPED_TRACE(KernelName(kernel) +
+                         std::string(direction == Direction::kEncrypt ? " encrypts" : " decrypts"));
+            SecureBytes key = RandomSecret(kCipherKeySize);
+            SecureBytes iv = RandomSecret(kCipherBlockSize);
+            const std::vector<std::uint8_t> in(3000, 0x31);
+            std::vector<std::uint8_t> out(in.size());
+            OwnStack stack;
+            stack.Run(
+                [&] { CfbCipher(direction, set, KeyMeshing::kOfParameterSet, key, iv, kernel).Process(in, out); });
+            for (std::size_t first = 0; first < in.size(); first += 1024) {
+                const std::size_t size = std::min<std::size_t>(1024, in.size() - first);
+                EXPECT_EQ(0, Residue(key)) << "key of byte " << first;
+                for (std::size_t block = first; block < first + size; block += 256) {
+                    SecureBytes gamma(kCipherBlockSize);
+                    for (std::size_t i = 0; i < gamma.size(); ++i)
+                        gamma[i] = in[block + i] ^ out[block + i];
+                    EXPECT_EQ(0, Residue(gamma)) << "gamma of byte " << block;
+                }
+                // It is the key.
+                std::vector<std::uint8_t> same(size);
+                CfbCipher(direction, set, KeyMeshing::kNone, key, iv).Process(ByteView(in).subspan(first, size), same);
+                EXPECT_TRUE(std::equal(same.begin(), same.end(), out.begin() + static_cast<std::ptrdiff_t>(first)));
+                const auto& cipherText = direction == Direction::kEncrypt ? out : in;
+                if (size == 1024)
+                    std::copy_n(cipherText.begin() + static_cast<std::ptrdiff_t>(first) + 1016, 8, iv.begin());
+                Mesh(set, key, iv);
+            }
+        }
+    }
+}
+
+#if defined(__x86_64__)
+// A later function could save what a computation leaves in a register.
+TEST_F(SecretResidue, OfRegisters) {
+    for (void (*wipe)() : {WipeStack, WipeShallowStack}) {
+        std::uint64_t left[8] = {1, 1, 1, 1, 1, 1, 1, 1};
+        std::uint64_t general = 1;
+        WithWipedStack([] { asm volatile("pcmpeqb %%xmm9, %%xmm9; movq %%xmm9, %%r10" ::: "xmm9", "r10"); }, wipe);
+        asm volatile("movdqu %%xmm9, %0; movq %%r10, %1" : "=m"(left), "=r"(general)::"memory");
+        EXPECT_EQ(0U, left[0] | left[1] | general);
+        if (ProcessorKernel() >= Kernel::kAvx2) {
+            WithWipedStack([] { asm volatile("vpcmpeqb %%ymm9, %%ymm9, %%ymm9" ::: "xmm9"); }, wipe);
+            asm volatile("vmovdqu %%ymm9, %0" : "=m"(left)::"memory");
+            EXPECT_EQ(0U, left[0] | left[1] | left[2] | left[3]);
+        }
+        if (ProcessorKernel() >= Kernel::kAvx512) {
+            std::uint64_t mask = 1;
+            WithWipedStack(
+                [] { asm volatile("vpternlogd $255, %%zmm25, %%zmm25, %%zmm25; kxnorq %%k3, %%k3, %%k3" ::); }, wipe);
+            asm volatile("vmovdqu64 %%zmm25, %0; kmovq %%k3, %1" : "=m"(left), "=r"(mask)::"memory");
+            for (const std::uint64_t limb : left)
+                EXPECT_EQ(0U, limb | mask);
+        }
+    }
+}
+#endif
+
 TEST_F(SecretResidue, OfSessionKeysAndProtection) {
     const CipherParameters& cipher = *FindCipherParameters("1.2.643.2.2.31.1");
     const SecureBytes kek = RandomSecret(kCipherKeySize);
@@ -149,8 +290,6 @@ TEST_F(SecretResidue, OfSessionKeysAndProtection) {
     const SecureBytes iv = RandomSecret(kCipherBlockSize);
     const WrappedKey wrapped = WrapKey(KeyWrap::kCryptoPro, cipher, kek, iv, session);
     const SecureBytes unwrapped = UnwrapKey(KeyWrap::kCryptoPro, cipher, kek, iv, wrapped);
-    std::vector<std::uint8_t> message(3000, 1);
-    CfbCipher(Direction::kEncrypt, cipher, KeyMeshing::kOfParameterSet, session, iv).Process(message, message);
     EXPECT_EQ(0, Residue(session));
     EXPECT_EQ(0, Residue(kek));
 

@@ -2,6 +2,9 @@
 
 #include <gcrypt.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +15,7 @@
 #include "host/provider/crypto/error.h"
 #include "host/provider/crypto/key.h"
 #include "host/provider/crypto/random.h"
+#include "support/secret_residue.h"
 
 namespace nalhost::crypto {
 namespace {
@@ -76,6 +80,21 @@ TEST(StartCryptoDeathTest, KeepsTheSettingsOfAHostThatStartedTheLibrary) {
             std::_Exit(works && GetSecureMemoryState() == SecureMemoryState::kDisabled ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");
+}
+
+// As in a container: 64 KiB may be locked, whoever the user is.
+bool LocksWithin64KiB() {
+    const rlimit limit = {64 << 10, 64 << 10};
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    const __user_cap_data_struct none[2] = {};
+    return setrlimit(RLIMIT_MEMLOCK, &limit) == 0 && syscall(SYS_capset, &header, none) == 0 &&
+           GetSecureMemoryState() == SecureMemoryState::kLocked;
+}
+
+TEST(StartCryptoDeathTest, LocksWhatMayBeLocked) {
+    if (nal_test::kSanitized) GTEST_SKIP() << "a sanitizer locks nothing";
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(std::_Exit(LocksWithin64KiB() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST(StartCryptoDeathTest, RefusesFipsModeEveryTime) {

@@ -1,6 +1,9 @@
 #include "host/provider/crypto/curve_scheme.h"
 
+#include <algorithm>
+
 #include "host/provider/crypto/curve/key_table_cache.h"
+#include "host/provider/crypto/nonce.h"
 #include "host/provider/crypto/random.h"
 #include "host/provider/crypto/secret_marks.h"
 
@@ -33,7 +36,7 @@ bool IsScalar(const CurveKernel& kernel, const Number& secret) {
     return isScalar != 0;
 }
 
-// A random number in 1..q-1. At most every second candidate is refused; that one was tells nothing of the next.
+// A private key: random in 1..q-1. At most every second candidate is refused; that one was tells nothing of the next.
 Number RandomScalar(const CurveKernel& kernel) {
     for (;;) {
         std::uint8_t bytes[kNumberSize];
@@ -84,10 +87,12 @@ Signature CurveScheme::Sign(const KeyParameters& parameters, ByteView secret, co
     WithWipedStack([&] {
         const Number e = HashNumber(kernel, digest);
         for (;;) {
-            const Number random = RandomScalar(kernel);
-            Number r = kernel.ReduceScalar(kernel.MultiplyGenerator(random).x);
+            const SecureBytes seed = MakeNonceSeed(kernel.Parameters().q, secret, e);
+            const Number nonce = kernel.ReduceWide(LoadNumber(seed.data()), LoadNumber(seed.data() + kNumberSize));
+            if (!IsScalar(kernel, nonce)) continue;
+            Number r = kernel.ReduceScalar(kernel.MultiplyGenerator(nonce).x);
             MarkPublic(&r, sizeof r);
-            Number s = kernel.CombineScalars(LoadNumber(secret.data()), r, random, e);
+            Number s = kernel.CombineScalars(LoadNumber(secret.data()), r, nonce, e);
             MarkPublic(&s, sizeof s);
             if (IsZero(r) || IsZero(s)) continue;
             StoreNumber(r, signature.data());

@@ -53,8 +53,11 @@ private:
 
 /// A private key in secure memory. Immutable but for moves: several threads may use one object at once.
 ///
-/// Its length and digits do not show in the time that an operation takes: curves are computed in constant time,
-/// exponents and what libgcrypt computes are blinded. Every signature takes a fresh random number.
+/// What an operation works on does not show in its time where our own arithmetic does it: curves by a kernel other than
+/// the reference, and what a signature adds up, for every algorithm. The powers of 94 and the multiples of the
+/// reference are libgcrypt's, whose numbers are not made for that: powers take a blinded exponent, multiples a scalar
+/// of one length. Every signature takes a random number of its own, which stays secret where random numbers repeat
+/// themselves.
 class PrivateKey {
 public:
     /// A new key, 1 <= d < q. @throws CryptoError kNoMemory, kUnavailable

@@ -39,10 +39,6 @@ MpiPtr BlindedPower(const Group& group, gcry_mpi_t base, gcry_mpi_t secret) {
     return power;
 }
 
-bool IsInRange(gcry_mpi_t number, gcry_mpi_t order) {
-    return gcry_mpi_cmp_ui(number, 0) > 0 && gcry_mpi_cmp(number, order) < 0;
-}
-
 class Gost94 final : public MpiScheme {
 public:
     bool IsPublicKey(const KeyParameters& parameters, ByteView key) const override {

@@ -1,16 +1,24 @@
 #include "host/provider/crypto/mpi_scheme.h"
 
+#include "host/provider/crypto/curve/arithmetic_portable.h"
+#include "host/provider/crypto/curve/scalar_arithmetic.h"
+#include "host/provider/crypto/nonce.h"
 #include "host/provider/crypto/random.h"
 
 namespace nalhost::crypto {
 namespace {
 
+using curve::LoadNumber;
+using curve::Number;
+
 MpiPtr SecretNumber(ByteView secret) {
     return MpiFromLittleEndian(secret, true);
 }
 
-bool IsInRange(gcry_mpi_t number, gcry_mpi_t order) {
-    return gcry_mpi_cmp_ui(number, 0) > 0 && gcry_mpi_cmp(number, order) < 0;
+Number PublicNumber(gcry_mpi_t number) {
+    std::uint8_t bytes[curve::kNumberSize];
+    MpiToLittleEndian(number, bytes);
+    return LoadNumber(bytes);
 }
 
 // A random number in 1..order-1, in secure memory.
@@ -26,17 +34,11 @@ MpiPtr RandomScalar(gcry_mpi_t order) {
     }
 }
 
-// s = d r + k e mod q, for the private key d and the random number k.
-MpiPtr Response(gcry_mpi_t secret, gcry_mpi_t r, gcry_mpi_t random, gcry_mpi_t e, gcry_mpi_t order) {
-    MpiPtr s = NewMpi(8 * kPrivateKeySize, true);
-    const MpiPtr product = NewMpi(8 * kPrivateKeySize, true);
-    gcry_mpi_mulm(s.get(), secret, r, order);
-    gcry_mpi_mulm(product.get(), random, e, order);
-    gcry_mpi_addm(s.get(), s.get(), product.get(), order);
-    return s;
-}
-
 }  // namespace
+
+bool IsInRange(gcry_mpi_t number, gcry_mpi_t order) {
+    return gcry_mpi_cmp_ui(number, 0) > 0 && gcry_mpi_cmp(number, order) < 0;
+}
 
 MpiPtr HashNumber(const Digest& digest, gcry_mpi_t order) {
     MpiPtr number = MpiFromLittleEndian(digest, false);
@@ -59,18 +61,27 @@ void MpiScheme::DerivePublicKey(const KeyParameters& parameters, ByteView secret
     DerivePublicKey(parameters, SecretNumber(secret).get(), key);
 }
 
+// The sums with secrets are not libgcrypt's work: its products take longer for longer numbers.
 Signature MpiScheme::Sign(const KeyParameters& parameters, ByteView secret, const Digest& digest) const {
     const MpiPtr order = Order(parameters);
-    const MpiPtr e = HashNumber(digest, order.get());
-    const MpiPtr number = SecretNumber(secret);
+    const Number e = PublicNumber(HashNumber(digest, order.get()).get());
+    const curve::ScalarArithmetic<curve::Portable> scalars(PublicNumber(order.get()));
     for (;;) {
-        const MpiPtr random = RandomScalar(order.get());
-        const MpiPtr r = Commitment(parameters, random.get());
-        const MpiPtr s = Response(number.get(), r.get(), random.get(), e.get(), order.get());
-        if (gcry_mpi_cmp_ui(r.get(), 0) == 0 || gcry_mpi_cmp_ui(s.get(), 0) == 0) continue;
+        const SecureBytes seed = MakeNonceSeed(scalars.Order(), secret, e);
+        SecureBytes nonce(curve::kNumberSize);
+        WithWipedStack([&] {
+            const Number high = LoadNumber(seed.data() + curve::kNumberSize);
+            StoreNumber(scalars.ReduceWide(LoadNumber(seed.data()), high), nonce.data());
+        });
+        const MpiPtr random = SecretNumber(nonce);
+        if (gcry_mpi_cmp_ui(random.get(), 0) == 0) continue;
+        const Number r = PublicNumber(Commitment(parameters, random.get()).get());
+        Number s{};
+        WithWipedStack([&] { s = scalars.Combine(LoadNumber(secret.data()), r, LoadNumber(nonce.data()), e); });
+        if ((curve::IsZeroMask(r) | curve::IsZeroMask(s)) != 0) continue;
         Signature signature;
-        MpiToLittleEndian(r.get(), ByteSpan(signature).first(kSignatureSize / 2));
-        MpiToLittleEndian(s.get(), ByteSpan(signature).last(kSignatureSize / 2));
+        StoreNumber(r, signature.data());
+        StoreNumber(s, signature.data() + curve::kNumberSize);
         return signature;
     }
 }

@@ -28,6 +28,9 @@ protected:
                                      ByteView ukm) const = 0;
 };
 
+/// Whether 0 < number < order.
+bool IsInRange(gcry_mpi_t number, gcry_mpi_t order);
+
 /// The digest as signatures take it: modulo the order, and never 0.
 MpiPtr HashNumber(const Digest& digest, gcry_mpi_t order);
 

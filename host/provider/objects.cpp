@@ -1,28 +1,22 @@
 #include "host/provider/objects.h"
 
+#include "host/provider/crypto/immortal.h"
+
 namespace nalhost::provider {
 
-namespace {
-
-// Never destroyed: a host's globals and its running threads may use handles while the process exits.
-template <class Table>
-Table& Immortal() {
-    static Table* const table = std::make_unique<Table>().release();
+HandleTable<Context, HandleKind::kContext>& Contexts() {
+    static crypto::Immortal<HandleTable<Context, HandleKind::kContext>> table;
     return *table;
 }
 
-}  // namespace
-
-HandleTable<Context, HandleKind::kContext>& Contexts() {
-    return Immortal<HandleTable<Context, HandleKind::kContext>>();
-}
-
 HandleTable<Key, HandleKind::kKey>& Keys() {
-    return Immortal<HandleTable<Key, HandleKind::kKey>>();
+    static crypto::Immortal<HandleTable<Key, HandleKind::kKey>> table;
+    return *table;
 }
 
 HandleTable<HashObject, HandleKind::kHash>& Hashes() {
-    return Immortal<HandleTable<HashObject, HandleKind::kHash>>();
+    static crypto::Immortal<HandleTable<HashObject, HandleKind::kHash>> table;
+    return *table;
 }
 
 }  // namespace nalhost::provider

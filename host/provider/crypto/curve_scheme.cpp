@@ -107,9 +107,12 @@ bool CurveScheme::Verify(const KeyParameters& parameters, ByteView key, const Di
                          ByteView signature) const {
     const CurveKernel& kernel = KernelOf(parameters);
     const PlainPoint point = LoadPoint(key);
-    const auto table = curve::KeyTableCache::OfProcess().Find(kernel, point);
-    return kernel.Verify(point, HashNumber(kernel, digest), LoadNumber(signature.data()),
-                         LoadNumber(signature.data() + kNumberSize), table.get());
+    curve::KeyTableCache& cache = curve::KeyTableCache::OfProcess();
+    const auto table = cache.Find(kernel, point);
+    const bool holds = kernel.Verify(point, HashNumber(kernel, digest), LoadNumber(signature.data()),
+                                     LoadNumber(signature.data() + kNumberSize), table.get());
+    if (holds) cache.AddSuccess(kernel, point);
+    return holds;
 }
 
 // Source: RFC 4357 section 5.2. The UKM is not zero, so neither is the scalar, and the point is finite.

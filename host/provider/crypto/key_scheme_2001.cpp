@@ -4,6 +4,7 @@
 #include <array>
 
 #include "host/provider/crypto/curve_scheme.h"
+#include "host/provider/crypto/immortal.h"
 #include "host/provider/crypto/mpi_scheme.h"
 
 namespace nalhost::crypto {
@@ -147,11 +148,11 @@ protected:
 }  // namespace
 
 const KeyScheme& Gost2001Scheme(Kernel kernel) {
-    static const Gost2001 reference;
-    static const CurveScheme portable(Kernel::kPortable);
-    static const CurveScheme mulx(Kernel::kAvx2);
-    if (kernel == Kernel::kReference || !curve::HasCurveKernels()) return reference;
-    return kernel == Kernel::kPortable ? portable : mulx;
+    static Immortal<Gost2001> reference;
+    static Immortal<CurveScheme> portable(Kernel::kPortable);
+    static Immortal<CurveScheme> mulx(Kernel::kAvx2);
+    if (kernel == Kernel::kReference || !curve::HasCurveKernels()) return *reference;
+    return kernel == Kernel::kPortable ? *portable : *mulx;
 }
 
 }  // namespace nalhost::crypto

@@ -1,6 +1,7 @@
 // GOST R 34.10-94. Names as in RFC 4357: y = a^x mod p, and a has the prime order q.
 #include <algorithm>
 
+#include "host/provider/crypto/immortal.h"
 #include "host/provider/crypto/mpi_scheme.h"
 #include "host/provider/crypto/random.h"
 
@@ -102,8 +103,8 @@ protected:
 }  // namespace
 
 const KeyScheme& Gost94Scheme() {
-    static const Gost94 scheme;
-    return scheme;
+    static Immortal<Gost94> scheme;
+    return *scheme;
 }
 
 }  // namespace nalhost::crypto

@@ -29,11 +29,14 @@ enum class KeyAlgorithm {
     kGost2001,  ///< GOST R 34.10-2001: 256-bit curve
 };
 
+inline constexpr std::size_t kCurveCount = 4;
+
 /// A parameter set of a key. Source: RFC 4357 sections 11.3 (94) and 11.4 (2001).
 struct KeyParameters {
     const char* oid;
     KeyAlgorithm algorithm;
     std::size_t publicKeySize;  ///< bytes: 128 (94) or 64 (2001)
+    std::size_t curve;          ///< 2001: a number below kCurveCount; sets of one curve have the same
     // Hexadecimal, most significant digit first: 94 only. libgcrypt knows the curves by their identifiers.
     const char* p;
     const char* q;

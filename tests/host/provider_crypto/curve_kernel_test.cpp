@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 #include <thread>
 #include <tuple>
 
@@ -158,6 +160,12 @@ TEST_P(CurveKernels, KnowScalarsAndPointsOfTheirCurve) {
         EXPECT_FALSE(kernel->IsScalar(ones));
         for (const Number& number : {c_zero, c_one, Near(Curve().q, -1), Curve().q, Near(Curve().q, 1), ones}) {
             EXPECT_NE(Limb{0}, IsEqualMask(Remainder(number, Curve().q), kernel->ReduceScalar(number)));
+            for (const Number& high : {c_zero, c_one, Near(Curve().q, -1), Curve().q, ones}) {
+                // 2^256 is ones + 1.
+                const Number above = Modular(gcry_mpi_addm, Product(high, ones), high, Curve().q);
+                EXPECT_NE(Limb{0}, IsEqualMask(Modular(gcry_mpi_addm, number, above, Curve().q),
+                                               kernel->ReduceWide(number, high)));
+            }
         }
         EXPECT_TRUE(kernel->IsOnCurve(g));
         EXPECT_FALSE(kernel->IsOnCurve({c_zero, c_zero}));
@@ -220,8 +228,8 @@ TEST_P(CurveKernels, RefuseSignaturesOutOfRange) {
         ExpectVerifies(false, point, c_one, bad, c_one);
         ExpectVerifies(false, point, c_one, c_one, bad);
     }
-    // With k = 1 the point has x = g.x. An r counts for it neither when r or r + q is x + p (r on the test set and B, else
-    // r + q) nor when r + q is x + 2^256.
+    // With k = 1 the point has x = g.x. An r counts for it neither when r or r + q is x + p (r on the test set and B,
+    // else r + q) nor when r + q is x + 2^256.
     const Number residues[] = {Modular(gcry_mpi_addm, Curve().p, Curve().generator.x, Curve().q),
                                Modular(gcry_mpi_addm, ones, Near(Curve().generator.x, 1), Curve().q)};
     for (const Number& r : residues) {
@@ -289,52 +297,135 @@ TEST_P(CurveKernels, WorkWithEachOthersKeys) {
     }
 }
 
-TEST(KeyTables, AreMadeAtTheSecondSightingAndOutlastAFloodOfOtherKeys) {
-    StartCrypto();
-    const CurveKernel& kernel = *FindCurveKernel(*FindKeyParameters("1.2.643.2.2.35.1"), Kernel::kPortable);
-    auto pointOf = [&](Limb number) { return kernel.MultiplyGenerator({{number, 0, 0, 0}}); };
-    KeyTableCache cache;
-    const PlainPoint issuer = pointOf(1);
-    EXPECT_EQ(nullptr, cache.Find(kernel, issuer));
-    const auto table = cache.Find(kernel, issuer);
-    ASSERT_NE(nullptr, table);
-    for (Limb i = 2; i < 2 * KeyTableCache::kSightings; ++i)
-        EXPECT_EQ(nullptr, cache.Find(kernel, pointOf(i)));
-    EXPECT_EQ(table, cache.Find(kernel, issuer));
-
-    // Of keys that come twice, the one that was used longest ago gives way; the table in hand stays good.
-    for (Limb i = 1000; i < 1000 + KeyTableCache::kTables; ++i) {
-        EXPECT_EQ(nullptr, cache.Find(kernel, pointOf(i)));
-        EXPECT_NE(nullptr, cache.Find(kernel, pointOf(i)));
+// Sets of one curve share its kernel, and no others do.
+TEST(Curves, AreSharedBySetsOfTheSameCurve) {
+    for (const KeyParameters& one : AllKeyParameters()) {
+        for (const KeyParameters& other : AllKeyParameters()) {
+            if (one.algorithm != KeyAlgorithm::kGost2001 || other.algorithm != KeyAlgorithm::kGost2001) continue;
+            const CurveParameters a = LoadCurveParameters(one.oid);
+            const CurveParameters b = LoadCurveParameters(other.oid);
+            const KeyParameters copy = other;
+            EXPECT_EQ(memcmp(&a, &b, sizeof a) == 0,
+                      FindCurveKernel(one, Kernel::kPortable) == FindCurveKernel(copy, Kernel::kPortable))
+                << one.oid << " " << other.oid;
+        }
     }
-    EXPECT_EQ(nullptr, cache.Find(kernel, issuer));
-    EXPECT_NE(nullptr, cache.Find(kernel, pointOf(1000 + KeyTableCache::kTables - 1)));
+}
+
+class KeyTables : public testing::Test {
+protected:
+    PlainPoint Point(Limb number) const { return m_kernel.MultiplyGenerator({{number, 0, 0, 0}}); }
+    bool HasTable(const PlainPoint& point) { return m_cache.Find(m_kernel, point) != nullptr; }
+
+    const CurveKernel& m_kernel = *FindCurveKernel(*FindKeyParameters("1.2.643.2.2.35.2"), Kernel::kPortable);
+    KeyTableCache m_cache;
+};
+
+TEST_F(KeyTables, AreMadeAtTheSecondSuccessAndOutlastAFloodOfOtherKeys) {
+    const PlainPoint issuer = Point(1);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_FALSE(HasTable(issuer) || HasTable(issuer)) << "made by looking";
+        m_cache.AddSuccess(m_kernel, issuer);
+    }
+    const auto table = m_cache.Find(m_kernel, issuer);
+    ASSERT_NE(nullptr, table);
     KeyTable expected;
-    kernel.FillTable(issuer, expected);
+    m_kernel.FillTable(issuer, expected);
+    EXPECT_EQ(0, memcmp(&expected, table.get(), sizeof expected));
+    // The same numbers on another curve are another key.
+    const CurveKernel& other = *FindCurveKernel(*FindKeyParameters("1.2.643.2.2.35.1"), Kernel::kPortable);
+    EXPECT_EQ(nullptr, m_cache.Find(other, issuer));
+
+    for (Limb i = 2; i < 2 * KeyTableCache::kSightings; ++i) {
+        m_cache.AddSuccess(m_kernel, Point(i));
+        EXPECT_FALSE(HasTable(Point(i)));
+    }
+    EXPECT_EQ(table, m_cache.Find(m_kernel, issuer));
+
+    // Of keys that come twice, the one that verified longest ago gives way; the table in hand stays good.
+    auto addTwice = [&](Limb first, std::size_t count) {
+        for (Limb i = first; i < first + count; ++i) {
+            m_cache.AddSuccess(m_kernel, Point(i));
+            m_cache.AddSuccess(m_kernel, Point(i));
+        }
+    };
+    addTwice(1000, KeyTableCache::kTables - 1);
+    m_cache.AddSuccess(m_kernel, issuer);
+    addTwice(2000, 1);
+    EXPECT_TRUE(HasTable(issuer) && HasTable(Point(2000)) && HasTable(Point(1001)));
+    EXPECT_FALSE(HasTable(Point(1000)));
+    addTwice(3000, KeyTableCache::kTables);
+    EXPECT_FALSE(HasTable(issuer));
     EXPECT_EQ(0, memcmp(&expected, table.get(), sizeof expected));
 }
 
-TEST(KeyTables, ServeSeveralThreads) {
-    StartCrypto();
-    const CurveKernel& kernel = *FindCurveKernel(*FindKeyParameters("1.2.643.2.2.35.2"), Kernel::kPortable);
+// A signature that does not hold teaches the cache nothing.
+TEST_F(KeyTables, AreNotMadeForBadSignatures) {
+    const KeyParameters& set = *FindKeyParameters("1.2.643.2.2.35.2");
+    const KeyScheme& scheme = Gost2001Scheme(Kernel::kPortable);
+    const SecureBytes secret = scheme.GeneratePrivateKey(set);
+    std::uint8_t key[64];
+    scheme.DerivePublicKey(set, secret, key);
+    const Signature good = scheme.Sign(set, secret, Digest{});
+    Signature bad = good;
+    bad[40] ^= 1;
+    const PlainPoint point = {LoadNumber(key), LoadNumber(key + 32)};
+    auto hasTable = [&] { return KeyTableCache::OfProcess().Find(m_kernel, point) != nullptr; };
+    for (int i = 0; i < 3; ++i)
+        EXPECT_FALSE(scheme.Verify(set, key, Digest{}, bad) || scheme.Verify(set, key, Digest{}, Signature{}));
+    EXPECT_TRUE(scheme.Verify(set, key, Digest{}, good));
+    EXPECT_FALSE(scheme.Verify(set, key, Digest{}, bad) || hasTable());
+    EXPECT_TRUE(scheme.Verify(set, key, Digest{}, good) && hasTable());
+    EXPECT_TRUE(scheme.Verify(set, key, Digest{}, good));
+    EXPECT_FALSE(scheme.Verify(set, key, Digest{}, bad));
+}
+
+TEST_F(KeyTables, ServeSeveralThreads) {
+    constexpr std::size_t count = KeyTableCache::kTables + 20;
     std::vector<PlainPoint> points;
-    for (Limb i = 1; i <= KeyTableCache::kTables + 20; ++i)
-        points.push_back(kernel.MultiplyGenerator({{i, 0, 0, 0}}));
-    KeyTableCache cache;
+    std::vector<KeyTable> expected(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        points.push_back(Point(i + 1));
+        m_kernel.FillTable(points[i], expected[i]);
+    }
     std::vector<std::thread> threads;
     std::array<int, 4> tables{};
-    for (int& count : tables) {
-        threads.emplace_back([&] {
-            for (int round = 0; round < 3; ++round) {
-                for (const PlainPoint& point : points)
-                    count += cache.Find(kernel, point) != nullptr;
+    std::array<int, 4> wrong{};
+    for (std::size_t thread = 0; thread < tables.size(); ++thread) {
+        threads.emplace_back([&, thread] {
+            for (std::size_t round = 0; round < 3 * count; ++round) {
+                // Some keys come again and again, and all in turn.
+                const std::size_t i = round % 2 == 0 ? round / 2 % 10 : round * 7 % count;
+                m_cache.AddSuccess(m_kernel, points[i]);
+                const auto table = m_cache.Find(m_kernel, points[i]);
+                tables[thread] += table != nullptr;
+                wrong[thread] += table && memcmp(table.get(), &expected[i], sizeof expected[i]) != 0;
             }
         });
     }
     for (std::thread& thread : threads)
         thread.join();
-    for (const int count : tables)
-        EXPECT_GT(count, 0);
+    for (const int number : tables)
+        EXPECT_GT(number, 100);
+    EXPECT_EQ((std::array<int, 4>{}), wrong);
+}
+
+// The generator's table is made at the first use, whichever thread that is.
+TEST(Curves, ServeSeveralThreadsFromTheFirstUse) {
+    StartCrypto();
+    const CurveParameters parameters = LoadCurveParameters("1.2.643.2.2.35.3");
+    for (int round = 0; round < 20; ++round) {
+        const auto kernel = MakePortableCurveKernel(parameters);
+        std::array<PlainPoint, 4> results{};
+        std::vector<std::thread> threads;
+        threads.reserve(results.size());
+        for (PlainPoint& result : results)
+            threads.emplace_back([&] { result = kernel->MultiplyGenerator(c_one); });
+        for (std::thread& thread : threads)
+            thread.join();
+        for (const PlainPoint& result : results)
+            EXPECT_TRUE(IsEqual(parameters.generator, result));
+    }
 }
 
 }  // namespace

@@ -2,8 +2,20 @@
 
 #include <array>
 
+#include "host/provider/crypto/error.h"
+#include "host/provider/crypto/immortal.h"
+
 namespace nalhost::crypto::curve {
 namespace {
+
+template <typename Action>
+void WithMemory(const Action& action) {
+    try {
+        action();
+    } catch (const std::bad_alloc&) {
+        throw CryptoError(Failure::kNoMemory, "no memory for the tables of a curve");
+    }
+}
 
 std::unique_ptr<CurveKernel> MakeKernel(const char* oid, Kernel kernel) {
     const CurveParameters parameters = LoadCurveParameters(oid);
@@ -17,9 +29,11 @@ CurveKernel::~CurveKernel() = default;
 
 const GeneratorTable& CurveKernel::Generator() const {
     std::call_once(m_once, [this] {
-        auto table = std::make_unique<GeneratorTable>();
-        FillTable(*table);
-        m_generator = std::move(table);
+        WithMemory([this] {
+            auto table = std::make_unique<GeneratorTable>();
+            FillTable(*table);
+            m_generator = std::move(table);
+        });
     });
     return *m_generator;
 }
@@ -37,12 +51,9 @@ const CurveKernel* FindCurveKernel(const KeyParameters& parameters, Kernel kerne
         std::once_flag once;
         std::unique_ptr<CurveKernel> kernel;
     };
-    constexpr std::size_t most = 16;  // parameter sets
-    // Never destroyed: threads of the host may still verify when its globals are gone.
-    static auto& slots = *std::make_unique<std::array<std::array<Slot, most>, 2>>().release();
-    const auto set = static_cast<std::size_t>(&parameters - AllKeyParameters().data());
-    Slot& slot = slots.at(kernel >= Kernel::kAvx2 ? 1 : 0).at(set);
-    std::call_once(slot.once, [&] { slot.kernel = MakeKernel(parameters.oid, kernel); });
+    static Immortal<std::array<std::array<Slot, kCurveCount>, 2>> slots;
+    Slot& slot = (*slots).at(kernel >= Kernel::kAvx2 ? 1 : 0).at(parameters.curve);
+    std::call_once(slot.once, [&] { WithMemory([&] { slot.kernel = MakeKernel(parameters.oid, kernel); }); });
     return slot.kernel.get();
 }
 

@@ -10,10 +10,12 @@
 
 namespace nalhost::crypto::curve {
 
-/// Keeps the tables of the keys that were used last. Thread-safe.
+/// Keeps the tables of the keys that verified last. Thread-safe.
 ///
-/// A table is made when its key comes a second time: a key that comes once, as a signer's often does, costs no table,
-/// and any number of such keys pushes no table out, since they pass through a list of their own.
+/// Signatures that hold are all that it learns from. A table is made when the second one of its key does: a key that
+/// comes once, as a signer's often does, costs no table, and any number of such keys pushes no table out, since they
+/// pass through a list of their own. Whoever can have signatures of his own keys verified, two of each, can push tables
+/// out: verifications then take the time that they take under a new key.
 class KeyTableCache {
 public:
     static constexpr std::size_t kTables = 64;      ///< 4.5 KiB each
@@ -24,8 +26,12 @@ public:
     /// The cache that all verifications of the process share; made at the first call, and never destroyed.
     static KeyTableCache& OfProcess();
 
-    /// The table of a point on the curve; null at its first sighting. @throws std::bad_alloc
+    /// The table of a point on the curve, null when there is none.
     std::shared_ptr<const KeyTable> Find(const CurveKernel& kernel, const PlainPoint& point);
+
+    /// Tells that a signature held under the key; at the second one its table is made. Without memory for the table the
+    /// key does without.
+    void AddSuccess(const CurveKernel& kernel, const PlainPoint& point) noexcept;
 
 private:
     struct Key {
@@ -42,7 +48,9 @@ private:
     };
 
     Entry* FindEntry(const Key& key);
+    bool NoteUse(const Key& key);
     bool TakeSighting(const Key& key);
+    void Keep(const Key& key, std::shared_ptr<const KeyTable> table);
 
     std::mutex m_mutex;
     std::uint64_t m_uses = 0;

@@ -2,6 +2,7 @@
 
 #include <gcrypt.h>
 
+#include <algorithm>
 #include <array>
 
 namespace nalhost::crypto {
@@ -135,6 +136,9 @@ constexpr std::array<KeyParameters, 13> kKeys = {{
     {"1.2.643.2.2.36.0", KeyAlgorithm::kGost2001, kSize2001, 1, nullptr, nullptr, nullptr},
     {"1.2.643.2.2.36.1", KeyAlgorithm::kGost2001, kSize2001, 3, nullptr, nullptr, nullptr},
 }};
+
+static_assert(std::all_of(kKeys.begin(), kKeys.end(),
+                          [](const KeyParameters& set) { return set.curve < kCurveCount; }));
 
 template <typename Table>
 auto Find(const Table& table, std::string_view oid) -> const typename Table::value_type* {

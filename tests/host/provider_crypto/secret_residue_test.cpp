@@ -222,6 +222,18 @@ void Mesh(const CipherParameters& set, SecureBytes& key, SecureBytes& iv) {
     key = std::move(next);
 }
 
+// How often whole blocks of 8 bytes are found, or only their low or high words, as rounds work on them side by side.
+int BlockResidue(ByteView blocks) {
+    int count = Residue(blocks);
+    for (const std::size_t half : {0, 4}) {
+        SecureBytes words(blocks.size() / 2);
+        for (std::size_t i = 0; i < words.size(); ++i)
+            words[i] = blocks[i / 4 * 8 + half + i % 4];
+        count += Residue(words);
+    }
+    return count;
+}
+
 TEST_F(SecretResidue, OfMeshedKeysAndGamma) {
     const CipherParameters& set = *FindCipherParameters("1.2.643.2.2.31.1");
     for (const Kernel kernel : OwnKernels()) {
@@ -237,12 +249,12 @@ TEST_F(SecretResidue, OfMeshedKeysAndGamma) {
                 [&] { CfbCipher(direction, set, KeyMeshing::kOfParameterSet, key, iv, kernel).Process(in, out); });
             for (std::size_t first = 0; first < in.size(); first += 1024) {
                 const std::size_t size = std::min<std::size_t>(1024, in.size() - first);
-                EXPECT_EQ(0, Residue(key)) << "key of byte " << first;
+                EXPECT_EQ(0, BlockResidue(key)) << "key of byte " << first;
                 for (std::size_t block = first; block < first + size; block += 256) {
-                    SecureBytes gamma(kCipherBlockSize);
+                    SecureBytes gamma(2 * kCipherBlockSize);
                     for (std::size_t i = 0; i < gamma.size(); ++i)
                         gamma[i] = in[block + i] ^ out[block + i];
-                    EXPECT_EQ(0, Residue(gamma)) << "gamma of byte " << block;
+                    EXPECT_EQ(0, BlockResidue(gamma)) << "gamma of byte " << block;
                 }
                 // It is the key.
                 std::vector<std::uint8_t> same(size);

@@ -15,6 +15,7 @@
 #include "host/provider/crypto/error.h"
 #include "host/provider/crypto/key.h"
 #include "host/provider/crypto/random.h"
+#include "support/sanitized.h"
 #include "support/secret_residue.h"
 
 namespace nalhost::crypto {

@@ -18,7 +18,6 @@
 #include <immintrin.h>
 
 #include "host/provider/crypto/symmetric/key_meshing.h"
-#include "host/provider/crypto/symmetric/zeroed_registers.h"
 
 namespace nalhost::crypto::symmetric {
 namespace {
@@ -203,8 +202,7 @@ void DecryptBlocksOfOneKey(const SboxTables& tables, const PlaneTables& planes, 
     }
 }
 
-NAL_ZEROES_REGISTERS void DecryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out,
-                                     std::size_t count) {
+void DecryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out, std::size_t count) {
     const PlaneTables planes(tables);
     auto feedback = Load<std::uint64_t>(run.feedback);
     // Sections that are prepared, from `next` on.

@@ -29,7 +29,6 @@
 #pragma GCC diagnostic pop
 
 #include "host/provider/crypto/symmetric/key_meshing.h"
-#include "host/provider/crypto/symmetric/zeroed_registers.h"
 
 namespace nalhost::crypto::symmetric {
 namespace {
@@ -222,8 +221,7 @@ void DecryptBlocksOfOneKey(const Substitution& boxes, const Key& key, std::uint6
     }
 }
 
-NAL_ZEROES_REGISTERS void DecryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out,
-                                     std::size_t count) {
+void DecryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out, std::size_t count) {
     const Substitution boxes(tables);
     LeftOver leftOver;
     auto feedback = Load<std::uint64_t>(run.feedback);
@@ -290,8 +288,7 @@ NAL_ZEROES_REGISTERS void DecryptRun(const SboxTables& tables, CfbRun& run, cons
     block.a = low;
 }
 
-NAL_ZEROES_REGISTERS void EncryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out,
-                                     std::size_t count) {
+void EncryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out, std::size_t count) {
     const Substitution boxes(tables);
     Halves block = {LoadHalf(run.feedback), LoadHalf(run.feedback + 4)};
     __m512i key[8];

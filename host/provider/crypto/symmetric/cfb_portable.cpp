@@ -2,7 +2,6 @@
 // decrypts, all of that is at hand, and four blocks run side by side; when one encrypts, it is a chain.
 #include "host/provider/crypto/symmetric/cfb_run.h"
 #include "host/provider/crypto/symmetric/key_meshing.h"
-#include "host/provider/crypto/symmetric/zeroed_registers.h"
 
 namespace nalhost::crypto::symmetric {
 namespace {
@@ -16,8 +15,7 @@ template <std::size_t Lanes>
         tables, [&key](std::size_t word, std::size_t) { return key[word]; }, blocks);
 }
 
-NAL_ZEROES_REGISTERS void EncryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out,
-                                     std::size_t count) {
+void EncryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out, std::size_t count) {
     Blocks<1> block;
     SetBlock(block, 0, Load<std::uint64_t>(run.feedback));
     ForEachKey(
@@ -52,8 +50,7 @@ void DecryptLanes(const SboxTables& tables, const std::uint32_t (&key)[8], std::
     feedback = cipherText[Lanes];
 }
 
-NAL_ZEROES_REGISTERS void DecryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out,
-                                     std::size_t count) {
+void DecryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out, std::size_t count) {
     auto feedback = Load<std::uint64_t>(run.feedback);
     ForEachKey(
         run, count,

@@ -23,8 +23,6 @@
 
 #include <cstring>
 
-#include "host/provider/crypto/symmetric/vector_registers.h"
-
 namespace nalhost::crypto::symmetric {
 namespace {
 
@@ -398,7 +396,6 @@ void HashVectors(const SboxTables& tables, HashRun& run, const std::uint8_t* blo
         MixText(low.word, 1, value);
     }
     _mm512_mask_storeu_epi64(run.value, 0x0F, value.kept);
-    WipeVectorRegisters();
 }
 
 }  // namespace

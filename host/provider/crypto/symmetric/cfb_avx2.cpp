@@ -15,8 +15,7 @@
 
 #if defined(__AVX2__)
 
-#include <immintrin.h>
-
+#include "host/provider/crypto/symmetric/intrinsics.h"
 #include "host/provider/crypto/symmetric/key_meshing.h"
 
 namespace nalhost::crypto::symmetric {

@@ -19,15 +19,7 @@
 
 #if defined(__AVX512VBMI__) && defined(__AVX512BW__) && defined(__AVX512VL__)
 
-// g++ 12 takes the operands that its own header leaves open for mistakes.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wuninitialized"
-#ifndef __clang__
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
-#include <immintrin.h>
-#pragma GCC diagnostic pop
-
+#include "host/provider/crypto/symmetric/intrinsics.h"
 #include "host/provider/crypto/symmetric/key_meshing.h"
 
 namespace nalhost::crypto::symmetric {

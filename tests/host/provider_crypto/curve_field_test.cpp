@@ -80,7 +80,7 @@ TEST_P(CurveField, IsExactAtItsEdges) {
                 edges.push_back(Element(field, Near(corner, -distance)));
             }
         }
-        for (const Number& a : edges) {
+        for (const Number& a : nal_test::SomeOf(edges)) {
             CheckInverse(field, a);
             for (const Number& b : edges)
                 Check(field, a, b);

@@ -65,9 +65,10 @@ void CTOOFolder::MakeFolder(const CTOOString& path, unsigned permissions) {
     if (IsFolder(part.c_str())) return;
     for (std::size_t end = part.find('/', 1);; end = part.find('/', end + 1)) {
         const std::string folder = part.substr(0, end);
-        if (mkdir(folder.c_str(), permissions) != 0 && !IsFolder(folder.c_str())) {
+        const int error = mkdir(folder.c_str(), permissions) == 0 ? 0 : errno;
+        if (error != 0 && !IsFolder(folder.c_str())) {
             // Something of that name is there and no folder: say so, rather than that it exists.
-            ThrowFile(errno == EEXIST ? ENOTDIR : errno, TOO_E_WRITE, folder, action);
+            ThrowFile(error == EEXIST ? ENOTDIR : error, TOO_E_WRITE, folder, action);
         }
         if (end == std::string::npos) break;
     }

@@ -90,7 +90,7 @@ TEST_F(Cli, Settings) {
         {"nal settings --set-flags 0x20000001", 0, "", "0x20000001"},
         {"nal settings --set-flags -1", 2, "is not a number"},
         {"nal settings --set-transport ''", 0, "", "transport   -"},
-        {"nal settings --home /sys/nal --set-flags 1", 3, "cannot make the folder \"/sys/nal\""},
+        {"nal settings --home /sys/nal --set-flags 1", 5, "cannot make the folder \"/sys/nal\""},
         {"printf '[nal]\\nflags=zz\\n' > home/nal.conf; nal settings", 3, "\"flags\" is no number"},
     });
 }

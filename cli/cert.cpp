@@ -104,10 +104,10 @@ struct Export {
 
     Outcome Run(const Globals& globals) {
         const std::string path = store.Path();
+        RefuseJsonWith(output, globals);
+        OutputFile file(output, force, der ? nullptr : "CERTIFICATE");
         const CNALCertContext certificate = SelectOne(OpenStore(path, false), id, path);
-        if (output == "-" && globals.json) UsageFault("--json and the certificate cannot both go to standard output", "Name a file: -o FILE");
-        OutputFile file(output, force);
-        file.Write(EncodingOf(certificate), der ? nullptr : "CERTIFICATE");
+        file.Write(EncodingOf(certificate));
         Outcome outcome;
         if (output != "-") outcome.data = {{"output", output}, {"certificate", CertificateSummary(Decoded(certificate))}};
         return outcome;

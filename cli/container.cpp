@@ -93,7 +93,7 @@ struct Create {
             throw Fault(kKeys, "container " + user.container + " is there already", "Choose another name.", TOO_E_CONTAINER_EXISTS);
         }
         GetNewPassword(user.password, "New password of container " + user.container, password);
-        if (user.pin.IsGiven()) GetPassword(user.pin, "New PIN", pin);
+        if (user.pin.IsGiven()) GetNewPassword(user.pin, "New PIN", pin);
         ThrowIfInterrupted();
         CNALUser owner;
         status = owner.LogInUser(user.container.c_str(), password.c_str(), pin.c_str(), true);
@@ -134,19 +134,16 @@ struct Passwd {
         const std::string name = "container " + user.container;
         int status = 0;
         const bool pinAlone = newPin.IsGiven() && !newPassword.IsGiven();
+        Secret freshPassword;
+        Secret freshPin;
+        if (!pinAlone) GetNewPassword(newPassword, "New password of " + name, freshPassword);
+        if (newPin.IsGiven()) GetNewPassword(newPin, "New PIN of " + name, freshPin);
+        ThrowIfInterrupted();
         if (!pinAlone) {
-            Secret fresh;
-            GetNewPassword(newPassword, "New password of " + name, fresh);
-            ThrowIfInterrupted();
-            if (!owner.ChangePassword(fresh.c_str(), &status)) throw FaultOf(status, "changing the password", name);
+            if (!owner.ChangePassword(freshPassword.c_str(), &status)) throw FaultOf(status, "changing the password", name);
             RecordEffect("the password of " + name + " was changed");
         }
-        if (newPin.IsGiven()) {
-            Secret fresh;
-            GetNewPassword(newPin, "New PIN of " + name, fresh);
-            ThrowIfInterrupted();
-            if (!owner.ChangePIN(fresh.c_str(), &status)) throw FaultOf(status, "changing the PIN", name);
-        }
+        if (newPin.IsGiven() && !owner.ChangePIN(freshPin.c_str(), &status)) throw FaultOf(status, "changing the PIN", name);
         owner.Reset();
         Outcome outcome;
         outcome.data = ContainerJson(ContainerInfo(user.container));

@@ -1,4 +1,6 @@
 // nal encrypt, decrypt
+#include <optional>
+
 #include "cli/commands.h"
 #include "cli/describe.h"
 #include "cli/files.h"
@@ -48,7 +50,9 @@ struct Encrypt {
 
     Outcome Run(const Globals& globals) {
         if (output.empty()) output = file == "-" ? "-" : file + kExtension;
-        if (output == "-" && globals.json) UsageFault("--json and the message cannot both go to standard output", "Name a file: -o FILE");
+        RefuseJsonWith(output, globals);
+        OutputFile target(output, force, pem ? "CMS" : nullptr);
+        target.RefuseInput(file, "encrypted");
         if (ignoreMissingCrl) NALSetAplicationFlag(GetAplicationFlag() | NAL_APP_IGNORE_MISSING_CRL);
         std::list<CNALCertContext> certificates;
         Json list = Json::array();
@@ -60,8 +64,6 @@ struct Encrypt {
             CheckRecipient(recipient, certificates.back(), extra);
             list.push_back(CertificateSummary(Decoded(certificates.back())));
         }
-        OutputFile target(output, force);
-        if (target.IsSameFileAs(file)) UsageFault("the output is the file that is encrypted", "Name another with -o.");
         const InputFile content(file, false);
         if (content.Size() == 0) throw Fault(kInput, content.Name() + " is empty: there is nothing to encrypt", "", TOO_E_BAD_ARGUMENT);
         WhatToSignStruct what = WholeFile(content);
@@ -71,7 +73,7 @@ struct Encrypt {
             NALEncryptFile(what, certificates, target.Path().c_str(), &status);
         }
         if (status != TOO_OK) throw FaultOf(status, "encrypting", content.Name());
-        target.Finish(pem ? "CMS" : nullptr);
+        target.Finish();
         Outcome outcome;
         if (output != "-") outcome.data = {{"output", output}, {"recipients", list}};
         return outcome;
@@ -89,10 +91,8 @@ struct Encrypt {
         if (unchecked) return;
         const CNALCertificateChain chain = BuildChain(certificate, extra);
         if (chain.GetErrors() == 0) return;
-        std::string faults;
-        for (const std::string& words : FaultWords(chain.GetErrors())) faults += "\n  " + words;
-        throw Fault(kCheckFailed, name + ": the certificate does not verify:" + faults, "nal cert verify shows the chain; --unchecked encrypts all the same.",
-                    TOO_E_UNTRUSTED);
+        throw Fault(kCheckFailed, name + ": the certificate does not verify:", "nal cert verify shows the chain; --unchecked encrypts all the same.",
+                    TOO_E_UNTRUSTED, FaultWords(chain.GetErrors()));
     }
 };
 
@@ -120,9 +120,13 @@ struct Decrypt {
             if (file != "-" && !has) UsageFault("where is the content to go? Name it with -o");
             output = file == "-" ? "-" : file.substr(0, file.size() - ending.size());
         }
-        if (output == "-" && globals.json) UsageFault("--json and the content cannot both go to standard output", "Name a file: -o FILE");
+        RefuseJsonWith(output, globals);
         const InputFile message(file, true);
         RequireMessage(message.Path(), message.Name(), Kind::EncryptedMessage);
+        // Plaintext that goes on through a pipe has no business on the disk.
+        const bool inMemory = output == "-" && message.Size() <= kMostInMemory;
+        std::optional<OutputFile> target;
+        if (!inMemory) target.emplace(output, force).RefuseInput(file, "decrypted");
         CNALUser owner;
         OpenUser(owner, user);
         CNALCertStorage storage = OpenStore(store.Path(), false);
@@ -130,8 +134,7 @@ struct Decrypt {
         WhatToSignStruct what = WholeFile(message);
         int status = 0;
         Outcome outcome;
-        if (output == "-" && message.Size() <= kMostInMemory) {
-            // Plaintext that goes on through a pipe has no business on the disk.
+        if (inMemory) {
             IdentObj content;
             {
                 const Progress progress("decrypting " + message.Name(), globals);
@@ -141,13 +144,12 @@ struct Decrypt {
             outcome.text.assign(reinterpret_cast<const char*>(content.GetData()), content.GetSize());
             return outcome;
         }
-        OutputFile target(output, force);
         {
             const Progress progress("decrypting " + message.Name(), globals);
-            NALDecryptFile(what, &owner, certificates, target.Path().c_str(), &status);
+            NALDecryptFile(what, &owner, certificates, target->Path().c_str(), &status);
         }
         if (status != TOO_OK) Refused(status, message.Name());
-        target.Finish();
+        target->Finish();
         if (output != "-") outcome.data = {{"output", output}};
         return outcome;
     }

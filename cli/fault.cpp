@@ -1,6 +1,7 @@
 #include "cli/fault.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <system_error>
 
@@ -63,6 +64,11 @@ ExitCode ExitOf(int status) {
     const ExitRule* rule = RuleOf(status);
     if (rule != nullptr) return rule->exit;
     return status < 0 ? kCheckFailed : kInput;  // 0x8009xxxx and 0x800Bxxxx are verdicts
+}
+
+ExitCode ExitOfErrno(int error, ExitCode wrong) {
+    constexpr int kWrong[] = {ENOENT, ENOTDIR, EISDIR, ELOOP, ENAMETOOLONG, EINVAL, ENXIO, EBADF, EEXIST};
+    return std::find(std::begin(kWrong), std::end(kWrong), error) == std::end(kWrong) ? kSystem : wrong;
 }
 
 Fault FaultOf(int status, const CTOOString& text, const std::string& file) {

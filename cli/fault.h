@@ -3,6 +3,7 @@
 
 #include <exception>
 #include <string>
+#include <vector>
 
 #include "nal/nal.h"
 
@@ -21,16 +22,18 @@ enum ExitCode : int {
 /// A failure as the operator is told of it.
 class Fault : public std::exception {
 public:
-    /// @param message  what happened, and to which file
+    /// @param message  what happened, and to which file, in one line; empty when there is nothing that the operator need be told
     /// @param hint     what to do; may be empty
     /// @param status   the library's status, 0 when there is none
-    Fault(ExitCode exit, std::string message, std::string hint = {}, int status = 0)
-        : m_exit(exit), m_message(std::move(message)), m_hint(std::move(hint)), m_status(status) {}
+    /// @param details  lines to be listed below the message. Line ends within any of these are not the program's own, and are escaped
+    Fault(ExitCode exit, std::string message, std::string hint = {}, int status = 0, std::vector<std::string> details = {})
+        : m_exit(exit), m_message(std::move(message)), m_hint(std::move(hint)), m_status(status), m_details(std::move(details)) {}
 
     ExitCode Exit() const { return m_exit; }
     const std::string& Message() const { return m_message; }
     const std::string& Hint() const { return m_hint; }
     int Status() const { return m_status; }
+    const std::vector<std::string>& Details() const { return m_details; }
     const char* what() const noexcept override { return m_message.c_str(); }
 
 private:
@@ -38,6 +41,7 @@ private:
     std::string m_message;
     std::string m_hint;
     int m_status;
+    std::vector<std::string> m_details;
 };
 
 /// The operator stopped the program.
@@ -48,6 +52,8 @@ std::string StatusText(int status, const std::string& where);
 
 /// The exit code that goes with a status.
 ExitCode ExitOf(int status);
+/// The exit code that goes with an errno of a path or descriptor: `wrong` when another one should have been named, else kSystem.
+ExitCode ExitOfErrno(int error, ExitCode wrong = kInput);
 
 /// What the library threw, or a status with its text, about one file. `file` may be empty.
 /// @throws Stopped when the status says that the operator stopped it

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <vector>
 
 #include "cli/interrupt.h"
@@ -17,6 +18,7 @@ namespace cli {
 namespace {
 
 constexpr std::size_t kChunk = 1 << 16;
+constexpr std::size_t kLines = 48;  // bytes of a line of PEM: pieces of whole lines are encoded by themselves
 constexpr std::uint64_t kMostSpooled = 0xFFFFFFFEULL;  // what a message can be at most
 
 class Descriptor {
@@ -37,10 +39,12 @@ private:
 [[noreturn]] void FailRead(const std::string& name, int error) {
     const char* hint = error == ENOENT ? "Check the path." : error == EACCES ? "Check who may read it." : "";
     if (error == EISDIR) hint = "Name a file in it.";
-    throw Fault(kInput, "cannot read " + name + ": " + std::strerror(error), hint, TOOStatusFromErrno(error, TOO_E_READ));
+    throw Fault(ExitOfErrno(error), "cannot read " + name + ": " + std::strerror(error), hint, TOOStatusFromErrno(error, TOO_E_READ));
 }
 
 [[noreturn]] void FailWrite(const std::string& name, int error) {
+    if (error == EINTR || error == EPIPE) ThrowIfInterrupted();
+    if (error == EPIPE) throw Fault(kSystem, "");  // a reader that has seen enough (head, less) is no reason for words
     const char* hint = error == ENOSPC ? "Make room on the disk." : error == EACCES || error == EROFS ? "Check who may write there." : "";
     throw Fault(kSystem, "cannot write " + name + ": " + std::strerror(error), hint, TOOStatusFromErrno(error, TOO_E_WRITE));
 }
@@ -124,15 +128,15 @@ std::string ReadHead(const std::string& path, std::size_t count) {
     return head;
 }
 
-InputFile::InputFile(const std::string& path, bool decodePem) : m_name(NameOf(path)) {
+InputFile::InputFile(const std::string& path, bool decodePem, bool own) : m_name(NameOf(path)) {
     struct stat status {};
     Descriptor file = OpenInput(path, status);
     m_size = static_cast<std::uint64_t>(status.st_size);
     const bool atStart = path != "-" || ::lseek(file.Get(), 0, SEEK_CUR) == 0;
-    if (S_ISREG(status.st_mode) && atStart) {
-        char head[1024];
-        const ssize_t got = decodePem ? ::pread(file.Get(), head, sizeof head, 0) : 0;
-        if (got <= 0 || !LooksLikePem({head, static_cast<std::size_t>(got)})) {
+    if (!own && S_ISREG(status.st_mode) && atStart) {
+        std::string head(decodePem ? kChunk : 0, '\0');
+        const ssize_t got = ::pread(file.Get(), head.data(), head.size(), 0);
+        if (got <= 0 || !LooksLikePem({head.data(), static_cast<std::size_t>(got)})) {
             m_path = path == "-" ? "/proc/self/fd/0" : path;
             return;
         }
@@ -146,13 +150,12 @@ void InputFile::Spool(int source, bool decodePem) {
     std::vector<char> buffer(kChunk);
     m_size = 0;
     PemDecoder pem;
-    bool isPem = false;
     for (bool first = true;; first = false) {
         const std::size_t got = ReadSome(source, buffer.data(), buffer.size(), m_name);
-        if (first) isPem = decodePem && LooksLikePem({buffer.data(), got});
+        if (first) m_wasPem = decodePem && LooksLikePem({buffer.data(), got});
         std::string_view piece(buffer.data(), got);
         std::string decoded;
-        if (isPem) {
+        if (m_wasPem) {
             pem.Feed(piece, decoded);
             piece = decoded;
         }
@@ -162,75 +165,87 @@ void InputFile::Spool(int source, bool decodePem) {
         if (error != 0) FailWrite("a temporary file in " + TemporaryRoot(), error);
         if (got < buffer.size()) break;
     }
-    if (isPem && !pem.IsComplete()) throw Fault(kInput, m_name + " is damaged: its PEM text is cut short or has characters that do not belong there", "", TOO_E_BAD_STRUCTURE);
+    if (m_wasPem && !pem.IsComplete()) throw Fault(kInput, m_name + " is damaged: its PEM text is cut short or has characters that do not belong there", "", TOO_E_BAD_STRUCTURE);
 }
 
 InputFile::~InputFile() {
     if (m_descriptor >= 0) ::close(m_descriptor);
 }
 
-OutputFile::OutputFile(const std::string& path, bool replace) : m_target(path), m_name(NameOf(path, true)), m_path(path) {
+OutputFile::OutputFile(const std::string& path, bool replace, const char* pemLabel)
+    : m_target(path), m_name(NameOf(path, true)), m_path(path), m_pemLabel(pemLabel) {
     struct stat status {};
     const bool exists = path != "-" && ::stat(path.c_str(), &status) == 0;
     if (exists && S_ISDIR(status.st_mode)) throw Fault(kInput, m_name + " is a folder", "Name a file in it.", TOO_E_NOT_A_FILE);
     if (exists && S_ISREG(status.st_mode) && !replace) {
         throw Fault(kInput, m_name + " is there already", "Name another file, or replace it with --force.", TOO_E_FILE_EXISTS);
     }
+    m_isSpecial = exists && !S_ISREG(status.st_mode);
     CTOOString folder;
     CTOOString name;
     if (path != "-" && storedev::ParseFullPath(path, folder, name) && !CTOOFolder::Exists(folder)) {
         throw Fault(kInput, "cannot write " + m_name + ": there is no folder " + folder.str(), "Make it first, or check the path.", TOO_E_FILE_NOT_FOUND);
     }
-    if (path == "-" || (exists && !S_ISREG(status.st_mode))) {
-        m_folder = MakeTemporaryFolder();
-        m_path = m_folder + "/output";
-    }
+    if (!IsStream() && pemLabel == nullptr) return;
+    std::string place = TemporaryRoot() + "/nal-XXXXXX";
+    if (::mkdtemp(place.data()) == nullptr) FailWrite(TemporaryRoot(), errno);
+    m_folder = place;
+    RemoveWhenKilled(m_folder);
+    m_path = m_folder + "/output";
 }
 
 OutputFile::~OutputFile() {
     if (m_folder.empty()) return;
-    ::unlink(m_path.c_str());
-    ::rmdir(m_folder.c_str());
+    RemoveFolder(m_folder.c_str());
+    RemoveWhenKilled({});
 }
 
-bool OutputFile::IsSameFileAs(const std::string& path) const {
+void OutputFile::RefuseInput(const std::string& path, const char* done) const {
     struct stat a {};
     struct stat b {};
-    if (m_target == "-" || ::stat(m_target.c_str(), &a) != 0 || ::stat(path.c_str(), &b) != 0) return false;
-    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+    if (m_target == "-" || ::stat(m_target.c_str(), &a) != 0) return;
+    if (path == "-" ? ::fstat(STDIN_FILENO, &b) != 0 : ::stat(path.c_str(), &b) != 0) return;
+    if (!S_ISREG(a.st_mode) || a.st_dev != b.st_dev || a.st_ino != b.st_ino) return;
+    throw Fault(kUsage, std::string("the output is the file that is ") + done, "Name another with -o.");
 }
 
-void OutputFile::Finish(const char* pemLabel) {
-    if (pemLabel != nullptr) {
-        const std::string pem = ToPem(CTOOFile::ReadWhole(m_path), pemLabel);
-        CTOOWholeFile::Store(m_path, pem.data(), pem.size());
+// Calls `produce` with a function that takes the output's text piece by piece.
+template <class Produce>
+void OutputFile::Deliver(Produce produce) {
+    const auto encoded = [&](auto write) {
+        if (m_pemLabel == nullptr) return produce(write);
+        write("-----BEGIN " + std::string(m_pemLabel) + "-----\n");
+        produce([&](std::string_view piece) { write(TOO_MIMEBase64Encode(piece.data(), piece.size(), 64).str()); });
+        write("-----END " + std::string(m_pemLabel) + "-----\n");
+    };
+    if (!IsStream()) {
+        CTOOWholeFile target(m_target);
+        encoded([&](std::string_view piece) {
+            ThrowIfInterrupted();
+            target.Write(piece.data(), piece.size());
+        });
+        return target.Commit();
     }
-    if (m_folder.empty()) return;
-    const CTOOFile written(m_path, "rb");
     const Descriptor target(m_target == "-" ? STDOUT_FILENO : ::open(m_target.c_str(), O_WRONLY | O_CLOEXEC));
     if (target.Get() < 0) FailWrite(m_name, errno);
-    std::vector<char> buffer(kChunk);
-    while (const std::size_t got = written.Read(buffer.data(), buffer.size())) {
+    encoded([&](std::string_view piece) {
         ThrowIfInterrupted();
-        const int error = WriteAll(target.Get(), {buffer.data(), got});
+        const int error = WriteAll(target.Get(), piece, Interrupted);
         if (error != 0) FailWrite(m_name, error);
-    }
+    });
 }
 
-void OutputFile::Write(const IdentObj& bytes, const char* pemLabel) {
-    CTOOWholeFile::Store(m_path, bytes.GetData(), bytes.GetSize());
-    Finish(pemLabel);
+void OutputFile::Finish() {
+    if (m_folder.empty()) return;
+    const CTOOFile written(m_path, "rb");
+    Deliver([&](auto write) {
+        std::vector<char> buffer(kLines * 1024);
+        while (const std::size_t got = written.Read(buffer.data(), buffer.size())) write(std::string_view(buffer.data(), got));
+    });
 }
 
-std::string ToPem(const IdentObj& der, const char* label) {
-    return "-----BEGIN " + std::string(label) + "-----\n" + TOO_MIMEBase64Encode(der.GetData(), der.GetSize(), 64).str() + "-----END " + label +
-           "-----\n";
-}
-
-std::string MakeTemporaryFolder() {
-    std::string name = TemporaryRoot() + "/nal-XXXXXX";
-    if (::mkdtemp(name.data()) == nullptr) FailWrite(TemporaryRoot(), errno);
-    return name;
+void OutputFile::Write(const IdentObj& bytes) {
+    Deliver([&](auto write) { write(std::string_view(reinterpret_cast<const char*>(bytes.GetData()), bytes.GetSize())); });
 }
 
 }  // namespace cli

@@ -21,10 +21,11 @@ IdentObj ReadInput(const std::string& path, std::uint64_t limit = kMostWhole);
 std::string ReadHead(const std::string& path, std::size_t count);
 
 /// An input for library calls that take a path. What is no regular file (standard input, a pipe) is first copied to a temporary file
-/// without a name, which is gone when the process is, however it ends. PEM is decoded on the way when `decodePem`.
+/// without a name, which is gone when the process is, however it ends. PEM is decoded on the way when `decodePem`. With `own` a regular
+/// file is copied too: what is read twice is then the same.
 class InputFile {
 public:
-    InputFile(const std::string& path, bool decodePem);
+    InputFile(const std::string& path, bool decodePem, bool own = false);
     ~InputFile();
     InputFile(const InputFile&) = delete;
     InputFile& operator=(const InputFile&) = delete;
@@ -34,6 +35,8 @@ public:
     /// For people.
     const std::string& Name() const { return m_name; }
     std::uint64_t Size() const { return m_size; }
+    /// Whether it was PEM, and was decoded.
+    bool WasPem() const { return m_wasPem; }
 
 private:
     void Spool(int source, bool decodePem);
@@ -42,14 +45,16 @@ private:
     std::string m_name;
     std::uint64_t m_size = 0;
     int m_descriptor = -1;
+    bool m_wasPem = false;
 };
 
-/// An output for library calls that write a file whole. Standard output, and what is no regular file, gets what was written to a file
-/// in a temporary folder of its own.
+/// An output for library calls that write a file whole. Standard output, what is no regular file, and PEM are made of what was written
+/// to a file in a temporary folder of its own.
 class OutputFile {
 public:
+    /// @param pemLabel  it becomes PEM with this label; null: it stays as it is written
     /// @throws Fault when the file is there already and may not be replaced
-    OutputFile(const std::string& path, bool replace);
+    OutputFile(const std::string& path, bool replace, const char* pemLabel = nullptr);
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
@@ -57,24 +62,25 @@ public:
     const std::string& Path() const { return m_path; }
     const std::string& Name() const { return m_name; }
     bool IsStandardOutput() const { return m_target == "-"; }
-    /// Whether the output is the file at `path`.
-    bool IsSameFileAs(const std::string& path) const;
-    /// Hands what was written on; to be called when the library is done. With `pemLabel` it is written as PEM.
-    void Finish(const char* pemLabel = nullptr);
-    /// Writes these bytes as the whole output, as PEM with a label.
-    void Write(const IdentObj& bytes, const char* pemLabel);
+    /// @throws Fault when the output is the input at `path`; `done` is what happens to that: "signed"
+    void RefuseInput(const std::string& path, const char* done) const;
+    /// Hands what was written on; to be called when the library is done.
+    /// @throws Fault without a message when the reader has closed its end
+    void Finish();
+    /// Writes these bytes as the whole output.
+    void Write(const IdentObj& bytes);
 
 private:
+    bool IsStream() const { return m_target == "-" || m_isSpecial; }
+    template <class Produce>
+    void Deliver(Produce produce);
+
     std::string m_target;
     std::string m_name;
     std::string m_path;
-    std::string m_folder;  // temporary; empty when the library writes to its place
+    const char* m_pemLabel;
+    bool m_isSpecial = false;  // there, and no regular file
+    std::string m_folder;      // temporary; empty when the library writes to its place
 };
-
-/// DER as PEM.
-std::string ToPem(const IdentObj& der, const char* label);
-
-/// A folder of its own for temporary files; the caller removes it.
-std::string MakeTemporaryFolder();
 
 }  // namespace cli

@@ -105,7 +105,7 @@ std::string Title(const std::string& text, bool colour) { return "\n" + Coloured
 Rows CommandsOf(const Program& program, const std::string& family) {
     Rows rows;
     for (const CommandEntry& command : program.Commands()) {
-        if (command.family == family && !command.documentation.hidden) rows.emplace_back(command.Words(), command.summary);
+        if (command.family == family) rows.emplace_back(command.Words(), command.summary);
     }
     return rows;
 }
@@ -188,7 +188,7 @@ std::string MainPage(const Program& program) {
     for (const std::string& paragraph : text.description) out += Roff(paragraph) + "\n.PP\n";
     out += ".SH COMMANDS\n";
     for (const CommandEntry& command : program.Commands()) {
-        if (command.family.empty() && !command.documentation.hidden) out += RoffCommand(command, program);
+        if (command.family.empty()) out += RoffCommand(command, program);
     }
     Rows pages;
     for (const FamilyEntry& family : program.Families()) {
@@ -203,7 +203,7 @@ std::string FamilyPage(const FamilyEntry& family, const Program& program) {
     out += ".SH SYNOPSIS\n.B " + Roff(name + " " + family.name) + "\n.I command\n[options] [arguments]\n.SH DESCRIPTION\n" +
            Roff(family.note.empty() ? family.summary + "." : family.note) + "\n.SH COMMANDS\n";
     for (const CommandEntry& command : program.Commands()) {
-        if (command.family == family.name && !command.documentation.hidden) out += RoffCommand(command, program);
+        if (command.family == family.name) out += RoffCommand(command, program);
     }
     return out + RoffTail(program) + ".SH SEE ALSO\n.BR " + Roff(name) + " (1)\n";
 }
@@ -284,7 +284,7 @@ std::string HelpOf(const std::string& family, const Program& program, bool colou
     for (const FamilyEntry& entry : program.Families()) {
         std::string names;
         for (const CommandEntry& command : program.Commands()) {
-            if (command.family == entry.name && !command.documentation.hidden) names += (names.empty() ? "" : ", ") + command.name;
+            if (command.family == entry.name) names += (names.empty() ? "" : ", ") + command.name;
         }
         rows.emplace_back(entry.name, entry.summary + ": " + names);
     }
@@ -311,12 +311,11 @@ std::string BashCompletion(const Program& program) {
         first += family.name + " ";
         std::string names;
         for (const CommandEntry& command : program.Commands()) {
-            if (command.family == family.name && !command.documentation.hidden) names += command.name + " ";
+            if (command.family == family.name) names += command.name + " ";
         }
         seconds += "        " + family.name + ") second=\"" + names + "\" ;;\n";
     }
     for (const CommandEntry& command : program.Commands()) {
-        if (command.documentation.hidden) continue;
         if (command.family.empty()) first += command.name + " ";
         std::string names;
         for (const CLI::Option* option : command.app->get_options()) {

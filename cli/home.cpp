@@ -15,6 +15,15 @@ std::string g_transport;
 
 std::string SettingsPath() { return TOOGetHomePath().str() + "/nal.conf"; }
 
+bool ParseFlags(const std::string& text, unsigned& flags) {
+    if (text.empty() || text[0] < '0' || text[0] > '9') return false;
+    char* end = nullptr;
+    const unsigned long long value = std::strtoull(text.c_str(), &end, 0);
+    if (*end != '\0' || value > 0xFFFFFFFFULL) return false;
+    flags = static_cast<unsigned>(value);
+    return true;
+}
+
 SavedSettings LoadSettings() {
     const CTOOConfigInfoFile file(SettingsPath().c_str());
     const auto get = [&](const char* key) {
@@ -26,9 +35,7 @@ SavedSettings LoadSettings() {
     settings.transport = get("transport");
     settings.store = get("store");
     const std::string flags = get("flags");
-    char* end = nullptr;
-    settings.flags = static_cast<unsigned>(std::strtoul(flags.c_str(), &end, 0));
-    if (*end != '\0') throw Fault(kInput, SettingsPath() + ": \"flags\" is no number: " + flags, "Set it anew: nal settings --flags 0");
+    if (!flags.empty() && !ParseFlags(flags, settings.flags)) settings.badFlags = flags;
     return settings;
 }
 
@@ -40,8 +47,11 @@ void SaveSettings(const SavedSettings& settings) {
     file.PutSection(kSection, {{"transport", settings.transport}, {"store", settings.store}, {"flags", flags}});
 }
 
-void UseHome(const std::string& transport) {
+void UseHome(const std::string& transport, bool tolerant) {
     const SavedSettings settings = LoadSettings();
+    if (!settings.badFlags.empty() && !tolerant) {
+        throw Fault(kInput, SettingsPath() + ": \"flags\" is no number: " + settings.badFlags, "Set them anew: nal settings --set-flags 0");
+    }
     g_transport = transport.empty() ? settings.transport : transport;
     // Setting the folder replaces the flags, so they come afterwards.
     if (!g_transport.empty()) NALSetTransDir(g_transport);

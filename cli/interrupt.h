@@ -1,7 +1,8 @@
 // Ctrl-C and the other signals that ask a program to end.
 //
 // The first one only raises a flag: long work looks at it through its progress handler, reads and prompts by their EINTR, and all of
-// them end as if they had failed, so nothing half-made stays. One that comes more than two seconds later ends the program at once.
+// them end as if they had failed, so nothing half-made stays. One that comes more than two seconds later ends the program at once; even
+// then no temporary folder stays.
 #pragma once
 
 #include <string>
@@ -10,6 +11,10 @@
 namespace cli {
 
 void InstallSignalHandlers();
+
+/// Puts /dev/null in the place of standard descriptors that were closed from outside, opened so that their use fails: else the next
+/// file to be opened, a store perhaps, would take such a number and get the program's messages.
+void GuardStandardDescriptors();
 
 /// Whether a signal asked to end.
 bool Interrupted();
@@ -23,6 +28,11 @@ void WaitReadable(int descriptor);
 /// Something that stays when the program is stopped from here on; the operator is told of it.
 void RecordEffect(std::string what);
 const std::vector<std::string>& Effects();
+
+/// Removes a folder with the files in it. Safe in a signal handler.
+void RemoveFolder(const char* path);
+/// The temporary folder that is removed when a second signal ends the program at once; empty: none. There is one at a time.
+void RemoveWhenKilled(const std::string& folder);
 
 /// Ends the program by the signal that came, so that a shell sees it.
 [[noreturn]] void EndBySignal();

@@ -16,7 +16,10 @@ int main(int argc, char** argv) {
                         {"NAL_LOG", "the level of log records on standard error"},
                         {"NO_COLOR", "when set, nothing is coloured"}};
     text.options = {{"--transport", "DIR", "The transport folder, in the place of the one in the settings", &transport}};
-    text.prepare = [&](const cli::Globals&) { cli::UseHome(transport); };
+    text.prepare = [&](const std::string& words) {
+        // A settings file that is damaged is no reason to give no help, nor to refuse to be set anew.
+        if (words != "help") cli::UseHome(transport, words == "settings");
+    };
 
     cli::Program program(std::move(text));
     cli::AddHelpCommand(program);

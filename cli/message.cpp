@@ -2,16 +2,10 @@
 
 #include "cli/describe.h"
 #include "cli/kinds.h"
-#include "cli/pem.h"
 
 namespace cli {
-namespace {
 
-bool IsPem(const std::string& path) { return path != "-" && LooksLikePem(ReadHead(path, 1024)); }
-
-}  // namespace
-
-MessageFile::MessageFile(const std::string& path) : m_wasPem(IsPem(path)), m_file(path, true) {
+MessageFile::MessageFile(const std::string& path, bool own) : m_file(path, true, own) {
     RequireMessage(m_file.Path(), m_file.Name(), Kind::SignedMessage);
     About(m_file.Name(), [&] {
         const CTOOFile file(m_file.Path(), "rb");
@@ -23,13 +17,13 @@ IdentObj MessageFile::Bytes() const {
     return About(m_file.Name(), [&] { return CTOOFile::ReadWhole(m_file.Path(), static_cast<std::uint32_t>(kMostWhole)); });
 }
 
-void WriteMessage(CNALSignData& message, OutputFile& output, bool pem) {
+void WriteMessage(CNALSignData& message, OutputFile& output) {
     About(output.Name(), [&] {
         CTOOWholeFile file(output.Path());
         message.WriteObject(file.GetFile(), 0);
         file.Commit();
     });
-    output.Finish(pem ? "CMS" : nullptr);
+    output.Finish();
 }
 
 Json SignatureJson(const CNALMessageSignerInfo& info, std::size_t number) {

@@ -12,10 +12,13 @@ namespace cli {
 class MessageFile {
 public:
     /// @throws Fault for anything but a signed message
-    explicit MessageFile(const std::string& path);
+    /// @param own  works on a copy, so that nobody changes what was verified before it is read again
+    explicit MessageFile(const std::string& path, bool own = false);
 
     const InputFile& File() const { return m_file; }
-    bool WasPem() const { return m_wasPem; }
+    bool WasPem() const { return m_file.WasPem(); }
+    /// The label to write a message with that is to be as this one; null for DER.
+    const char* PemLabel() const { return WasPem() ? "CMS" : nullptr; }
     /// The message; attached content stays in the file.
     const CNALSignData& Message() const { return m_message; }
     CNALSignData& Message() { return m_message; }
@@ -24,13 +27,12 @@ public:
     IdentObj Bytes() const;
 
 private:
-    bool m_wasPem;
     InputFile m_file;
     CNALSignData m_message;
 };
 
 /// Writes a message to an output file, whole.
-void WriteMessage(CNALSignData& message, OutputFile& output, bool pem);
+void WriteMessage(CNALSignData& message, OutputFile& output);
 
 /// One signature of a message as data: signer, time, algorithm.
 Json SignatureJson(const CNALMessageSignerInfo& info, std::size_t number);

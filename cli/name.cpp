@@ -12,11 +12,13 @@ struct Name {
     std::string der;
     std::string output;
     bool order = false;
+    bool force = false;
 
     void Define(Options& o) {
         CLI::Option* byText = o.Value("TEXT", text, "NAME", "The name as text: CN=Ivan Petrov, O=\"Horns, hooves\", C=RU");
         o.In("--der", der, "Reads the name's DER from a file instead")->excludes(byText);
         o.Out("-o,--output", output, "Writes the DER to a file");
+        o.Flag("-f,--force", force, "Replaces a file that is there");
         o.Flag("--order", order, "Orders the elements as certificates have them, country first and common name last");
         o.Note("Shows what a distinguished name means: its elements, its text as nal prints it, and its encoding.");
         o.Example("nal name 'CN=Ivan Petrov, O=\"Horns, hooves\", C=RU' --order", "Checks a name before it goes into a request");
@@ -53,7 +55,7 @@ struct Name {
                 elements.push_back({{"oid", attribute.m_oid.str()}, {"type", printed.substr(0, equals)}, {"value", printed.substr(equals + 1)}});
             }
         }
-        if (!output.empty()) OutputFile(output, true).Write(name, nullptr);
+        if (!output.empty()) OutputFile(output, force).Write(name);
         outcome.data = {{"name", TextOf(name)}, {"elements", elements}, {"der", Hex(name)}};
         if (output == "-") outcome.data = nullptr;
         return outcome;

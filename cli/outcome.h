@@ -17,6 +17,7 @@ struct Outcome {
     Json data = Json::object();
     std::string text;
     int exit = kGood;
+    std::vector<Fault> faults;  ///< what failed while the rest was done; told behind the rest, the first one is the exit code
 };
 
 /// Data as text: a line a field, labels from the keys ("not_after" is "not after"), objects and lists indented. Everything in it is

@@ -17,6 +17,7 @@ namespace {
 constexpr char kIn[] = "FILE";
 constexpr char kOut[] = "OUT";
 constexpr char kPath[] = "PATH";
+constexpr char kCert[] = "CERT";  // a file or an ID
 
 std::string Join(const std::vector<std::string>& words) {
     std::string text;
@@ -24,7 +25,7 @@ std::string Join(const std::vector<std::string>& words) {
     return text;
 }
 
-void RefuseBadPaths(const CLI::App& app) {
+void RefuseBadPaths(const CLI::App& app, const Globals& globals) {
     unsigned inputs = 0;
     unsigned outputs = 0;
     for (const CLI::Option* option : app.get_options()) {
@@ -32,16 +33,23 @@ void RefuseBadPaths(const CLI::App& app) {
         const std::string name = option->get_name();
         const bool isDescriptor = name.size() > 3 && name.compare(name.size() - 3, 3, "-fd") == 0;
         if (isDescriptor && option->count() != 0 && option->results().front() == "0") ++inputs;
-        if (type != kIn && type != kOut && type != kPath) continue;
+        if (type != kIn && type != kOut && type != kPath && type != kCert) continue;
         for (const std::string& value : option->results()) {
-            if (value.empty()) UsageFault(option->get_name() + ": the path is empty");
+            if (value.empty() && type != kCert) UsageFault(option->get_name() + ": the path is empty");
             if (value != "-") continue;
             if (type == kPath) UsageFault(option->get_name() + ": must be a file, it cannot be standard input or output");
-            ++(type == kIn ? inputs : outputs);
+            if (type == kOut) RefuseJsonWith(value, globals);
+            ++(type == kOut ? outputs : inputs);
         }
     }
     if (inputs > 1) UsageFault("standard input (\"-\") is named more than once", "It can be read only once; name a file for the others.");
     if (outputs > 1) UsageFault("standard output (\"-\") is named more than once");
+}
+
+std::string EffectLines() {
+    std::string text;
+    for (const std::string& effect : Effects()) text += "  " + Printable(effect) + "\n";
+    return text;
 }
 
 }  // namespace
@@ -96,18 +104,32 @@ CommandEntry& Program::Add(const std::string& family, const std::string& name, c
     return entry;
 }
 
+void RefuseJsonWith(const std::string& output, const Globals& globals) {
+    if (globals.json && output == "-") UsageFault("--json and the output cannot both go to standard output", "Name a file for the output.");
+}
+
 void UsageFault(const std::string& message, const std::string& hint) { throw Fault(kUsage, message, hint); }
 
-int Program::ReportFault(const Fault& fault) const {
-    const bool colour = UseColour(STDERR_FILENO);
-    std::string text = Coloured(m_words + ":", Colour::Bad, colour) + " " + Printable(fault.Message(), true) + "\n";
-    std::string hint = fault.Hint();
-    if (hint.empty() && fault.Exit() == kUsage) hint = "See: " + m_text.name + " help" + m_words.substr(m_text.name.size());
-    if (!hint.empty()) text += "  " + Printable(hint, true) + "\n";
+void Program::Tell(const Fault& fault) const {
+    std::string text;
+    if (!fault.Message().empty()) text = Coloured(m_words + ":", Colour::Bad, UseColour(STDERR_FILENO)) + " " + Printable(fault.Message()) + "\n";
+    for (const std::string& line : fault.Details()) text += "  " + Printable(line) + "\n";
+    if (!fault.Hint().empty()) text += "  " + Printable(fault.Hint()) + "\n";
     WriteAll(STDERR_FILENO, text);
-    if (m_globals.json) {
+}
+
+int Program::ReportFault(const Fault& given) const {
+    const bool seeHelp = given.Hint().empty() && given.Exit() == kUsage;
+    const std::string hint = seeHelp ? "See: " + m_text.name + " help" + m_words.substr(m_text.name.size()) : given.Hint();
+    const Fault fault(given.Exit(), given.Message(), hint, given.Status(), given.Details());
+    Tell(fault);
+    if (!Effects().empty()) WriteAll(STDERR_FILENO, "This was done before and stays:\n" + EffectLines());
+    if (m_globals.json && !fault.Message().empty()) {
         Outcome outcome;
-        outcome.data["error"] = {{"exit", fault.Exit()}, {"status", fault.Status()}, {"message", fault.Message()}, {"hint", hint}};
+        std::string message = fault.Message();
+        for (const std::string& line : fault.Details()) message += "\n  " + line;
+        Json& error = outcome.data["error"] = {{"exit", fault.Exit()}, {"status", fault.Status()}, {"message", message}, {"hint", hint}};
+        if (!Effects().empty()) error["done"] = Effects();
         outcome.exit = fault.Exit();
         return Print(outcome) == kSystem ? kSystem : fault.Exit();
     }
@@ -119,8 +141,7 @@ int Program::ReportStop() const {
     if (Effects().empty()) {
         text += "nothing was left behind\n";
     } else {
-        text += "this was done before and stays:\n";
-        for (const std::string& effect : Effects()) text += "  " + Printable(effect) + "\n";
+        text += "this was done before and stays:\n" + EffectLines();
     }
     WriteAll(STDERR_FILENO, text);
     EndBySignal();
@@ -133,10 +154,11 @@ int Program::Print(const Outcome& outcome) const {
     } else if (text.empty() && !outcome.data.empty()) {
         text = RenderText(outcome.data, UseColour(STDOUT_FILENO));
     }
-    const int error = WriteAll(STDOUT_FILENO, text);
-    if (error == 0) return outcome.exit;
-    // A reader that has seen enough (head, less) is no reason for words.
-    if (error != EPIPE) WriteAll(STDERR_FILENO, m_words + ": cannot write to standard output: " + std::strerror(error) + "\n");
+    const int error = WriteAll(STDOUT_FILENO, text, Interrupted);
+    for (const Fault& fault : outcome.faults) Tell(fault);
+    if (error == 0) return outcome.faults.empty() ? outcome.exit : outcome.faults.front().Exit();
+    // A reader that has seen enough (head, less) is no reason for words, nor is what the operator stopped.
+    if (error != EPIPE && error != EINTR) WriteAll(STDERR_FILENO, m_words + ": cannot write to standard output: " + std::strerror(error) + "\n");
     return kSystem;
 }
 
@@ -173,9 +195,12 @@ const CommandEntry* Program::Choose(std::vector<std::string>& arguments) {
 }
 
 int Program::RunCommand(const CommandEntry& command, std::vector<std::string> arguments) {
-    for (std::string& argument : arguments) {
-        // The parser would take it for a list.
-        if (argument.size() > 1 && argument.front() == '[' && argument.back() == ']' && CTOOFile::Exists(argument)) argument = "./" + argument;
+    const auto takesMany = [](const CLI::Option* option) { return option->get_positional() && option->get_allow_extra_args(); };
+    if (!command.app->get_options(takesMany).empty()) {
+        for (std::string& argument : arguments) {
+            // The parser would take it for a list of files.
+            if (argument.size() > 1 && argument.front() == '[' && argument.back() == ']') argument = "./" + argument;
+        }
     }
     std::reverse(arguments.begin(), arguments.end());  // as CLI11 takes them
     try {
@@ -194,9 +219,9 @@ int Program::RunCommand(const CommandEntry& command, std::vector<std::string> ar
     } catch (const CLI::ParseError& error) {
         UsageFault(error.what());
     }
-    RefuseBadPaths(*command.app);
+    RefuseBadPaths(*command.app, m_globals);
     if (!m_globals.home.empty()) ::setenv("NAL_HOME", m_globals.home.c_str(), 1);
-    if (m_text.prepare) m_text.prepare(m_globals);
+    if (m_text.prepare) m_text.prepare(command.Words());
     const int exit = Print(command.run(m_globals));
     if (Interrupted()) {
         WriteAll(STDERR_FILENO, m_words + ": the work was done already when it was asked to stop\n");
@@ -206,6 +231,7 @@ int Program::RunCommand(const CommandEntry& command, std::vector<std::string> ar
 }
 
 int Program::Run(const std::vector<std::string>& given) try {
+    GuardStandardDescriptors();
     InstallSignalHandlers();
     // Errors are data too when data are asked for, those of the command line included.
     m_globals.json = std::find(given.begin(), given.end(), "--json") != given.end();

@@ -45,14 +45,14 @@ struct ProgramText {
     std::vector<std::string> description;                      ///< paragraphs
     std::vector<std::pair<std::string, std::string>> environment;
     std::vector<Option> options;
-    std::function<void(const Globals&)> prepare;               ///< called before a command runs; --home counts already
+    /// Called with a command's words before it runs; --home counts already.
+    std::function<void(const std::string& words)> prepare;
 };
 
 /// What is known of a command beside its options.
 struct Documentation {
     std::vector<std::string> notes;                             ///< paragraphs
     std::vector<std::pair<std::string, std::string>> examples;  ///< command line, what it does
-    bool hidden = false;
 };
 
 /// Defines the options of one command. Names without a dash are positional.
@@ -80,7 +80,6 @@ public:
     /// A paragraph of the help.
     void Note(const std::string& paragraph) { m_documentation.notes.push_back(paragraph); }
     void Example(const std::string& command, const std::string& what) { m_documentation.examples.emplace_back(command, what); }
-    void Hide() { m_documentation.hidden = true; }
 
 private:
     CLI::App& m_app;
@@ -139,6 +138,7 @@ private:
     /// Takes the words of a command out of the arguments. @throws Fault for words that lead to none
     const CommandEntry* Choose(std::vector<std::string>& arguments);
     int RunCommand(const CommandEntry& command, std::vector<std::string> arguments);
+    void Tell(const Fault& fault) const;
     int ReportFault(const Fault& fault) const;
     int ReportStop() const;
     int Print(const Outcome& outcome) const;
@@ -150,6 +150,9 @@ private:
     std::vector<CommandEntry> m_commands;
     std::string m_words;  // of the command that runs, for errors
 };
+
+/// Refuses --json together with an output that is standard output.
+void RefuseJsonWith(const std::string& output, const Globals& globals);
 
 /// Throws the fault for a wrong command line.
 [[noreturn]] void UsageFault(const std::string& message, const std::string& hint = {});

@@ -59,6 +59,8 @@ bool Progress::Handle(std::uint64_t done, std::uint64_t all, void* self) {
     if (Interrupted()) return false;
     if (!progress.m_isShown) return true;
     const Clock::time_point now = Clock::now();
+    if (done < progress.m_done) progress.m_start = progress.m_last = now;  // another pass over the content, with a speed of its own
+    progress.m_done = done;
     if (now - progress.m_start < kBefore || now - progress.m_last < kBetween) return true;
     progress.m_last = now;
     try {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 
 namespace cli {
@@ -25,6 +26,7 @@ private:
     std::string m_what;
     bool m_isShown;
     bool m_isDrawn = false;
+    std::uint64_t m_done = 0;
     Clock::time_point m_start = Clock::now();
     Clock::time_point m_last = m_start;
 };

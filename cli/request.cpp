@@ -1,5 +1,8 @@
 // nal request
+#include <unistd.h>
+
 #include <algorithm>
+#include <optional>
 
 #include "cli/commands.h"
 #include "cli/describe.h"
@@ -118,6 +121,7 @@ struct KeyOptions {
     unsigned months = NAL_REQUEST_MONTHS;
     std::string output;
     bool force = false;
+    std::optional<OutputFile> target;
 
     void Define(Options& o) {
         o.Value("-a,--algorithm", algorithm, "OID", "Of the new key: 1.2.643.2.2.19 (GOST R 34.10-2001), 1.2.643.2.2.98 (its exchange key), ...");
@@ -136,8 +140,18 @@ struct KeyOptions {
         return end;
     }
 
-    Outcome Made(const CNALCertReqContext& context) const {
-        if (!output.empty()) OutputFile(output, force).Write(BytesOf(context->Request), "CERTIFICATE REQUEST");
+    // Before anything is made: a request whose output cannot be written would be asked for again, with another key.
+    void OpenOutput() {
+        if (!output.empty()) target.emplace(output, force, "CERTIFICATE REQUEST");
+    }
+
+    Outcome Made(const CNALCertReqContext& context) {
+        RecordEffect("request " + IdOf(*context) + " was made, with a key pair in container " + ContainerOf(*context));
+        return Shown(context);
+    }
+
+    Outcome Shown(const CNALCertReqContext& context) {
+        if (target) target->Write(BytesOf(context->Request));
         Outcome outcome;
         outcome.data = DetailJson(*context);
         if (output == "-") outcome.data = nullptr;
@@ -206,6 +220,7 @@ struct New : KeyOptions {
     Outcome Run(const Globals&) {
         RequireTransportFolder();
         const CNALCertInfo info = Template();
+        OpenOutput();
         CNALUser signerUser;
         CNALCertContext signerContext;
         if (!signer.empty()) {
@@ -246,7 +261,7 @@ struct New : KeyOptions {
         Secret password;
         Secret pin;
         GetNewPassword(user.password, "New password of container " + user.container, password);
-        if (user.pin.IsGiven()) GetPassword(user.pin, "New PIN", pin);
+        if (user.pin.IsGiven()) GetNewPassword(user.pin, "New PIN", pin);
         ThrowIfInterrupted();
         status = owner.LogInUser(user.container.c_str(), password.c_str(), pin.c_str(), !isThere);
         if (status != TOO_OK) throw FaultOf(status, "opening it", "container " + user.container);
@@ -284,6 +299,7 @@ struct Renew : KeyOptions {
 
     Outcome Run(const Globals&) {
         RequireTransportFolder();
+        OpenOutput();
         CNALUser owner;
         OpenUser(owner, user);
         const CNALCertContext old = UserCertificate(owner, certificate, false);
@@ -292,14 +308,18 @@ struct Renew : KeyOptions {
             Requests requests;
             CNALCertReqContext* waiting = Waiting(requests, decoded);
             if (waiting != nullptr && !again) {
-                Outcome outcome;
-                outcome.data = DetailJson(**waiting);
-                const std::string oid = outcome.data["request"]["key"]["oid"];
+                const std::string oid = DetailJson(**waiting)["request"]["key"]["oid"];
                 if (!algorithm.empty() && algorithm != oid) {
                     throw Fault(kInput, "request " + IdOf(**waiting) + " waits for its answer, for a key of another algorithm (" + oid + ")",
                                 "Wait for its answer, or ask anew with --again.", TOO_E_REQUEST_STATE);
                 }
-                outcome.data["note"] = "this request was made before and waits for its answer; no new key was made";
+                const char* note = "this request was made before and waits for its answer; no new key was made";
+                Outcome outcome = Shown(*waiting);
+                if (output != "-") {
+                    outcome.data["note"] = note;
+                } else {
+                    WriteAll(STDERR_FILENO, "nal request renew: " + std::string(note) + "\n");
+                }
                 return outcome;
             }
         }
@@ -368,6 +388,7 @@ struct Install {
         int status = 0;
         CTOOString text;
         NALTakeAnswers(RequireTransportFolder(), &reports, &status, &text);
+        if (status != TOO_OK && reports.empty()) throw FaultOf(status, text, TransportFolder());
         Outcome outcome;
         outcome.data = {{"answers", Json::array()}, {"installed", Json::array()}};
         for (const CNALAnswerReport& report : reports) {
@@ -387,11 +408,18 @@ struct Install {
                 throw Fault(kInput, "request " + IdOf(*context) + " has no answer to install: it is " + StatusWord(context->dwStatus), "", TOO_E_REQUEST_STATE);
             }
             ThrowIfInterrupted();
-            outcome.data["installed"].push_back(InstallOne(context));
             any = true;
+            try {
+                outcome.data["installed"].push_back(About("request " + IdOf(*context), [&] { return InstallOne(context); }));
+            } catch (const Fault& fault) {
+                // The others are installed all the same.
+                outcome.faults.push_back(fault);
+                outcome.data["failed"].push_back({{"id", IdOf(*context)}, {"message", fault.Message()}, {"hint", fault.Hint()}});
+            }
         }
+        if (outcome.faults.size() == 1 && outcome.data["installed"].empty()) throw outcome.faults.front();
         if (!any && outcome.data["answers"].empty()) outcome.text = "nothing to install: no new answers in " + Printable(TransportFolder()) + "\n";
-        if (status != TOO_OK && !any) outcome.exit = kCheckFailed;
+        if (status != TOO_OK) outcome.exit = kCheckFailed;  // an answer was refused
         return outcome;
     }
 

@@ -7,7 +7,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
+#include <optional>
+#include <string_view>
 
 #include "cli/interrupt.h"
 #include "cli/program.h"
@@ -15,31 +18,68 @@
 namespace cli {
 namespace {
 
-// The controlling terminal, with echo off on demand; put back as it was on every way out.
-class Prompt {
+// A terminal whose echo is off; put back as it was on every way out, and while the program is suspended.
+class Quiet {
 public:
-    explicit Prompt(bool echo) : m_fd(::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)) {
-        if (m_fd < 0 || echo || ::tcgetattr(m_fd, &m_old) != 0) return;
-        termios quiet = m_old;
-        quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        quiet.c_lflag |= ECHONL | ICANON | ISIG;
-        m_isChanged = ::tcsetattr(m_fd, TCSAFLUSH, &quiet) == 0;
+    /// @param prompt  is shown again when the program goes on; must outlive this
+    Quiet(int terminal, const std::string& prompt) {
+        if (::tcgetattr(terminal, &s_old) != 0) return;
+        s_quiet = s_old;
+        s_quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        s_quiet.c_lflag |= ECHONL | ICANON | ISIG;
+        s_terminal = terminal;
+        s_prompt = prompt;
+        struct sigaction action {};
+        action.sa_handler = OnSuspend;
+        ::sigfillset(&action.sa_mask);
+        struct sigaction old {};
+        m_isHandled = ::sigaction(SIGTSTP, nullptr, &old) == 0 && old.sa_handler != SIG_IGN && ::sigaction(SIGTSTP, &action, nullptr) == 0;
+        m_isOn = ::tcsetattr(terminal, TCSAFLUSH, &s_quiet) == 0;
     }
-    ~Prompt() {
-        if (m_isChanged) ::tcsetattr(m_fd, TCSAFLUSH, &m_old);
+    ~Quiet() {
+        if (m_isHandled) ::signal(SIGTSTP, SIG_DFL);
+        if (m_isOn) ::tcsetattr(s_terminal, TCSAFLUSH, &s_old);
+    }
+    Quiet(const Quiet&) = delete;
+    Quiet& operator=(const Quiet&) = delete;
+
+    bool IsOn() const { return m_isOn; }
+
+private:
+    static void OnSuspend(int) {
+        const int error = errno;
+        ::tcsetattr(s_terminal, TCSAFLUSH, &s_old);
+        ::raise(SIGSTOP);
+        ::tcsetattr(s_terminal, TCSAFLUSH, &s_quiet);
+        if (::write(s_terminal, s_prompt.data(), s_prompt.size()) < 0) {}
+        errno = error;
+    }
+
+    // For the handler. One terminal is asked at a time.
+    static inline int s_terminal = -1;
+    static inline termios s_old{};
+    static inline termios s_quiet{};
+    static inline std::string_view s_prompt;
+
+    bool m_isOn = false;
+    bool m_isHandled = false;
+};
+
+class Descriptor {
+public:
+    explicit Descriptor(int fd) : m_fd(fd) {}
+    ~Descriptor() {
         if (m_fd >= 0) ::close(m_fd);
     }
-    Prompt(const Prompt&) = delete;
-    Prompt& operator=(const Prompt&) = delete;
-
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
     int Get() const { return m_fd; }
-    bool IsQuiet() const { return m_isChanged; }
 
 private:
     int m_fd;
-    termios m_old{};
-    bool m_isChanged = false;
 };
+
+int OpenTerminal() { return ::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY); }
 
 void CheckPassword(const Secret& password, const std::string& where) {
     if (std::memchr(password.c_str(), 0, password.size()) != nullptr) {
@@ -58,7 +98,7 @@ void ReadLine(int fd, const std::string& where, bool isTerminal, Secret& passwor
             ThrowIfInterrupted();
             continue;
         }
-        if (got < 0) throw Fault(kKeys, "cannot read the password from " + where + ": " + std::strerror(errno));
+        if (got < 0) throw Fault(ExitOfErrno(errno, kKeys), "cannot read the password from " + where + ": " + std::strerror(errno));
         if (got == 0) break;
         if (ended) throw Fault(kKeys, "the password from " + where + " has more than one line", "It must hold the password and nothing else.");
         ended = c == '\n';
@@ -71,37 +111,43 @@ void ReadLine(int fd, const std::string& where, bool isTerminal, Secret& passwor
 
 void StripReturn(Secret& password);
 
-void Ask(const std::string& prompt, Secret& password) {
-    const Prompt terminal(false);
+void Ask(const PasswordSource& source, const std::string& prompt, Secret& password) {
+    const std::string instead = "--" + source.name + "-file FILE or --" + source.name + "-fd N.";
+    const Descriptor terminal(OpenTerminal());
     if (terminal.Get() < 0) {
-        throw Fault(kKeys, "a password is needed, and there is no terminal to ask at", "Give it with --password-file FILE or --password-fd N.",
-                    TOO_E_WRONG_PASSWORD);
+        throw Fault(kKeys, "a " + source.Words() + " is needed, and there is no terminal to ask at", "Give it with " + instead, TOO_E_WRONG_PASSWORD);
     }
-    if (!terminal.IsQuiet()) throw Fault(kSystem, "the terminal cannot hide a password", "Give it with --password-file FILE.");
-    WriteAll(terminal.Get(), Printable(prompt) + ": ");
+    const std::string shown = Printable(prompt) + ": ";
+    const Quiet quiet(terminal.Get(), shown);
+    if (!quiet.IsOn()) throw Fault(kSystem, "the terminal cannot hide a password", "Give it with " + instead);
+    WriteAll(terminal.Get(), shown);
     ReadLine(terminal.Get(), "the terminal", true, password);
+}
+
+void ReadDescriptor(int fd, const std::string& where, Secret& password) {
+    static const std::string kNoPrompt;
+    const bool isTerminal = IsTerminal(fd);
+    std::optional<Quiet> quiet;
+    if (isTerminal) quiet.emplace(fd, kNoPrompt);
+    ReadLine(fd, where, isTerminal, password);
 }
 
 void ReadSource(const PasswordSource& source, Secret& password) {
     if (!source.file.empty()) {
-        const int fd = ::open(source.file.c_str(), O_RDONLY | O_CLOEXEC);
+        const Descriptor file(::open(source.file.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
         struct stat status {};
-        const bool isFolder = fd >= 0 && ::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode);
-        if (fd < 0 || isFolder) {
+        const bool isFolder = file.Get() >= 0 && ::fstat(file.Get(), &status) == 0 && S_ISDIR(status.st_mode);
+        if (file.Get() < 0 || isFolder) {
             const int error = isFolder ? EISDIR : errno;
-            if (fd >= 0) ::close(fd);
-            throw Fault(kKeys, "cannot read the password from " + source.file + ": " + std::strerror(error), "", TOOStatusFromErrno(error, TOO_E_READ));
+            throw Fault(ExitOfErrno(error, kKeys), "cannot read the " + source.Words() + " from " + source.file + ": " + std::strerror(error),
+                        error == EACCES ? "Check who may read it." : "", TOOStatusFromErrno(error, TOO_E_READ));
         }
-        struct Closer {
-            int fd;
-            ~Closer() { ::close(fd); }
-        } closer{fd};
         if (S_ISREG(status.st_mode) && (status.st_mode & 077) != 0) {
             WriteAll(STDERR_FILENO, "warning: others may read the password file " + Printable(source.file) + "; its mode should be 0600\n");
         }
-        ReadLine(fd, source.file, false, password);
+        ReadDescriptor(file.Get(), source.file, password);
     } else {
-        ReadLine(source.descriptor, "descriptor " + std::to_string(source.descriptor), false, password);
+        ReadDescriptor(source.descriptor, "descriptor " + std::to_string(source.descriptor), password);
     }
     StripReturn(password);
 }
@@ -136,9 +182,17 @@ void StripReturn(Secret& password) {
 }
 }  // namespace
 
-void PasswordSource::Define(Options& options, const std::string& name, bool allowNone) {
-    std::string words = name == "pin" ? "PIN" : name == "new-pin" ? "new PIN" : name;
+std::string PasswordSource::Words() const {
+    std::string words = name;
     std::replace(words.begin(), words.end(), '-', ' ');
+    const std::size_t pin = words.find("pin");
+    return pin == std::string::npos ? words : words.replace(pin, 3, "PIN");
+}
+
+void PasswordSource::Define(Options& options, const std::string& optionName, bool allowNone) {
+    name = optionName;
+    mayBeNone = allowNone;
+    const std::string words = Words();
     CLI::Option* byFile = options.Path("--" + name + "-file", file, "The " + words + " is the one line of this file");
     CLI::Option* byDescriptor = options.Value("--" + name + "-fd", descriptor, "N", "The " + words + " is the one line that this open descriptor gives");
     byDescriptor->check(CLI::Range(0, 1 << 20));
@@ -151,25 +205,29 @@ void GetPassword(const PasswordSource& source, const std::string& prompt, Secret
     password.Wipe();
     if (source.none) return;
     if (source.IsGiven()) return ReadSource(source, password);
-    Ask(prompt, password);
+    Ask(source, prompt, password);
 }
 
 void GetNewPassword(const PasswordSource& source, const std::string& prompt, Secret& password) {
     GetPassword(source, prompt, password);
     if (source.none) return;
     if (password.empty()) {
-        throw Fault(kKeys, "the new password is empty", "Choose one, or say that there is to be none: --no-password.");
+        const std::string what = source.Words().compare(0, 4, "new ") == 0 ? source.Words() : "new " + source.Words();
+        throw Fault(kKeys, "the " + what + " is empty",
+                    source.mayBeNone ? "Choose one, or say that there is to be none: --no-" + source.name + "." : "Choose one.");
     }
     if (source.IsGiven()) return;
     Secret again;
-    Ask(prompt + ", again", again);
-    if (!(again == password)) throw Fault(kKeys, "the two passwords differ", "Nothing was changed; try again.");
+    Ask(source, prompt + ", again", again);
+    if (!(again == password)) throw Fault(kKeys, "what was typed the second time differs", "Nothing was changed; try again.");
 }
 
-bool Confirm(const std::string& question, const std::string& option) {
-    const Prompt terminal(true);
+bool Confirm(const std::string& question, const std::string& option, const std::vector<std::string>& about) {
+    const Descriptor terminal(OpenTerminal());
     if (terminal.Get() < 0) throw Fault(kUsage, "this needs to be confirmed, and there is no terminal to ask at", "Give " + option + " to confirm it.");
-    WriteAll(terminal.Get(), Printable(question, true) + " [y/N] ");
+    std::string text;
+    for (const std::string& line : about) text += Printable(line) + "\n";
+    WriteAll(terminal.Get(), text + Printable(question) + " [y/N] ");
     Secret answer;
     ReadLine(terminal.Get(), "the terminal", true, answer);
     return answer.size() >= 1 && (answer.c_str()[0] == 'y' || answer.c_str()[0] == 'Y');

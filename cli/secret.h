@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "cli/fault.h"
 
@@ -37,10 +38,14 @@ struct PasswordSource {
     std::string file;
     int descriptor = -1;
     bool none = false;  ///< there is to be none
+    std::string name = "password";  ///< its options are --<name>-file, ...
+    bool mayBeNone = false;
 
     /// Adds --<name>-file and --<name>-fd; with `allowNone` also --no-<name>. @param name  "password", "new-password", "pin"
     void Define(Options& options, const std::string& name, bool allowNone = false);
     bool IsGiven() const { return !file.empty() || descriptor >= 0 || none; }
+    /// What it is called: "password", "new PIN".
+    std::string Words() const;
 };
 
 /// Gets a password that exists: from its source or, without one, from the prompt.
@@ -49,10 +54,11 @@ struct PasswordSource {
 /// @throws Fault when there is neither source nor terminal; Stopped on Ctrl-C, with the terminal as it was
 void GetPassword(const PasswordSource& source, const std::string& prompt, Secret& password);
 
-/// Gets a new password; at the prompt it is typed twice. An empty one is refused: `--no-password` says that none is wanted.
+/// Gets a new password; at the prompt it is typed twice. An empty one is refused: an option of the source says that none is wanted.
 void GetNewPassword(const PasswordSource& source, const std::string& prompt, Secret& password);
 
-/// Asks a question on the terminal. @throws Fault that names `option` when there is no terminal to ask at
-bool Confirm(const std::string& question, const std::string& option);
+/// Asks a question on the terminal, below lines that tell what it is about.
+/// @throws Fault that names `option` when there is no terminal to ask at
+bool Confirm(const std::string& question, const std::string& option, const std::vector<std::string>& about = {});
 
 }  // namespace cli

@@ -1,4 +1,6 @@
 // nal settings
+#include <unistd.h>
+
 #include "cli/commands.h"
 #include "cli/home.h"
 #include "cli/program.h"
@@ -23,7 +25,7 @@ struct Settings {
         o.Example("nal settings --set-transport /var/lib/vpn/transport", "Sets the transport folder once and for all");
     }
 
-    Outcome Run(const Globals&) {
+    Outcome Run(const Globals& globals) {
         SavedSettings saved = LoadSettings();
         bool change = false;
         const auto absolute = [](const std::string& path) {
@@ -45,11 +47,12 @@ struct Settings {
             change = true;
         }
         if (!flags.empty()) {
-            char* end = nullptr;
-            const unsigned long value = std::strtoul(flags.c_str(), &end, 0);
-            if (*end != '\0' || flags[0] == '-' || value > 0xFFFFFFFFUL) UsageFault("'" + flags + "' is not a number of 32 bits");
-            saved.flags = static_cast<unsigned>(value);
+            if (!ParseFlags(flags, saved.flags)) UsageFault("'" + flags + "' is not a number of 32 bits");
+            saved.badFlags.clear();
             change = true;
+        }
+        if (!saved.badFlags.empty() && !globals.quiet) {
+            WriteAll(STDERR_FILENO, "nal settings: the flags were no number (" + Printable(saved.badFlags) + "); they count as 0: set them with --set-flags\n");
         }
         if (change) SaveSettings(saved);
         char number[16];

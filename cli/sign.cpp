@@ -63,9 +63,9 @@ struct Sign {
             pem |= message->WasPem();
         }
         if (output.empty()) output = !add.empty() ? add : file == "-" ? "-" : file + c_NAL_SIGNED_FILE_EXT;
-        OutputFile target(output, force || output == add);
-        if (target.IsSameFileAs(file)) UsageFault("the output is the file that is signed", "Name another with -o.");
-        CheckStreams(globals);
+        RefuseJsonWith(output, globals);
+        OutputFile target(output, force || output == add, pem ? "CMS" : nullptr);
+        target.RefuseInput(file, "signed");
 
         std::unique_ptr<InputFile> content;
         if (!file.empty()) content = std::make_unique<InputFile>(file, false);
@@ -93,7 +93,7 @@ struct Sign {
             }
         }
         if (status != TOO_OK) Refused(status, signer);
-        target.Finish(pem ? "CMS" : nullptr);
+        target.Finish();
         Outcome outcome;
         if (output == "-") return outcome;
         outcome.data = {{"output", output}, {"attached", isAttached}, {"signer", CertificateSummary(Decoded(signer))}};
@@ -104,10 +104,6 @@ struct Sign {
         unsigned algId = 0;
         unsigned key = 0;
         if (!GetAlgIDFromOID(hash.data(), static_cast<unsigned>(hash.size()), algId, key)) UsageFault("'" + hash + "' is not the OID of a hash");
-    }
-
-    void CheckStreams(const Globals& globals) const {
-        if (output == "-" && globals.json) UsageFault("--json and the message cannot both go to standard output", "Name a file: -o FILE");
     }
 
     [[noreturn]] void Refused(int status, const CNALCertContext& signer) const {
@@ -149,8 +145,9 @@ struct Unsign {
             if (file != "-" && !has) UsageFault("where is the content to go? Name it with -o");
             output = file == "-" ? "-" : file.substr(0, file.size() - ending.size());
         }
-        if (output == "-" && globals.json) UsageFault("--json and the content cannot both go to standard output", "Name a file: -o FILE");
+        RefuseJsonWith(output, globals);
         OutputFile target(output, force);
+        target.RefuseInput(file, "read");
         const MessageFile message(file);
         if (!message.IsAttached()) {
             throw Fault(kInput, message.File().Name() + " does not carry its content: it was signed detached", "The content is the file that it came with.",

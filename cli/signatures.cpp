@@ -68,11 +68,11 @@ struct EditOptions {
             throw Fault(kInput, message.File().Name() + " has no signature " + std::to_string(number) + "; it has " + std::to_string(count),
                         "See: nal signatures list", TOO_E_RANGE);
         }
-        OutputFile target(output, force);
+        OutputFile target(output, force, message.PemLabel());
         CNALSignData out;
         const Progress progress("writing " + target.Name(), globals);
         About(message.File().Name(), [&] { edit(message.Message(), static_cast<int>(number) - 1, out); });
-        WriteMessage(out, target, message.WasPem());
+        WriteMessage(out, target);
         Outcome outcome;
         if (output != "-") outcome.data = {{"output", output}, {"signatures", out.signerInfos.size()}};
         return outcome;
@@ -122,7 +122,7 @@ struct Merge {
                 throw Fault(kInput, messages[i]->File().Name() + " is not about the same content as " + messages.front()->File().Name(), "", status.GetCode());
             }
         }
-        WriteMessage(merged, target, false);
+        WriteMessage(merged, target);
         Outcome outcome;
         if (output != "-") outcome.data = {{"output", output}, {"signatures", merged.signerInfos.size()}};
         return outcome;

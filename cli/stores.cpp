@@ -58,8 +58,7 @@ CNALCertStorage OpenStore(const std::string& path, bool create) {
             throw Fault(kInput, path + " is damaged, or no certificate store",
                         "nal store check tells what is wrong, nal store salvage brings back what it still holds.", TOO_E_READ);
         }
-        const bool isInput = error == ENOENT || error == EISDIR || error == ENOTDIR;
-        throw Fault(isInput ? kInput : kSystem, "cannot open the store " + path + ": " + std::strerror(error),
+        throw Fault(ExitOfErrno(error), "cannot open the store " + path + ": " + std::strerror(error),
                     error == EACCES || error == EROFS ? "Check who may read and write it and its folder." : "Check the path.",
                     TOOStatusFromErrno(error, TOO_E_OPEN));
     }
@@ -93,17 +92,17 @@ bool Matches(const CNALX509Certificate& certificate, const std::string& id) {
 
 CNALCertContext SelectOne(const CNALCertStorage& storage, const std::string& id, const std::string& where) {
     std::list<CNALCertContext> found;
-    std::string listing;
+    std::vector<std::string> listing;
     for (const CNALCertContext& context : AllCertificates(storage)) {
         const CNALX509Certificate certificate = Decoded(context);
         if (!Matches(certificate, id)) continue;
         found.push_back(context);
-        listing += "\n  " + Hex(context.GetSubjectKeyId()) + "  " + TextOf(certificate.m_info.m_subject);
+        listing.push_back(Hex(context.GetSubjectKeyId()) + "  " + TextOf(certificate.m_info.m_subject));
     }
     if (found.empty()) throw Fault(kInput, "no certificate in " + where + " matches '" + id + "'", "nal cert list shows what is there.", TOO_E_NOT_FOUND);
     if (found.size() > 1) {
-        throw Fault(kInput, std::to_string(found.size()) + " certificates in " + where + " match '" + id + "':" + listing,
-                    "Give more digits of the key identifier.", TOO_E_NOT_FOUND);
+        throw Fault(kInput, std::to_string(found.size()) + " certificates in " + where + " match '" + id + "':", "Give more digits of the key identifier.",
+                    TOO_E_NOT_FOUND, listing);
     }
     return found.front();
 }

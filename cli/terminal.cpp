@@ -71,15 +71,11 @@ bool UseColour(int descriptor) {
     return IsTerminal(descriptor) && (no == nullptr || *no == '\0') && !(term != nullptr && std::string_view(term) == "dumb");
 }
 
-std::string Printable(std::string_view text, bool lines) {
+std::string Printable(std::string_view text) {
     std::string out;
     Walk(
         text, [&](std::string_view run) { out += run; },
         [&](char32_t c, unsigned char byte) {
-            if (lines && c == '\n') {
-                out += '\n';
-                return;
-            }
             char escape[16];
             if (c == kBadByte || c < 0x80) {
                 std::snprintf(escape, sizeof escape, "\\x%02X", byte);
@@ -129,12 +125,14 @@ std::string Coloured(const std::string& text, Colour colour, bool use) {
     return "\x1B[" + std::string(code) + "m" + text + "\x1B[0m";
 }
 
-int WriteAll(int descriptor, std::string_view text) {
+int WriteAll(int descriptor, std::string_view text, bool (*stop)()) {
     while (!text.empty()) {
         const ssize_t written = ::write(descriptor, text.data(), text.size());
-        if (written < 0 && errno == EINTR) continue;
+        if (written < 0 && errno == EINTR && (stop == nullptr || !stop())) continue;
         if (written < 0) return errno;
         text.remove_prefix(static_cast<std::size_t>(written));
+        // A write that had begun when the signal came tells what it wrote, and nothing of the signal.
+        if (!text.empty() && stop != nullptr && stop()) return EINTR;
     }
     return 0;
 }

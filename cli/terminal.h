@@ -12,8 +12,8 @@ bool IsTerminal(int descriptor);
 bool UseColour(int descriptor);
 
 /// Text from outside, made harmless: control characters, bytes that are no UTF-8, and invisible characters that turn or hide what
-/// stands beside them become escapes such as \x1B and \u{202E}. Line ends too, unless `lines`.
-std::string Printable(std::string_view text, bool lines = false);
+/// stands beside them become escapes such as \x1B and \u{202E}. Line ends too.
+std::string Printable(std::string_view text);
 
 /// JSON text with the same characters, which can only stand in its strings, as \uXXXX.
 std::string PrintableJson(std::string_view json);
@@ -27,7 +27,8 @@ enum class Colour { None, Good, Bad, Warning, Label };
 std::string Coloured(const std::string& text, Colour colour, bool use);
 
 /// Writes all of a text to a descriptor.
-/// @return 0, or the errno
-int WriteAll(int descriptor, std::string_view text);
+/// @param stop  asked when a signal came meanwhile: whether the writing ends; null: it goes on
+/// @return 0, or the errno: EINTR when it was to stop
+int WriteAll(int descriptor, std::string_view text, bool (*stop)() = nullptr);
 
 }  // namespace cli

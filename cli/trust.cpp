@@ -79,13 +79,13 @@ struct Add {
     void Confirmed(const CNALX509Certificate& certificate, const std::string& print) const {
         if (!fingerprint.empty()) {
             if (Digits(fingerprint) == Digits(print)) return;
-            throw Fault(kCheckFailed, "the fingerprint is not the one you gave; it is\n  " + print, "This is not the root that you were told of. Nothing was changed.",
-                        TOO_E_CERT_REFUSED);
+            throw Fault(kCheckFailed, "the fingerprint is not the one you gave; it is", "This is not the root that you were told of. Nothing was changed.",
+                        TOO_E_CERT_REFUSED, {print});
         }
-        const std::string question = "subject      " + Printable(TextOf(certificate.m_info.m_subject)) + "\nserial       " +
-                                     SerialText(certificate.m_info.m_serialNumber) + "\nfingerprint  " + print +
-                                     "\nIs this the fingerprint that the key centre told you, and is this root to be trusted?";
-        if (!yes && !Confirm(question, "--fingerprint HEX (or --yes)")) throw Fault(kUsage, "nothing was changed", "It was not confirmed.");
+        const std::vector<std::string> about = {"subject      " + TextOf(certificate.m_info.m_subject),
+                                                "serial       " + SerialText(certificate.m_info.m_serialNumber), "fingerprint  " + print};
+        const char* question = "Is this the fingerprint that the key centre told you, and is this root to be trusted?";
+        if (!yes && !Confirm(question, "--fingerprint HEX (or --yes)", about)) throw Fault(kUsage, "nothing was changed", "It was not confirmed.");
     }
 };
 

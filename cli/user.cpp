@@ -34,8 +34,9 @@ Json ProtectionJson(DWORD protection) {
 }
 
 Json ContainerKeyJson(const CNALUserKeyInfo& key) {
-    Json json = {{"type", key.GetKeyType() == AT_SIGNATURE ? "signature" : key.GetKeyType() == AT_KEYEXCHANGE ? "exchange" : "unknown"}};
+    Json json = {{"type", "unknown"}};  // as it stays for a damaged key, which is no reason to show no other
     try {
+        json["type"] = key.GetKeyType() == AT_SIGNATURE ? "signature" : key.GetKeyType() == AT_KEYEXCHANGE ? "exchange" : "unknown";
         const CNALCertPublicKeyInfo publicKey = key.GetPublicKey();
         json["key"] = KeyJson(publicKey);
         json["key_fingerprint"] = NALGetFingerprint(publicKey.WriteData()).str();
@@ -75,13 +76,13 @@ CNALCertContext UserCertificate(const CNALUser& user, const std::string& id, boo
     const bool isFile = !id.empty() && (CTOOFile::Exists(id) || id.find('/') != std::string::npos);
     const CNALCertContext wanted = isFile ? ContextOf(ReadOne(id, Kind::Certificate), id) : CNALCertContext();
     std::list<CNALCertContext> fit;
-    std::string listing;
+    std::vector<std::string> listing;
     for (const CNALCertContext& certificate : all) {
         const CNALX509Certificate decoded = Decoded(certificate);
         const bool fits = isFile ? certificate == wanted
                           : id.empty() ? !forSigning || NALCanSignByCert(certificate, false, CTOOFileTime())
                                        : Matches(decoded, id);
-        listing += "\n  " + Hex(certificate.GetSubjectKeyId()) + "  " + TextOf(decoded.m_info.m_subject);
+        listing.push_back(Hex(certificate.GetSubjectKeyId()) + "  " + TextOf(decoded.m_info.m_subject));
         if (fits) fit.push_back(certificate);
     }
     if (fit.size() == 1) return fit.front();
@@ -91,10 +92,11 @@ CNALCertContext UserCertificate(const CNALUser& user, const std::string& id, boo
         throw Fault(kKeys, name + " has no certificate", "Ask for one with nal request new, and put it there with nal request install.", TOO_E_NOT_FOUND);
     }
     if (fit.empty()) {
-        throw Fault(kKeys, name + " has no certificate " + (id.empty() ? "that may sign now" : "that matches '" + id + "'") + "; it has:" + listing,
-                    id.empty() ? "Renew the key with nal request renew, or name a certificate with --cert." : "Name one of these with --cert.", TOO_E_NOT_FOUND);
+        throw Fault(kKeys, name + " has no certificate " + (id.empty() ? "that may sign now" : "that matches '" + id + "'") + "; it has:",
+                    id.empty() ? "Renew the key with nal request renew, or name a certificate with --cert." : "Name one of these with --cert.", TOO_E_NOT_FOUND,
+                    listing);
     }
-    throw Fault(kKeys, name + " has several certificates:" + listing, "Name one of these with --cert.", TOO_E_NOT_FOUND);
+    throw Fault(kKeys, name + " has several certificates:", "Name one of these with --cert.", TOO_E_NOT_FOUND, listing);
 }
 
 }  // namespace cli

@@ -1,4 +1,6 @@
 // nal verify
+#include <optional>
+
 #include "cli/commands.h"
 #include "cli/describe.h"
 #include "cli/message.h"
@@ -71,7 +73,10 @@ struct Verify {
 
     Outcome Run(const Globals& globals) {
         if (output == "-") UsageFault("the verdict goes to standard output: name a file for the content");
-        const MessageFile message(file);
+        std::optional<OutputFile> target;
+        if (!output.empty()) target.emplace(output, force).RefuseInput(file, "verified");
+        // What is verified and what is written are then one thing, whatever becomes of the file meanwhile.
+        const MessageFile message(file, target.has_value());
         const bool attached = message.IsAttached();
         if (!attached && content.empty()) {
             throw Fault(kUsage, message.File().Name() + " does not carry its content", "Name the file that was signed: nal verify MESSAGE CONTENT");
@@ -107,18 +112,18 @@ struct Verify {
         outcome.data = {{"message", file}, {"attached", attached}, {"good", good}, {"signatures", signatures}};
         outcome.text = Text(signatures, good);
         outcome.exit = good ? kGood : kCheckFailed;
-        if (!output.empty()) WriteContent(message, good, outcome);
+        if (target) WriteContent(message, good, *target, globals, outcome);
         return outcome;
     }
 
-    void WriteContent(const MessageFile& message, bool good, Outcome& outcome) const {
+    void WriteContent(const MessageFile& message, bool good, OutputFile& target, const Globals& globals, Outcome& outcome) const {
         outcome.data["output"] = good ? Json(output) : Json();
         if (!good) {
             outcome.text += "the content was not written to " + Printable(output) + "\n";
             return;
         }
-        OutputFile target(output, force);
         int status = 0;
+        const Progress progress("writing " + target.Name(), globals);
         NALRemoveSignaturesFromFile(message.File().Path().c_str(), target.Path().c_str(), nullptr, &status);
         if (status != TOO_OK) throw FaultOf(status, "writing the content", output);
         target.Finish();

@@ -131,10 +131,12 @@ struct Export {
     CentreOption centre;
     std::string serial;
     std::string out;
+    bool force = false;
 
     void Define(cli::Options& o) {
         o.Value("SERIAL", serial, "SERIAL", "Serial number of the certificate")->required();
         o.Out("OUT", out, "Where it goes, DER")->required();
+        o.Flag("-f,--force", force, "Replaces a file that is there");
         centre.Define(o, false);
         o.Example("nal-keycentre export 4EC0B9642FC38A320000000712AB0000 ivan.cer", "Writes a certificate that was issued");
     }
@@ -145,8 +147,8 @@ struct Export {
         return cli::About(centre.Folder(), [&] {
             const auto record = opened.GetRecords().FindSerial(number);
             if (!record || record->certificate.IsEmpty()) throw XTOOStatus(TOO_E_NOT_FOUND, "no certificate has the serial number " + CTOOString(serial));
-            cli::OutputFile output(out, true);
-            output.Write(record->certificate, nullptr);
+            cli::OutputFile output(out, force);
+            output.Write(record->certificate);
             cli::Outcome outcome;
             if (!output.IsStandardOutput()) outcome.data = {{"serial", SerialText(number)}, {"file", out}};
             return outcome;

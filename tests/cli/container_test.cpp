@@ -8,7 +8,7 @@ using CliContainer = Cli;
 
 TEST_F(CliContainer, LivesThroughAllCommands) {
     RunAll({
-        {"printf 'first\\n' > pw; printf 'second\\r\\n' > pw2; printf wrong > bad; : > none; printf 'a\\nb\\n' > two; printf 'a\\0b' > zero; chmod 600 *", 0, ""},
+        {"printf 'first\\n' > pw; printf 'second\\r\\n' > pw2; printf wrong > bad; : > none; printf 'a\\nb\\n' > two; printf 'a\\0b' > zero; printf 1234 > pin; chmod 600 *", 0, ""},
         {"nal container list", 0, "", "no containers in @/home/csp"},
         {"exec setsid -w @NAL@ container create ivan", 4, "there is no terminal to ask at"},
         {"nal container create ivan --password-file none", 4, "the new password is empty"},
@@ -39,6 +39,17 @@ TEST_F(CliContainer, LivesThroughAllCommands) {
         {"exec setsid -w @NAL@ container delete @/moved.keys", 2, "Give --yes to confirm it"},
         {"nal container delete @/moved.keys --yes", 0, "", "deleted"},
         {"nal container delete @/moved.keys --yes", 4, "moved.keys"},
+        {"nal container create p --password-file pw --pin-file none", 4, "the new PIN is empty\n  Choose one."},
+        {"nal container show p", 4, "container p"},
+        {"nal container create p --password-file pw --pin-file pin", 0, "", "PIN"},
+        {"nal container passwd p --password-file pw --pin-file bad --new-pin-file none", 4, "the password or PIN is wrong"},
+        {"exec setsid -w @NAL@ container passwd p --password-file pw", 4, "a PIN is needed, and there is no terminal to ask at\n  Give it with --pin-file FILE or --pin-fd N."},
+        // Both new secrets are there before one is changed.
+        {"nal container passwd p --password-file pw --pin-file pin --new-password-file pw2 --new-pin-file none", 4,
+         "the new PIN is empty\n  Choose one, or say that there is to be none: --no-new-pin."},
+        {"nal container passwd p --password-file pw --pin-file pin --new-password-file pw2 --new-pin-file nowhere", 4, "cannot read the new PIN from nowhere"},
+        {"nal container passwd p --password-file pw --pin-file pin --new-password-file none", 4, "--no-new-password"},
+        {"nal container passwd p --password-file pw --pin-file pin --no-new-pin", 0, "", "protection  password\n"},
         {"nal container list --folder nowhere", 3, "nowhere is no folder"},
         {"chmod 644 pw; nal container create c --password-file pw", 0, "others may read the password file", "password"},
     });

@@ -25,10 +25,13 @@ TEST_F(Cli, CommandLines) {
         {"nal hash ''", 2, "the path is empty"},
         {"nal hash - -", 2, "standard input (\"-\") is named more than once"},
         {"nal sign - -k ivan --password-fd 0", 2, "standard input (\"-\") is named more than once"},
+        {"nal encrypt - --to -", 2, "standard input (\"-\") is named more than once"},
         {"nal cert list --store -", 2, "cannot be standard input"},
         // A file may be called like a command, and may begin like a list.
         {"echo x > verify; nal hash verify", 0, "", "  verify"},
         {"echo x > '[a,b]'; nal hash '[a,b]'", 0, "", "[a,b]"},
+        {"echo x > a; nal hash '[a]'", 3, "cannot read ./[a]"},
+        {"nal name CN=A -o '[n]' && ls '[n]'", 0, "", "[n]"},
         {"echo x > -- ; nal hash -- --", 0, "", "  --"},
         {"nal --quiet --home @/home hash verify --json", 0, "", "\"hash\""},
     });
@@ -65,7 +68,21 @@ TEST_F(Cli, Outputs) {
         {"eval \"$(nal help --completion bash)\"; COMP_WORDS=(nal cert show --js) COMP_CWORD=3; _nal; echo ${COMPREPLY[*]}", 0, "", "--json"},
         // A reader that has seen enough is no reason for words.
         {"exec 3> >(:); wait $!; nal help >&3; echo $? >&2", 0, "5"},
+        {"exec 3> >(:); wait $!; nal name CN=A -o - >&3; echo $?", 0, "", "5"},
+        // Closed from outside, they are nobody else's, and their use fails.
+        {"nal help >&-", 5, "cannot write to standard output: Bad file descriptor"},
+        {"nal hash - <&-", 3, "cannot read standard input: Bad file descriptor"},
+        {"nal trust list; nal name CN=A -o n.der <&- >&- 2>&-; nal name --der n.der", 0, "", "cn=A"},
+        {"nal name CN=A -o n.der", 3, "n.der is there already\n  Name another file, or replace it with --force."},
+        {"nal name CN=B -o n.der --force && nal name --der n.der", 0, "", "cn=B"},
+        {"nal name CN=B -o @", 3, "is a folder"},
+        {"nal name CN=B -o /sys/n.der", 5, "/sys/n.der"},
     });
+    for (const char* command : {"name CN=A", "cert export x", "request new -k i -s CN=I", "request renew -k i", "sign d -k i", "unsign d", "encrypt d -t i", "decrypt d -k i",
+                                "signatures extract d 1", "signatures delete d 1", "signatures merge d e"}) {
+        RunAll({{"nal " + std::string(command) + " --json -o -", 2, "--json and the output cannot both go to standard output"}});
+    }
+    RunAll({{"nal cert export x --json", 2, "cannot both go to standard output"}, {"nal decrypt - -k i --json", 2, "cannot both go to standard output"}});
     EXPECT_TRUE(HasShape(RunJson("nal hash nowhere", 3), "error:{ exit:n status:n message:s hint:s }"));
     EXPECT_TRUE(HasShape(RunJson("nal nonsense", 2), "error:{ exit:n status:n message:s hint:s }"));
     EXPECT_TRUE(HasShape(RunJson("nal settings"), "version:s home:s settings:s store:s containers:s trust:s transport:s? flags:s"));
@@ -91,7 +108,10 @@ TEST_F(Cli, Settings) {
         {"nal settings --set-flags -1", 2, "is not a number"},
         {"nal settings --set-transport ''", 0, "", "transport   -"},
         {"nal settings --home /sys/nal --set-flags 1", 5, "cannot make the folder \"/sys/nal\""},
-        {"printf '[nal]\\nflags=zz\\n' > home/nal.conf; nal settings", 3, "\"flags\" is no number"},
+        {"printf '[nal]\\nflags=zz\\n' > home/nal.conf; nal cert list", 3, "\"flags\" is no number: zz\n  Set them anew: nal settings --set-flags 0"},
+        {"nal help cert", 0, "", "cert import"},
+        {"nal settings", 0, "the flags were no number (zz)", "flags       0x0"},
+        {"nal settings --set-flags 1 && nal cert list", 0, "", "0x1"},
     });
 }
 

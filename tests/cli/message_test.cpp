@@ -59,6 +59,12 @@ TEST_F(CliMessage, Sign) {
         {"cat doc | nal sign - -k ./ivan.keys --password-file pw > piped.p7s && nal signatures list piped.p7s", 0, "", "attached      yes"},
         {"cat doc | nal sign - -k ./ivan.keys --password-file pw --json", 2, "cannot both go to standard output"},
         {"nal sign doc -k ./ivan.keys --password-file pw -o - > /dev/full", 5, "standard output"},
+        {"nal sign --add <(cat doc.p7s) -k ./petr.keys --password-file pw -o both2.p7s && nal signatures list both2.p7s --json | grep -c '\"number\"'", 0, "", "2"},
+        {"nal sign --add <(cat d.pem) doc -k ./petr.keys --password-file pw --again -o - | head -1", 0, "", "-----BEGIN CMS-----"},
+        // A failure on the way to PEM leaves what was there.
+        {"nal sign doc -k ./ivan.keys --password-file pw --pem -o x.pem && (ulimit -f 700; trap '' XFSZ; nal sign doc -k ./ivan.keys --password-file pw --pem -f -o x.pem); head -1 x.pem",
+         0, "x.pem", "-----BEGIN CMS-----"},
+        {"rm x.pem", 0, ""},
         // Taking apart and putting together.
         {"nal signatures extract both.p7s 2 -o petr.p7s && nal signatures delete both.p7s 2 -o ivan.p7s", 0, "", "signatures  1"},
         {"nal signatures extract both.p7s 3 -o x", 3, "has no signature 3; it has 2"},
@@ -78,6 +84,10 @@ TEST_F(CliMessage, Verify) {
         {"nal sign doc -k ./ivan.keys --password-file pw && nal verify doc.p7s", 0, "", "all signatures are valid"},
         {"nal sign --add doc.p7s -k ./petr.keys --password-file pw && nal verify doc.p7s -o out && cmp out doc", 0, "", "signature 2: valid"},
         {"nal verify < doc.p7s -", 0, "", "all signatures are valid"},
+        {"nal verify <(cat doc.p7s)", 0, "", "all signatures are valid"},
+        {"nal verify <(cat doc.p7s) -o - -f", 2, "name a file for the content"},
+        {"nal verify doc.p7s -o out", 3, "out is there already"},
+        {"for c in verify unsign; do nal $c doc.p7s -o doc.p7s -f && break; done; nal verify doc.p7s", 0, "the output is the file that is", "all signatures are valid"},
         {"nal sign doc -k ./ivan.keys --password-file pw -d --pem -o d.pem && nal verify d.pem doc", 0, "", "all signatures are valid"},
         {"nal verify d.pem", 2, "does not carry its content"},
         {"nal verify d.pem ivan.cer", 1, "", "the signature does not hold"},
@@ -92,6 +102,7 @@ TEST_F(CliMessage, Verify) {
         {"nal unsign d.pem -o x", 3, "does not carry its content"},
         {"base64 -w 64 doc.p7s | sed '1i -----BEGIN PKCS7-----' | sed '$a -----END PKCS7-----' > doc.pem; nal unsign doc.pem -q -o - | cmp - doc", 0, ""},
         {"nal verify doc.pem", 0, "", "all signatures are valid"},
+        {"(seq 10000; cat doc.pem) | nal verify -", 0, "", "all signatures are valid"},
         {"nal sign --add doc.pem -k ./ivan.keys --password-file pw --again && head -1 doc.pem && nal verify doc.pem", 0, "", "all signatures are valid"},
         {"nal unsign doc.p7s", 3, "doc is there already"},
     });
@@ -113,6 +124,7 @@ TEST_F(CliMessage, Encrypt) {
         {"nal decrypt doc.p7m -k ./petr.keys --password-file pw -o out && cmp out doc", 0, "", "out"},
         {"nal decrypt doc.p7m -k ./ivan.keys --password-file pw -o - | cmp - doc", 0, ""},
         {"nal decrypt doc.p7m -k ./ivan.keys --password-file pw", 3, "doc is there already"},
+        {"nal decrypt doc.p7m -k ./ivan.keys --password-file pw -o doc.p7m -f", 2, "the output is the file that is decrypted"},
         {"nal encrypt doc --to signer.cer -o x", 1, "the key usage of this certificate does not allow"},
         {"nal encrypt doc --to stranger.cer -o x", 1, "the certificate does not verify"},
         {"ls x", 2, "x"},
@@ -127,6 +139,45 @@ TEST_F(CliMessage, Encrypt) {
     });
     EXPECT_TRUE(HasShape(RunJson("nal encrypt doc --to ivan.cer -o z.p7m"),
                          "output:s recipients:[ subject:s issuer:s serial:s not_before:s not_after:s key_id:s ]"));
+}
+
+TEST_F(CliMessage, SignalsLeaveNothing) {
+    const std::string start = "until ls tmp/nal-* || ! kill -0 $p; do sleep .05; done >/dev/null 2>&1; sleep .3; kill -TERM $p; ";
+    RunAll({
+        {"mkdir tmp; mkfifo full wait; seq 3000000 > big; nal sign big -k ./ivan.keys --password-file pw -q && nal encrypt doc --to ivan.cer && "
+         "nal cert import ivan.cer", 0, "", "new"},
+        // A reader that reads no more is not waited for.
+        {"true; sleep 60 < full & reader=$!; TMPDIR=@/tmp @NAL@ unsign big.p7s -o full & p=$!; " + start + "wait $p; echo $?; kill $reader", 0,
+         "stopped; nothing was left behind", "143\n"},
+        {"[ -z \"$(ls -A tmp)\" ]", 0},
+        // A second signal ends what does not hear the first: here, while another process has the store.
+        {"true; (exec 9< home/csp/ormatek/storage/cstore.dat.lock; flock 9; exec sleep 60) & holder=$!; sleep .3; TMPDIR=@/tmp @NAL@ decrypt doc.p7m "
+         "-k ./ivan.keys --password-file pw -o wait & p=$!; " + start + "sleep 3.2; ls tmp; kill -TERM $p; wait $p; echo $?; kill $holder", 0, "", "nal-"},
+        {"[ -z \"$(ls -A tmp)\" ]", 0},
+    });
+}
+
+// Every command that reads a file refuses what is none of its kind, says so, and makes nothing. The exit codes are those for a folder, an
+// empty file, one of 300 MiB, noise, and none.
+TEST_F(CliMessage, BadInputs) {
+    Run("nal sign doc -k ./ivan.keys --password-file pw -d -o d.p7s; mkdir folder; : > empty; truncate -s 300M huge; (printf '\\x30\\x82'; seq 2000) > noise; chmod 600 *");
+    const std::string key = " -k ./ivan.keys --password-file pw";
+    const struct {
+        std::string command;
+        const char* exits = "33333";
+    } cases[] = {{"cert show $f"}, {"cert import $f"}, {"cert verify ./$f"}, {"cert verify ivan.cer --with $f"}, {"cert verify ivan.cer --crl $f"},
+                 {"crl show $f"}, {"crl import $f"}, {"crl check $f"}, {"crl check root.crl --issuer $f"},
+                 {"crl check root.crl --cert $f"}, {"trust add $f --yes"}, {"trust add root.cer --yes --crl $f"}, {"verify $f"}, {"verify $f doc"},
+                 {"unsign $f -o x"}, {"signatures list $f"}, {"signatures extract $f 1 -o x"}, {"signatures delete $f 1 -o x"},
+                 {"signatures merge d.p7s $f -o x"}, {"sign doc -o x --add $f" + key}, {"sign doc -o x -c ./$f" + key}, {"decrypt $f -o x" + key},
+                 {"encrypt doc -o x --to ./$f"}, {"name --der $f -o x"}, {"store check $f", "31113"}, {"store salvage $f x"}, {"dh list --file $f"},
+                 {"container show ./$f", "44444"}, {"sign doc -o x -k ./$f", "44444"}, {"sign doc -o x -k ./ivan.keys --password-file $f", "44444"}};
+    for (const auto& [command, exits] : cases) {
+        SCOPED_TRACE(command);
+        const ProcessResult result = Run("for f in folder empty huge noise nowhere; do nal " + command + " > out 2> err; e=$?; printf $e; [ -s err ] || [ $e = 1 ] || echo silent; done");
+        EXPECT_EQ(result.output, exits);
+    }
+    RunAll({{"ls x", 2, "x"}, {"nal trust list", 0, "", "root"}});
 }
 
 }  // namespace

@@ -22,6 +22,14 @@ TEST_F(CliRequest, FromTheFirstRequestToTheRenewedKey) {
         {"nal-keycentre init --root CN=Root --network 12ab --centre c --password-file cpw > init; nal-keycentre publish net --centre c --password-file cpw > published", 0, ""},
         {"nal trust add c/root.cer --crl c/crl/root.crl --yes", 0, "", "trusted"},
 
+        // Nothing is made whose request cannot be written.
+        {"echo > there; nal request new -k ivan --subject CN=Ivan --password-file pw -o there", 3, "there is there already"},
+        {"nal request new -k ivan --subject CN=Ivan --password-file pw -o nowhere/x", 3, "there is no folder nowhere"},
+        {"nal request list; nal container list", 0, "", "no containers"},
+        {"cp -r net net2; nal request new -k full --subject CN=Full --password-file pw -o - --home @/home2 --transport net2 > /dev/full", 5,
+         "This was done before and stays:\n  request "},
+        {"nal request list --home @/home2 --transport net2", 0, "", "cn=Full"},
+
         {"nal request new -k ivan --subject CN=Ivan --password-file pw -o ivan.p10", 0, "", "status       made"},
         {"nal cert show ivan.p10", 3, "ivan.p10 is a certification request, not a certificate"},
         {"nal request list", 0, "", "made"},
@@ -37,7 +45,8 @@ TEST_F(CliRequest, FromTheFirstRequestToTheRenewedKey) {
 
         // Renewed with another algorithm; a repeat shows the request and makes no key.
         {"nal request renew -k ivan --password-file pw --algorithm 1.2.643.2.2.98", 0, "", "1.2.643.2.2.98"},
-        {"nal request renew -k ivan --password-file pw", 0, "", "no new key was made"},
+        {"nal request renew -k ivan --password-file pw -o again.p10", 0, "", "no new key was made"},
+        {"nal request renew -k ivan --password-file pw -o - | cmp - again.p10", 0, "no new key was made"},
         {"nal request renew -k ivan --password-file pw --algorithm 1.2.643.2.2.19", 3, "waits for its answer, for a key of another algorithm"},
         {"nal container show ivan --json | grep -c '\"created\"'", 0, "", "2"},
         {"nal-keycentre serve-folder net --centre c --password-file cpw > served; nal request install --password-file pw", 0, "", "installed"},

@@ -16,12 +16,13 @@ namespace {
 // The program on a terminal of its own.
 class OnTerminal {
 public:
-    OnTerminal(const std::string& home, const std::vector<std::string>& arguments) {
+    OnTerminal(const std::string& home, const std::vector<std::string>& arguments, const char* noColour = nullptr) {
         m_child = ::forkpty(&m_master, nullptr, nullptr, nullptr);
         if (m_child != 0) return;
         ::setenv("NAL_HOME", home.c_str(), 1);
         ::setenv("TERM", "xterm", 1);
         ::unsetenv("NO_COLOR");
+        if (noColour != nullptr) ::setenv("NO_COLOR", noColour, 1);
         std::vector<char*> pointers;
         std::vector<std::string> texts = arguments;
         texts.insert(texts.begin(), BinaryDir() + "/cli/nal");
@@ -56,6 +57,18 @@ public:
         termios state{};
         return ::tcgetattr(m_master, &state) == 0 && (state.c_lflag & ECHO) != 0;
     }
+    // Waits until what is typed is not shown, for at most ten seconds.
+    bool WaitForQuiet() const {
+        for (int i = 0; i < 1000 && Echoes(); ++i) ::usleep(10000);
+        return !Echoes();
+    }
+    void Signal(int number) const { ::kill(m_child, number); }
+    // @return whether the program was suspended, not ended
+    bool WaitForStop() const {
+        int status = 0;
+        return ::waitpid(m_child, &status, WUNTRACED) == m_child && WIFSTOPPED(status);
+    }
+    void Forget() { m_shown.clear(); }
     // Reads to the end. @return the status of waitpid
     int End() {
         WaitFor("\x01 never");
@@ -86,6 +99,38 @@ TEST_F(Cli, PasswordsAreTypedUnseen) {
     RunAll({{"printf secret > pw; chmod 600 pw; nal container passwd ivan --password-file pw --new-password-file pw", 0, "", "password"}});
 }
 
+TEST_F(Cli, APasswordFromADescriptorThatIsTheTerminalIsTypedUnseen) {
+    OnTerminal program(Path("home"), {"container", "create", "ivan", "--password-fd", "0"});
+    ASSERT_TRUE(program.WaitForQuiet());
+    program.Type("secret\n");
+    const int status = program.End();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << program.Shown();
+    EXPECT_EQ(program.Shown().find("secret"), std::string::npos) << program.Shown();
+}
+
+TEST_F(Cli, ASuspendedPromptGivesTheTerminalBack) {
+    OnTerminal program(Path("home"), {"container", "create", "ivan"});
+    ASSERT_TRUE(program.WaitFor("New password of container ivan: "));
+    EXPECT_FALSE(program.Echoes());
+    program.Forget();
+    program.Type("\x1A");
+    ASSERT_TRUE(program.WaitForStop());
+    EXPECT_TRUE(program.Echoes());
+    program.Signal(SIGCONT);
+    ASSERT_TRUE(program.WaitFor("New password of container ivan: "));
+    EXPECT_FALSE(program.Echoes());
+    program.Type("\n");
+    EXPECT_TRUE(program.WaitFor("the new password is empty"));
+}
+
+TEST_F(Cli, NothingIsColouredWithNoColor) {
+    OnTerminal program(Path("home"), {"settings"}, "1");
+    const int status = program.End();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_NE(program.Shown().find("home"), std::string::npos);
+    EXPECT_EQ(program.Shown().find('\x1B'), std::string::npos) << program.Shown();
+}
+
 TEST_F(Cli, PasswordsThatDifferMakeNothing) {
     OnTerminal program(Path("home"), {"container", "create", "ivan"});
     ASSERT_TRUE(program.WaitFor("ivan: "));
@@ -109,16 +154,19 @@ TEST_F(Cli, CtrlCAtAPromptGivesTheTerminalBack) {
     RunAll({{"nal container show ivan", 4, "container ivan"}});
 }
 
-TEST_F(Cli, CtrlCEndsLongWork) {
+TEST_F(Cli, ASignalEndsLongWork) {
     const std::string fifo = Path("fifo");
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    OnTerminal program(Path("home"), {"hash", fifo});
-    const int writer = ::open(fifo.c_str(), O_WRONLY);  // waits for the program to open it
-    program.Type("\x03");
-    ASSERT_TRUE(program.WaitFor("stopped; nothing was left behind")) << program.Shown();
-    const int status = program.End();
-    ::close(writer);
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << program.Shown();
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        OnTerminal program(Path("home"), {"hash", fifo});
+        const int writer = ::open(fifo.c_str(), O_WRONLY);  // waits for the program to open it
+        if (number == SIGINT) program.Type("\x03");
+        else program.Signal(number);
+        EXPECT_TRUE(program.WaitFor("stopped; nothing was left behind")) << program.Shown();
+        const int status = program.End();
+        ::close(writer);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == number) << program.Shown();
+    }
 }
 
 TEST_F(Cli, ConfirmationIsAskedFor) {

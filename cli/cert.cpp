@@ -1,4 +1,6 @@
 // nal cert: show, import, export, list, find, delete
+#include <map>
+
 #include "cli/commands.h"
 #include "cli/describe.h"
 #include "cli/files.h"
@@ -27,13 +29,10 @@ struct Show {
     Outcome Run(const Globals&) {
         Outcome outcome;
         outcome.data = Json::array();
-        for (const std::string& path : files) {
-            for (const IdentObj& der : ReadAll(path, Kind::Certificate, true)) {
-                Json json = {{"file", path}};
-                json.update(CertificateJson(DecodeCertificate(der, NameOf(path))));
-                outcome.data.push_back(std::move(json));
-            }
-        }
+        ForAll(files, Kind::Certificate, [&](const std::string& path, const IdentObj& der) {
+            outcome.data.push_back({{"file", path}});
+            outcome.data.back().update(CertificateJson(DecodeCertificate(der, NameOf(path))));
+        });
         return outcome;
     }
 };
@@ -51,35 +50,49 @@ struct Import {
 
     Outcome Run(const Globals&) {
         std::list<CNALCertContext> certificates;
-        for (const std::string& path : files) {
-            for (const IdentObj& der : ReadAll(path, Kind::Certificate, true)) {
-                const std::string why = WhyNotKept(DecodeCertificate(der, NameOf(path)));
-                if (!why.empty()) {
-                    throw Fault(kInput, NameOf(path) + ": the certificate " + why + ", so no store can keep it",
-                                "Ask its issuer for one with a key identifier of 20 bytes.", TOO_E_CERT_REFUSED);
-                }
-                certificates.push_back(ContextOf(der, NameOf(path)));
+        ForAll(files, Kind::Certificate, [&](const std::string& file, const IdentObj& der) {
+            const std::string name = NameOf(file);
+            const std::string why = WhyNotKept(DecodeCertificate(der, name));
+            if (!why.empty()) {
+                throw Fault(kInput, name + ": the certificate " + why + ", so no store can keep it",
+                            "Ask its issuer for one with a key identifier of 20 bytes.", TOO_E_CERT_REFUSED);
             }
-        }
+            certificates.push_back(ContextOf(der, name));
+        });
         const std::string path = store.Path();
         CNALCertStorage storage = OpenStore(path, true);
         Outcome outcome;
         outcome.data = {{"store", path}, {"imported", Json::array()}};
+        struct Seen {
+            CNALCertContext certificate;
+            std::size_t row;
+            bool isFresh;
+        };
+        std::map<std::string, Seen> kept;  // by key identifier: what the store will hold
         for (const CNALCertContext& certificate : certificates) {
             Json json = CertificateSummary(Decoded(certificate));
-            CRYPT_HASH_BLOB context{sizeof(CERT_CONTEXT), const_cast<BYTE*>(reinterpret_cast<const BYTE*>(certificate.GetContext()))};
-            std::list<CNALCertContext> same;
-            storage.FindCertList(same, CERT_FIND_EXISTING, &context);
-            const bool isThere = !same.empty() && same.front() == certificate;
-            json["result"] = same.empty() ? "new" : isThere ? "was there already" : "replaced another certificate";
-            if (!same.empty() && !isThere) json["replaced"] = CertificateSummary(Decoded(same.front()));
+            const std::string id = Hex(certificate.GetSubjectKeyId());
+            const auto earlier = kept.find(id);
+            CNALCertContext same;
+            if (earlier != kept.end()) {
+                same = earlier->second.certificate;
+            } else {
+                CRYPT_HASH_BLOB context{sizeof(CERT_CONTEXT), const_cast<BYTE*>(reinterpret_cast<const BYTE*>(certificate.GetContext()))};
+                std::list<CNALCertContext> found;
+                if (storage.FindCertList(found, CERT_FIND_EXISTING, &context)) same = found.front();
+            }
+            const bool isThere = same.IsInitialized() && same == certificate;
+            json["result"] = !same.IsInitialized() ? "new" : isThere ? "was there already" : "replaced another certificate";
+            if (same.IsInitialized() && !isThere) json["replaced"] = CertificateSummary(Decoded(same));
+            if (earlier != kept.end() && !isThere) outcome.data["imported"][earlier->second.row]["result"] = "replaced by a later one of this import";
+            // What is there already keeps its properties, the place of its private key among them.
+            if (earlier == kept.end() || !isThere) kept.insert_or_assign(id, Seen{certificate, outcome.data["imported"].size(), !isThere});
             outcome.data["imported"].push_back(std::move(json));
         }
         ThrowIfInterrupted();
-        // One transaction, and what is there already keeps its properties, the place of its private key among them.
-        std::list<CNALCertContext> fresh;
-        for (std::size_t i = 0; const CNALCertContext& certificate : certificates) {
-            if (outcome.data["imported"][i++]["result"] != "was there already") fresh.push_back(certificate);
+        std::list<CNALCertContext> fresh;  // one transaction
+        for (const auto& [id, seen] : kept) {
+            if (seen.isFresh) fresh.push_back(seen.certificate);
         }
         if (!fresh.empty() && !storage.AddCertificateList(fresh)) FailWithLastError("storing certificates", path);
         return outcome;
@@ -106,7 +119,7 @@ struct Export {
         const std::string path = store.Path();
         RefuseJsonWith(output, globals);
         OutputFile file(output, force, der ? nullptr : "CERTIFICATE");
-        const CNALCertContext certificate = SelectOne(OpenStore(path, false), id, path);
+        const CNALCertContext certificate = SelectOne(store.Open(), id, path);
         file.Write(EncodingOf(certificate));
         Outcome outcome;
         if (output != "-") outcome.data = {{"output", output}, {"certificate", CertificateSummary(Decoded(certificate))}};
@@ -149,7 +162,8 @@ struct List {
 
     Outcome Run(const Globals&) {
         const std::string path = store.Path();
-        return ListOutcome(path, AllCertificates(OpenStore(path, false)));
+        const CNALCertStorage storage = store.Open();  // open as long as properties are read
+        return ListOutcome(path, AllCertificates(storage));
     }
 };
 
@@ -174,7 +188,7 @@ struct Find {
         const std::string path = store.Path();
         std::list<CNALCertContext> fit;
         const CTOOFileTime limit(CTOOFileTime::Now().GetTicks() + static_cast<std::uint64_t>(std::max(expiresWithin, 0)) * CTOOFileTime::c_ticksPerDay);
-        const CNALCertStorage storage = OpenStore(path, false);  // open as long as properties are read
+        const CNALCertStorage storage = store.Open();  // likewise
         for (const CNALCertContext& context : AllCertificates(storage)) {
             const CNALX509Certificate certificate = Decoded(context);
             if (!id.empty() && !Matches(certificate, id)) continue;
@@ -208,7 +222,7 @@ struct Delete {
 
     Outcome Run(const Globals&) {
         const std::string path = store.Path();
-        CNALCertStorage storage = OpenStore(path, false);
+        CNALCertStorage storage = store.Open();
         CNALCertContext certificate = SelectOne(storage, id, path);
         Json json = CertificateSummary(Decoded(certificate));
         if (!yes && !Confirm("Delete " + json["subject"].get<std::string>() + " from " + path + "?", "--yes")) {

@@ -41,13 +41,10 @@ struct Show {
     Outcome Run(const Globals&) {
         Outcome outcome;
         outcome.data = Json::array();
-        for (const std::string& path : files) {
-            for (const IdentObj& der : ReadAll(path, Kind::Crl, true)) {
-                Json json = {{"file", path}};
-                json.update(CrlJson(DecodeCrl(der, path), all ? static_cast<std::size_t>(-1) : entries));
-                outcome.data.push_back(std::move(json));
-            }
-        }
+        ForAll(files, Kind::Crl, [&](const std::string& path, const IdentObj& der) {
+            outcome.data.push_back({{"file", path}});
+            outcome.data.back().update(CrlJson(DecodeCrl(der, NameOf(path)), all ? static_cast<std::size_t>(-1) : entries));
+        });
         return outcome;
     }
 };
@@ -69,19 +66,10 @@ struct Import {
             CNAL_CRL_List crl;
         };
         std::vector<Taken> taken;
-        for (const std::string& path : files) {
-            for (const IdentObj& der : ReadAll(path, Kind::Crl, true)) {
-                taken.push_back({NameOf(path), DecodeCrl(der, NameOf(path))});
-                About(NameOf(path), [&] { NALCheckCRLKey(taken.back().crl.m_info); });
-            }
-        }
-        std::vector<std::string> targets = {store.Path()};
-        if (TrustStorePath() != targets[0]) targets.push_back(TrustStorePath());
-        std::vector<std::pair<std::string, CNALCertStorage>> storages;
-        for (const std::string& path : targets) {
-            CNALCertStorage storage = OpenStore(path, false);
-            if (storage.IsOpened()) storages.emplace_back(path, storage);
-        }
+        ForAll(files, Kind::Crl, [&](const std::string& path, const IdentObj& der) { taken.push_back({NameOf(path), CheckedCrl(der, NameOf(path))}); });
+        std::vector<std::pair<std::string, CNALCertStorage>> storages = {{store.Path(), store.Open()}};
+        if (TrustStorePath() != store.Path()) storages.emplace_back(TrustStorePath(), OpenStore(TrustStorePath(), false));
+        storages.erase(std::remove_if(storages.begin(), storages.end(), [](const auto& one) { return !one.second.IsOpened(); }), storages.end());
         // Every one is checked before the first is stored.
         std::vector<std::vector<std::size_t>> places(taken.size());
         for (std::size_t i = 0; i < taken.size(); ++i) {
@@ -127,7 +115,7 @@ struct List {
         Outcome outcome;
         outcome.data = {{"store", path}, {"crls", Json::array()}};
         Table table({"ISSUED", "NEXT", "REVOKED", "ISSUER"});
-        for (const CNALCRLContext& context : AllCrls(OpenStore(path, false))) {
+        for (const CNALCRLContext& context : AllCrls(trust ? OpenStore(path, false) : store.Open())) {
             Json json = CrlJson(DecodeCrl(EncodingOf(context), path), 0);
             json["out_of_date"] = context.GetCheckStatus() != 0;
             const auto day = [](const Json& time) { return time.is_null() ? std::string("-") : time.get<std::string>().substr(0, 10); };

@@ -185,6 +185,12 @@ CNAL_CRL_List DecodeCrl(const IdentObj& der, const std::string& name) {
     });
 }
 
+CNAL_CRL_List CheckedCrl(const IdentObj& der, const std::string& name) {
+    CNAL_CRL_List crl = DecodeCrl(der, name);
+    About(name, [&] { NALCheckCRLKey(crl.m_info); });
+    return crl;
+}
+
 CNALCertContext ContextOf(const IdentObj& der, const std::string& name) {
     return About(name, [&] { return CNALCertContext(der); });
 }

@@ -22,6 +22,8 @@ Json UsageJson(const CNALCertExtensionList& extensions);
 
 CNALX509Certificate DecodeCertificate(const IdentObj& der, const std::string& name);
 CNAL_CRL_List DecodeCrl(const IdentObj& der, const std::string& name);
+/// One that a store can keep, too.
+CNAL_CRL_List CheckedCrl(const IdentObj& der, const std::string& name);
 CNALCertContext ContextOf(const IdentObj& der, const std::string& name);
 
 /// Everything of a certificate that people ask for.

@@ -129,7 +129,7 @@ struct Decrypt {
         if (!inMemory) target.emplace(output, force).RefuseInput(file, "decrypted");
         CNALUser owner;
         OpenUser(owner, user);
-        CNALCertStorage storage = OpenStore(store.Path(), false);
+        CNALCertStorage storage = store.Open();
         CNALCertStorage* certificates = storage.IsOpened() ? &storage : nullptr;
         WhatToSignStruct what = WholeFile(message);
         int status = 0;

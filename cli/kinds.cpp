@@ -143,7 +143,9 @@ Kind KindOf(std::string_view head) {
 std::vector<Piece> ReadPieces(const std::string& path) {
     const IdentObj bytes = ReadInput(path);
     const std::string_view text(reinterpret_cast<const char*>(bytes.GetData()), bytes.GetSize());
-    if (!LooksLikePem(text.substr(0, 4096))) return {{KindOf(text), bytes}};
+    const Kind whole = KindOf(text);
+    // PEM may stand behind any amount of text about it.
+    if ((whole != Kind::Text && whole != Kind::Unknown) || !LooksLikePem(text)) return {{whole, bytes}};
     std::vector<Piece> pieces;
     for (PemBlock& block : ReadPem(text, NameOf(path))) {
         const Kind kind = KindOfLabel(block.label, block.der);

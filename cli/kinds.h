@@ -46,6 +46,13 @@ std::vector<Piece> ReadPieces(const std::string& path);
 /// The certificates, or CRLs, in a file: those that stand there by themselves, and with `fromMessages` those of signed messages.
 /// @throws Fault when something of another kind is there, or nothing
 std::vector<IdentObj> ReadAll(const std::string& path, Kind wanted, bool fromMessages);
+/// The same for each of several files: calls `take` with the path and the DER.
+template <class Take>
+void ForAll(const std::vector<std::string>& paths, Kind wanted, Take take) {
+    for (const std::string& path : paths) {
+        for (const IdentObj& der : ReadAll(path, wanted, true)) take(path, der);
+    }
+}
 /// The one in a file. @throws Fault when there are more
 IdentObj ReadOne(const std::string& path, Kind wanted);
 

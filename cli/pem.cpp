@@ -15,8 +15,9 @@ bool LooksLikePem(std::string_view head) {
         // 0x30 is both the start of every DER structure and the digit "0"; text has no control characters behind it.
         if (head.size() < 2 || static_cast<unsigned char>(head[1]) >= 0x80 || head.find('\0') != std::string_view::npos) return false;
     }
-    const std::size_t at = head.find(kBegin);
-    return at == 0 || (at != std::string_view::npos && (head[at - 1] == '\n' || head[at - 1] == '\r'));
+    std::size_t at = head.find(kBegin);
+    while (at != std::string_view::npos && at != 0 && head[at - 1] != '\n' && head[at - 1] != '\r') at = head.find(kBegin, at + 1);
+    return at != std::string_view::npos;
 }
 
 std::vector<PemBlock> ReadPem(std::string_view text, const std::string& name) {

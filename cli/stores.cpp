@@ -45,6 +45,12 @@ void StoreOption::Define(Options& options) {
 
 std::string StoreOption::Path() const { return path.empty() ? DefaultStorePath() : path; }
 
+CNALCertStorage StoreOption::Open() const {
+    CNALCertStorage storage = OpenStore(Path(), false);
+    if (!path.empty() && !storage.IsOpened()) throw Fault(kInput, "there is no store " + path, "Check the path.", TOO_E_FILE_NOT_FOUND);
+    return storage;
+}
+
 CNALCertStorage OpenStore(const std::string& path, bool create) {
     CNALCertStorage storage;
     CTOOString folder;
@@ -76,6 +82,7 @@ std::list<CNALCRLContext> AllCrls(const CNALCertStorage& storage) {
     std::list<CNALCRLContext> list;
     if (!storage.IsOpened()) return list;
     for (CNALCRLContext crl; (crl = storage.FindCRLInStore(0, nullptr, crl)).IsInitialized();) list.push_back(crl);
+    if (GetLastError() != NAL_STORE_E_NOT_FOUND) FailWithLastError("searching the store", storage.m_name.ToBytes().str());
     return list;
 }
 
@@ -90,7 +97,7 @@ bool Matches(const CNALX509Certificate& certificate, const std::string& id) {
     return !id.empty() && Folded(TextOf(certificate.m_info.m_subject)).find(Folded(id)) != std::wstring::npos;
 }
 
-CNALCertContext SelectOne(const CNALCertStorage& storage, const std::string& id, const std::string& where) {
+CNALCertContext SelectOne(const CNALCertStorage& storage, const std::string& id, const std::string& where, const std::string& unless) {
     std::list<CNALCertContext> found;
     std::vector<std::string> listing;
     for (const CNALCertContext& context : AllCertificates(storage)) {
@@ -99,7 +106,9 @@ CNALCertContext SelectOne(const CNALCertStorage& storage, const std::string& id,
         found.push_back(context);
         listing.push_back(Hex(context.GetSubjectKeyId()) + "  " + TextOf(certificate.m_info.m_subject));
     }
-    if (found.empty()) throw Fault(kInput, "no certificate in " + where + " matches '" + id + "'", "nal cert list shows what is there.", TOO_E_NOT_FOUND);
+    if (found.empty()) {
+        throw Fault(kInput, unless + "no certificate in " + where + " matches '" + id + "'", "nal cert list shows what is there.", TOO_E_NOT_FOUND);
+    }
     if (found.size() > 1) {
         throw Fault(kInput, std::to_string(found.size()) + " certificates in " + where + " match '" + id + "':", "Give more digits of the key identifier.",
                     TOO_E_NOT_FOUND, listing);
@@ -110,14 +119,7 @@ CNALCertContext SelectOne(const CNALCertStorage& storage, const std::string& id,
 CNALCertContext CertificateArgument(const std::string& fileOrId, const StoreOption& store) {
     const bool isFile = fileOrId == "-" || CTOOFile::Exists(fileOrId) || fileOrId.find('/') != std::string::npos;
     if (isFile) return ContextOf(ReadOne(fileOrId, Kind::Certificate), fileOrId);
-    const std::string path = store.Path();
-    const CNALCertStorage storage = OpenStore(path, false);
-    try {
-        return SelectOne(storage, fileOrId, path);
-    } catch (const Fault& fault) {
-        if (fault.Status() != TOO_E_NOT_FOUND || fault.Message().find(':') != std::string::npos) throw;
-        throw Fault(kInput, "there is no file '" + fileOrId + "', and " + fault.Message(), fault.Hint(), fault.Status());
-    }
+    return SelectOne(store.Open(), fileOrId, store.Path(), "there is no file '" + fileOrId + "', and ");
 }
 
 CNALCertStorage MemoryStorage(const std::vector<IdentObj>& certificates, const std::vector<IdentObj>& crls) {
@@ -126,7 +128,6 @@ CNALCertStorage MemoryStorage(const std::vector<IdentObj>& certificates, const s
     if (!storage.OpenStorage(name, CERT_STORE_PROV_MEMORY, 0, 0, nullptr)) FailWithLastError("opening a store in memory", "");
     storage.m_untrusted = 1;
     for (const IdentObj& der : certificates) {
-        // What cannot be kept cannot be found as an issuer either.
         if (WhyNotKept(DecodeCertificate(der, "certificate")).empty()) storage.AddEncodetCertificate(der, 0);
     }
     for (const IdentObj& der : crls) storage.AddEncodetCRL(der, 0);

@@ -53,14 +53,12 @@ struct Add {
         if (!root.IsValidSignature(root)) throw Fault(kCheckFailed, name + ": its signature does not hold", "It is forged or damaged; fetch it again.", TOO_E_BAD_SIGNATURE);
         if (!root.IsValidTime()) throw Fault(kCheckFailed, name + ": it has expired, or is not valid yet", "", TOO_E_EXPIRED);
         std::vector<IdentObj> lists;
-        for (const std::string& path : crls) {
-            for (const IdentObj& bytes : ReadAll(path, Kind::Crl, true)) {
-                const CNAL_CRL_List crl = DecodeCrl(bytes, path);
-                About(path, [&] { NALCheckCRLKey(crl.m_info); });
-                if (!IsCrlOf(crl, certificate)) throw Fault(kCheckFailed, path + " is not a CRL of this root, or its signature does not hold", "Fetch it again.", TOO_E_BAD_SIGNATURE);
-                lists.push_back(bytes);
+        ForAll(crls, Kind::Crl, [&](const std::string& path, const IdentObj& bytes) {
+            if (!IsCrlOf(CheckedCrl(bytes, path), certificate)) {
+                throw Fault(kCheckFailed, path + " is not a CRL of this root, or its signature does not hold", "Fetch it again.", TOO_E_BAD_SIGNATURE);
             }
-        }
+            lists.push_back(bytes);
+        });
         const std::string print = NALGetFingerprint(der).str();
         Confirmed(certificate, print);
         ThrowIfInterrupted();
@@ -133,7 +131,9 @@ struct Remove {
         }
         if (!storage.DeleteCertificate(root)) FailWithLastError("removing the root", TrustStorePath());
         RecordEffect("the root is no longer trusted");
-        for (CNALCRLContext& crl : crls) storage.DeleteCRL(crl);
+        for (CNALCRLContext& crl : crls) {
+            if (!storage.DeleteCRL(crl)) FailWithLastError("removing a CRL of the root", TrustStorePath());
+        }
         Outcome outcome;
         outcome.data = {{"removed", CertificateSummary(certificate)}, {"crls", crls.size()}};
         return outcome;

@@ -1,5 +1,7 @@
 #include "cli/trust_check.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 
 #include "cli/describe.h"
@@ -52,7 +54,7 @@ std::vector<std::string> FaultWords(DWORD trustErrors) {
         if ((trustErrors & fault.bits) != 0) words.emplace_back(fault.words);
         trustErrors &= ~fault.bits;
     }
-    if (trustErrors != 0) words.push_back(NALGetCertTotalBitMaskExplaination(trustErrors).str());
+    for (const CTOOString& text : NALListTrustErrors(trustErrors)) words.push_back(text.str());
     // What cannot be checked without an issuer says nothing of its own.
     if (!words.empty() && words.front() == kFaults[0].words) words.resize(1);
     return words;
@@ -67,8 +69,7 @@ void HelpersOption::Define(Options& options) {
 CNALCertStorage HelpersOption::Open() const {
     StoreOption option;
     option.path = store;
-    const CNALCertStorage own = OpenStore(option.Path(), false);
-    if (!store.empty() && !own.IsOpened()) throw Fault(kInput, "there is no store " + store, "Check the path.", TOO_E_FILE_NOT_FOUND);
+    const CNALCertStorage own = option.Open();
     if (certificates.empty() && crls.empty() && own.IsOpened()) {
         CNALCertStorage untrusted = own;
         untrusted.m_untrusted = 1;
@@ -78,15 +79,19 @@ CNALCertStorage HelpersOption::Open() const {
     std::vector<IdentObj> crlBytes;
     for (const CNALCertContext& certificate : AllCertificates(own)) certificateBytes.push_back(EncodingOf(certificate));
     for (const CNALCRLContext& crl : AllCrls(own)) crlBytes.push_back(EncodingOf(crl));
-    for (const std::string& path : certificates) {
-        for (IdentObj& der : ReadAll(path, Kind::Certificate, true)) certificateBytes.push_back(std::move(der));
-    }
-    for (const std::string& path : crls) {
-        for (IdentObj& der : ReadAll(path, Kind::Crl, true)) {
-            About(path, [&] { NALCheckCRLKey(DecodeCrl(der, path).m_info); });
-            crlBytes.push_back(std::move(der));
+    ForAll(certificates, Kind::Certificate, [&](const std::string& name, const IdentObj& der) {
+        const CNALX509Certificate certificate = DecodeCertificate(der, name);
+        const std::string why = WhyNotKept(certificate);
+        if (!why.empty()) {
+            const std::string text = name + ": the certificate of " + TextOf(certificate.m_info.m_subject) + " " + why + ", so it does not help";
+            WriteAll(STDERR_FILENO, "warning: " + Printable(text) + "\n");
         }
-    }
+        certificateBytes.push_back(der);
+    });
+    ForAll(crls, Kind::Crl, [&](const std::string& name, const IdentObj& der) {
+        CheckedCrl(der, name);
+        crlBytes.push_back(der);
+    });
     return MemoryStorage(certificateBytes, crlBytes);
 }
 

@@ -30,7 +30,7 @@ std::string ChainTree(const CNALCertificateChain& chain, bool colour);
 /// Builds the chain of a certificate with every check. @throws Fault for one that does not decode
 CNALCertificateChain BuildChain(const CNALCertContext& certificate, CNALCertStorage& helpers);
 
-/// Whether a CRL's signature holds under this certificate's key, and the names and key identifiers agree.
+/// Whether a CRL's signature holds under this certificate's key, and the names agree.
 bool IsCrlOf(const CNAL_CRL_List& crl, const CNALX509Certificate& issuer);
 
 }  // namespace cli

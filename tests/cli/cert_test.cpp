@@ -19,6 +19,9 @@ protected:
                                                    keycentre::SignatureProfile()));
         Write("root.crl", m_authority.root.MakeCrl({}));
         Write("nokeyid.cer", NoKeyId());
+        const CNALCertPublicKeyInfo key = m_authority.NewKey().GetPublicKey();
+        Write("one.cer", m_authority.root.Certify(keycentre::Name("CN=\"Evil\nforged\x1B\""), key, keycentre::SignatureProfile()));
+        Write("two.cer", m_authority.root.Certify(keycentre::Name("CN=Two"), key, keycentre::SignatureProfile()));
         Write("request.p10", keycentre::MakeRequest(m_authority.NewKey(), keycentre::Name("CN=Ivan")));
     }
 
@@ -37,6 +40,7 @@ TEST_F(CliCert, Show) {
         {"head -c 100 ivan.cer > half; nal cert show half", 3, "half: the encoded structure is damaged"},
         {"(cat ivan.cer; echo more) > more; nal cert show more", 3, "more: "},
         {"nal cert show nokeyid.cer", 0, "", "key id"},
+        {"(seq 20000; cat ivan.pem) | nal cert show -", 0, "", "Ivan Petrov"},
     });
     const Json json = RunJson("nal cert show ivan.cer");
     EXPECT_TRUE(HasShape(json[0],
@@ -70,8 +74,22 @@ TEST_F(CliCert, Store) {
         {"nal cert find petrov", 1, ""},
         {"nal cert list --store ivan.cer", 3, "ivan.cer is damaged, or no certificate store"},
         {"nal cert list --store @", 3, "cannot open the store"},
+        {"nal cert import root.cer --store c.dat <&- >&- 2>&-; nal store check c.dat", 0, "", "the store is sound"},
+        // A certificate in the place of another with its key, within one import and over two.
+        {"nal cert import one.cer two.cer one.cer two.cer --store k.dat --json | grep -c 'replaced by a later one of this import'", 0, "", "3"},
+        {"nal cert import two.cer --store k.dat", 0, "", "was there already"},
+        {"nal cert import one.cer --store k.dat", 0, "", "replaced another certificate"},
+        // What a certificate says makes no line of its own.
+        {"nal cert import root.cer ivan.cer --store k.dat && nal cert list --store k.dat", 0, "", "Evil\\x0Aforged\\x1B"},
+        {"nal cert export = --store k.dat", 3, "Evil\\x0Aforged\\x1B"},
         {"nal cert import root.cer --store /proc/nal/store", 3, "/proc/nal"},
     });
+    EXPECT_NE(RunJson("nal cert find Evil --store k.dat")["certificates"][0]["subject"].get<std::string>().find("Evil\nforged\x1B"), std::string::npos);
+    // A store that is named must be there.
+    for (const char* command : {"cert list", "cert find x", "cert export x", "cert delete x", "cert verify x", "cert verify ivan.cer", "crl list", "crl import root.crl",
+                                "crl check root.crl", "encrypt ivan.cer --to x"}) {
+        RunAll({{"nal " + std::string(command) + " --store typo", 3, "there is no store typo"}});
+    }
     EXPECT_TRUE(HasShape(RunJson("nal cert list"),
                          "store:s certificates:[ subject:s issuer:s serial:s not_before:s not_after:s key_id:s type:s container:s? valid_now:b ]"));
     EXPECT_TRUE(HasShape(RunJson("nal cert import ivan.cer"),

@@ -125,6 +125,7 @@ TEST_F(CliMessage, Encrypt) {
         {"nal decrypt doc.p7m -k ./ivan.keys --password-file pw -o - | cmp - doc", 0, ""},
         {"nal decrypt doc.p7m -k ./ivan.keys --password-file pw", 3, "doc is there already"},
         {"nal decrypt doc.p7m -k ./ivan.keys --password-file pw -o doc.p7m -f", 2, "the output is the file that is decrypted"},
+        {"nal decrypt doc.p7m -k ./ivan.keys --password-file pw --store typo -o x", 3, "there is no store typo"},
         {"nal encrypt doc --to signer.cer -o x", 1, "the key usage of this certificate does not allow"},
         {"nal encrypt doc --to stranger.cer -o x", 1, "the certificate does not verify"},
         {"ls x", 2, "x"},
@@ -166,7 +167,7 @@ TEST_F(CliMessage, BadInputs) {
         std::string command;
         const char* exits = "33333";
     } cases[] = {{"cert show $f"}, {"cert import $f"}, {"cert verify ./$f"}, {"cert verify ivan.cer --with $f"}, {"cert verify ivan.cer --crl $f"},
-                 {"crl show $f"}, {"crl import $f"}, {"crl check $f"}, {"crl check root.crl --issuer $f"},
+                 {"cert list --store $f"}, {"crl show $f"}, {"crl import $f"}, {"crl check $f"}, {"crl check root.crl --issuer $f"},
                  {"crl check root.crl --cert $f"}, {"trust add $f --yes"}, {"trust add root.cer --yes --crl $f"}, {"verify $f"}, {"verify $f doc"},
                  {"unsign $f -o x"}, {"signatures list $f"}, {"signatures extract $f 1 -o x"}, {"signatures delete $f 1 -o x"},
                  {"signatures merge d.p7s $f -o x"}, {"sign doc -o x --add $f" + key}, {"sign doc -o x -c ./$f" + key}, {"decrypt $f -o x" + key},

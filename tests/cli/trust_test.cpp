@@ -23,6 +23,20 @@ protected:
         const IdentObj ivan = m_ca.Certify(Name("CN=Ivan"), m_authority.NewKey().GetPublicKey(), keycentre::SignatureProfile());
         Write("ivan.cer", ivan);
         Write("ca.crl", m_ca.MakeCrl({}));
+        keycentre::Profile past = keycentre::SignatureProfile();
+        past.notBefore = Date(2001);
+        past.notAfter = Date(2002);
+        CertBuilder builder;
+        builder.subjectKeyId.reset();
+        Write("nokeyid.cer", builder.Build());
+        Write("past.cer", m_ca.Certify(Name("CN=Past"), m_authority.NewKey().GetPublicKey(), past));
+        keycentre::Profile narrow = keycentre::CaProfile();
+        narrow.pathLength = 0;
+        const Issuer upper = m_authority.root.CertifyIssuer(m_authority.NewKey(), Name("CN=Upper"), narrow);
+        const Issuer lower = upper.CertifyIssuer(m_authority.NewKey(), Name("CN=Lower"), keycentre::CaProfile());
+        Write("upper.cer", upper.GetCertificate());
+        Write("lower.cer", lower.GetCertificate());
+        Write("below.cer", lower.Certify(Name("CN=Below"), m_authority.NewKey().GetPublicKey(), keycentre::SignatureProfile()));
         CNALX509Certificate decoded;
         decoded.DecodeCert(ivan);
         CrlProfile revoking;
@@ -117,6 +131,7 @@ TEST_F(CliTrust, Chains) {
         {"nal cert verify --with ca.cer ivan.cer", 1, "", "whether it was revoked is not known"},
         {"nal cert verify --with ca.cer ivan.cer --no-crl-needed", 0, "", "└─ cn=Sub"},
         {"nal cert verify --with ca.cer ivan.cer --crl revoking.crl", 1, "", "it was revoked"},
+        {"nal cert verify ivan.cer --with nokeyid.cer", 1, "warning: nokeyid.cer: the certificate of ", "not complete"},
         {"nal cert verify --with nowhere ivan.cer", 3, "cannot read nowhere"},
         {"nal cert verify --with ca.crl ivan.cer", 3, "ca.crl is a CRL, not a certificate"},
         {"nal cert verify nobody", 3, "there is no file 'nobody'"},

@@ -169,7 +169,7 @@ struct Check {
         } else if (!trusted) {
             CNALCertificateChain chain = BuildChain(issuer, extra);
             // Whether the issuer itself was revoked is another question than whether this CRL is its.
-            const DWORD errors = chain.GetErrors() & ~CERT_TRUST_REVOCATION_STATUS_UNKNOWN;
+            const DWORD errors = KnownErrors(chain) & ~CERT_TRUST_REVOCATION_STATUS_UNKNOWN;
             trusted = errors == 0;
             for (const std::string& words : FaultWords(errors)) faults.push_back("the issuer's certificate: " + words);
         }

@@ -92,7 +92,7 @@ struct Encrypt {
         const CNALCertificateChain chain = BuildChain(certificate, extra);
         if (chain.GetErrors() == 0) return;
         throw Fault(kCheckFailed, name + ": the certificate does not verify:", "nal cert verify shows the chain; --unchecked encrypts all the same.",
-                    TOO_E_UNTRUSTED, FaultWords(chain.GetErrors()));
+                    TOO_E_UNTRUSTED, FaultWords(KnownErrors(chain)));
     }
 };
 

@@ -32,9 +32,16 @@ constexpr FaultWord kFaults[] = {
     {CERT_TRUST_IS_NOT_TIME_NESTED, "its validity is not nested in its issuer's"},
 };
 
-Json ElementJson(const CNALChainElement& element) {
+bool IsPartial(const CNALCertificateChain& chain) { return (chain.GetErrors() & CERT_TRUST_IS_PARTIAL_CHAIN) != 0; }
+
+DWORD KnownErrors(const CNALCertificateChain& chain, const CNALChainElement& element) {
+    if (!IsPartial(chain) || &element != &chain.m_elements.back()) return element.m_trustErrors;
+    return element.m_cert.IsValidTime() ? 0 : CERT_TRUST_IS_NOT_TIME_VALID;
+}
+
+Json ElementJson(const CNALChainElement& element, DWORD errors) {
     Json json = CertificateSummary(Decoded(element.m_cert));
-    json["faults"] = FaultWords(element.m_trustErrors);
+    json["faults"] = FaultWords(errors);
     if (element.m_crl.IsInitialized()) {
         const CNAL_CRL_List crl = DecodeCrl(EncodingOf(element.m_crl), "CRL");
         json["crl"] = {{"this_update", TimeJson(crl.m_info.m_thisUpdate)},
@@ -55,10 +62,17 @@ std::vector<std::string> FaultWords(DWORD trustErrors) {
         trustErrors &= ~fault.bits;
     }
     for (const CTOOString& text : NALListTrustErrors(trustErrors)) words.push_back(text.str());
-    // What cannot be checked without an issuer says nothing of its own.
-    if (!words.empty() && words.front() == kFaults[0].words) words.resize(1);
     return words;
 }
+
+DWORD KnownErrors(const CNALCertificateChain& chain) {
+    if (!IsPartial(chain)) return chain.GetErrors();
+    DWORD errors = CERT_TRUST_IS_PARTIAL_CHAIN;
+    for (const CNALChainElement& element : chain.m_elements) errors |= KnownErrors(chain, element);
+    return errors;
+}
+
+DWORD KnownErrors(DWORD trustErrors) { return (trustErrors & CERT_TRUST_IS_PARTIAL_CHAIN) != 0 ? CERT_TRUST_IS_PARTIAL_CHAIN : trustErrors; }
 
 void HelpersOption::Define(Options& options) {
     options.Paths("--with", certificates, "Certificates of issuers that help to build chains; they are not trusted. May be given again");
@@ -99,26 +113,25 @@ Json ChainJson(const CNALCertificateChain& chain) {
     Json json;
     json["verdict"] = chain.GetErrors() == 0 ? "good" : NALGetCertTotalBitMaskExplaination(chain.GetErrors()).str();
     json["good"] = chain.GetErrors() == 0;
-    json["faults"] = FaultWords(chain.GetErrors());
+    json["faults"] = FaultWords(KnownErrors(chain));
     json["chain"] = Json::array();
-    for (const CNALChainElement& element : chain.m_elements) json["chain"].push_back(ElementJson(element));
+    for (const CNALChainElement& element : chain.m_elements) json["chain"].push_back(ElementJson(element, KnownErrors(chain, element)));
     return json;
 }
 
 std::string ChainTree(const CNALCertificateChain& chain, bool colour) {
     std::string out;
     std::size_t depth = 0;
-    DWORD seen = 0;
+    // Bits of the chain alone are shown where it ends.
+    DWORD ofChain = KnownErrors(chain);
+    for (const CNALChainElement& element : chain.m_elements) ofChain &= ~KnownErrors(chain, element);
     for (auto element = chain.m_elements.rbegin(); element != chain.m_elements.rend(); ++element, ++depth) {
         const std::string indent = depth == 0 ? "" : std::string((depth - 1) * 3, ' ') + "└─ ";
         const std::string under(depth * 3 + 3, ' ');
         const CNALX509Certificate certificate = Decoded(element->m_cert);
-        DWORD errors = element->m_trustErrors;
-        seen |= errors;
-        // Bits of the chain alone belong where it ends.
-        if (depth == 0) errors |= chain.GetErrors() & (CERT_TRUST_IS_PARTIAL_CHAIN | CERT_TRUST_IS_CYCLIC);
+        const DWORD errors = KnownErrors(chain, *element) | (depth == 0 ? ofChain : 0);
         out += indent + Coloured(Printable(TextOf(certificate.m_info.m_subject)), errors == 0 ? Colour::Good : Colour::Bad, colour) + "\n";
-        const Json json = ElementJson(*element);
+        const Json json = ElementJson(*element, errors);
         const auto day = [](const Json& time) { return time.is_null() ? std::string("-") : time.get<std::string>().substr(0, 10); };
         out += under + "serial " + SerialText(certificate.m_info.m_serialNumber) + ", valid " + day(json["not_before"]) + " to " + day(json["not_after"]) + "\n";
         if (!json["crl"].is_null()) {

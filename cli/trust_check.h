@@ -11,6 +11,12 @@ namespace cli {
 /// The words for error bits of a chain or of one certificate in it; none for 0.
 std::vector<std::string> FaultWords(DWORD trustErrors);
 
+/// The error bits of a chain. Where its last issuer is missing the library says of every check that it failed; of these bits only what
+/// is known without an issuer stays: the time.
+DWORD KnownErrors(const CNALCertificateChain& chain);
+/// The same of a chain that has no more than these bits: nothing but that an issuer is missing, when one is.
+DWORD KnownErrors(DWORD trustErrors);
+
 /// What helps to find a way to a trusted root, and is not trusted itself.
 struct HelpersOption {
     std::vector<std::string> certificates;  ///< --with

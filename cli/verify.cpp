@@ -39,7 +39,7 @@ Json ResultJson(const CNALWholeSignatureCheck& check, DWORD chainErrors, std::si
     if (expired) faults.push_back("intact; certificate expired since");
     // What is wrong with a chain matters when there is a signature to speak of.
     if (check.status != c_NAL_SIGNER_NOT_FOUND) {
-        for (const std::string& words : FaultWords(chainErrors)) faults.push_back("the signer's certificate: " + words);
+        for (const std::string& words : FaultWords(KnownErrors(chainErrors))) faults.push_back("the signer's certificate: " + words);
     }
     const bool good = holds && chainErrors == 0;
     json["intact"] = holds || check.status == c_NAL_SIGNER_NOT_ALLOWED;

@@ -124,6 +124,7 @@ TEST_F(CliTrust, Crls) {
 TEST_F(CliTrust, Chains) {
     RunAll({
         {"nal cert verify ivan.cer", 1, "", "the chain is not complete"},
+        {"nal cert verify past.cer", 1, "", "the chain is not complete\n   ✗ it has expired, or is not valid yet\n\n"},
         {"nal cert verify ivan.cer --with ca.cer --with root.cer", 1, "", "the root is not trusted"},
         {"nal trust add root.cer --crl root.crl --yes", 0, "", "trusted"},
         // An option takes one word, so what follows it is the certificate.
@@ -131,6 +132,7 @@ TEST_F(CliTrust, Chains) {
         {"nal cert verify --with ca.cer ivan.cer", 1, "", "whether it was revoked is not known"},
         {"nal cert verify --with ca.cer ivan.cer --no-crl-needed", 0, "", "└─ cn=Sub"},
         {"nal cert verify --with ca.cer ivan.cer --crl revoking.crl", 1, "", "it was revoked"},
+        {"nal cert verify below.cer --with upper.cer --with lower.cer --no-crl-needed", 1, "", "   ✗ it must not issue certificates"},
         {"nal cert verify ivan.cer --with nokeyid.cer", 1, "warning: nokeyid.cer: the certificate of ", "not complete"},
         {"nal cert verify --with nowhere ivan.cer", 3, "cannot read nowhere"},
         {"nal cert verify --with ca.crl ivan.cer", 3, "ca.crl is a CRL, not a certificate"},

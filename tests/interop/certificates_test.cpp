@@ -1,23 +1,15 @@
 // Certificates issued by OpenSSL with the GOST engine and by GnuTLS: what the model reads is what those tools print.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <string>
-
+#include "interop/tools.h"
 #include "model/provider_handles.h"
 #include "nal/certificate.h"
 #include "nal/context.h"
 #include "nal/signed_envelope.h"
 #include "ork/provider.h"
-#include "support/process.h"
-#include "support/temp_folder.h"
 #include "too/text.h"
 #include "too/time.h"
 
 namespace {
 
-using nal_test::RunProcess;
 using testing::HasSubstr;
 
 // "A0:5D:..." as both tools print key identifiers, in the case that the caller wants.
@@ -52,31 +44,19 @@ Value Read(const CNALCertInfo& info, const char* oid) {
     return value;
 }
 
-class Certificates : public testing::Test {
+class Certificates : public nal_test::ToolTest<> {
 protected:
-    // What the program prints; its failure fails the test with its complaint.
-    std::string Run(const std::vector<std::string>& command) const {
-        const nal_test::ProcessResult result = RunProcess(command);
-        EXPECT_EQ(result.exitCode, 0) << command[0] << ": " << result.errors;
-        return result.output;
-    }
-
-    void WriteText(const std::string& name, const std::string& text) const {
-        nal_test::WriteFile(m_folder.File(name), text.data(), text.size());
-    }
-
     CNALX509Certificate ReadCertificate(const std::string& name) const {
-        const nal_test::Bytes der = nal_test::ReadFile(m_folder.File(name));
+        const IdentObj der = Get(name);
         CNALX509Certificate certificate;
-        EXPECT_EQ(certificate.ReadEncodetData(der.data(), static_cast<unsigned>(der.size())), der.size());
+        EXPECT_EQ(certificate.ReadEncodetData(der.GetData(), der.GetSize()), der.GetSize());
         return certificate;
     }
+    CNALCertContext ContextOf(const std::string& name) const { return CNALCertContext(Get(name)); }
 
-    CNALCertContext ContextOf(const std::string& name) const {
-        return CNALCertContext(ReadCertificate(name).m_encodedCertificate);
+    std::string Print(const std::string& name, const std::string& options) const {
+        return Sh("openssl x509 -inform DER -noout -in " + name + " " + options);
     }
-
-    nal_test::TempFolder m_folder;
 };
 
 // Whether the provider verifies the certificate's signature under the issuer's key.
@@ -90,49 +70,9 @@ bool Verifies(const CNALX509Certificate& certificate, const CNALCertPublicKeyInf
     return verifies;
 }
 
-class OpenSslCertificates : public Certificates, public testing::WithParamInterface<const char*> {
-protected:
-    void SetUp() override {
-        const std::string engines = RunProcess({"openssl", "engine", "-t", "gost"}).output;
-        if (engines.find("[ available ]") == std::string::npos) {
-            GTEST_SKIP() << "openssl has no gost engine (package libengine-gost-openssl)";
-        }
-    }
+class OpenSslCertificates : public Certificates, public testing::WithParamInterface<const char*> {};
 
-    void MakeKeyAndRequest(const std::string& name, const std::string& subject) const {
-        Run({"openssl", "req", "-engine", "gost", "-new", "-newkey", "gost2001", "-pkeyopt",
-             std::string("paramset:") + GetParam(), "-nodes", "-md_gost94", "-utf8", "-subj", subject, "-config",
-             m_folder.File("config"), "-keyout", m_folder.File(name + ".key"), "-out", m_folder.File(name + ".req")});
-    }
-
-    void Issue(const std::string& name, const std::string& section, std::vector<std::string> issuer) const {
-        std::vector<std::string> command = {
-            "openssl",  "x509",     "-engine", "gost", "-req",    "-md_gost94", "-days",
-            "20000",    "-extfile", m_folder.File("config"),      "-extensions", section,
-            "-in",      m_folder.File(name + ".req"),             "-out", m_folder.File(name + ".pem")};
-        command.insert(command.end(), issuer.begin(), issuer.end());
-        Run(command);
-        Run({"openssl", "x509", "-in", m_folder.File(name + ".pem"), "-outform", "DER", "-out", m_folder.File(name)});
-    }
-
-    std::string Print(const std::string& name, const std::vector<std::string>& options) const {
-        std::vector<std::string> command = {"openssl", "x509", "-engine", "gost", "-inform", "DER", "-noout",
-                                            "-in",     m_folder.File(name)};
-        command.insert(command.end(), options.begin(), options.end());
-        return Run(command);
-    }
-};
-
-constexpr char c_config[] = R"([req]
-distinguished_name = dn
-string_mask = utf8only
-[dn]
-[root]
-subjectKeyIdentifier = hash
-authorityKeyIdentifier = keyid
-basicConstraints = critical,CA:TRUE,pathlen:2
-keyUsage = critical,keyCertSign,cRLSign
-[leaf]
+constexpr char c_leaf[] = R"([leaf]
 subjectKeyIdentifier = hash
 authorityKeyIdentifier = keyid,issuer:always
 basicConstraints = CA:FALSE
@@ -150,11 +90,9 @@ CPS.1 = http://ca.example.org/policy
 )";
 
 TEST_P(OpenSslCertificates, FieldsAreWhatItPrints) {
-    WriteText("config", c_config);
-    MakeKeyAndRequest("root", "/C=RU/O=ОАО «Доверие»/CN=Корень");
-    Issue("root", "root", {"-signkey", m_folder.File("root.key"), "-set_serial", "0xF102030405060708090A0B0C0D0E0F10"});
-    MakeKeyAndRequest("leaf", "/CN=Бендер");
-    Issue("leaf", "leaf", {"-CA", m_folder.File("root.pem"), "-CAkey", m_folder.File("root.key"), "-set_serial", "0x0102"});
+    Put("openssl.cnf", std::string(nal_test::c_openSslConfig) + c_leaf);
+    Issue("root", "root", "", "-set_serial 0xF102030405060708090A0B0C0D0E0F10", GetParam(), "/C=RU/O=ОАО «Доверие»/CN=Корень");
+    Issue("leaf", "leaf", "root", "-set_serial 0x0102 -days 20000", GetParam(), "/CN=Бендер");
 
     for (const char* name : {"root", "leaf"}) {
         SCOPED_TRACE(name);
@@ -168,12 +106,12 @@ TEST_P(OpenSslCertificates, FieldsAreWhatItPrints) {
         // A leading zero octet keeps the serial number positive; the tool does not print it.
         std::string serial = Serial2TOOStr(info.m_serialNumber, false).str();
         if (serial.compare(0, 2, "00") == 0) serial.erase(0, 2);
-        EXPECT_EQ(Print(name, {"-serial"}), "serial=" + serial + "\n");
-        EXPECT_EQ(Print(name, {"-startdate", "-enddate", "-dateopt", "iso_8601"}),
+        EXPECT_EQ(Print(name, "-serial"), "serial=" + serial + "\n");
+        EXPECT_EQ(Print(name, "-startdate -enddate -dateopt iso_8601"),
                   "notBefore=" + TimeText(info.m_notBefore) + "Z\nnotAfter=" + TimeText(info.m_notAfter) + "Z\n");
 
         IdentObj key;
-        const std::string pem = Print(name, {"-pubkey"});
+        const std::string pem = Print(name, "-pubkey");
         const std::size_t begin = pem.find('\n') + 1;
         const std::size_t end = pem.find("-----END");
         ASSERT_LT(begin, end);
@@ -181,17 +119,15 @@ TEST_P(OpenSslCertificates, FieldsAreWhatItPrints) {
         EXPECT_EQ(info.m_publicKeyInfo.WriteData(), key);
 
         const auto subjectKey = Read<CNALSubjectKeyID>(info, c_NAL_OID_SUBJECT_KEY_ID);
-        EXPECT_THAT(Print(name, {"-ext", "subjectKeyIdentifier"}), HasSubstr("    " + Hex(subjectKey.m_keyId, ":") + "\n"));
-    }
+        EXPECT_THAT(Print(name, "-ext subjectKeyIdentifier"), HasSubstr("    " + Hex(subjectKey.m_keyId, ":") + "\n"));
 
-    for (const char* name : {"root", "leaf"}) {
-        CNALX509Certificate certificate = ReadCertificate(name);
         const CNALCertPublicKeyInfo issuerKey = ReadCertificate("root").m_info.m_publicKeyInfo;
-        EXPECT_TRUE(Verifies(certificate, issuerKey)) << name;
-        certificate.m_signedPart.GetData()[20] ^= 1;
-        EXPECT_FALSE(Verifies(certificate, issuerKey)) << name;
-        EXPECT_TRUE(ContextOf(name).IsValidSignature(ContextOf("root"))) << name;
-        EXPECT_FALSE(ContextOf(name).IsValidSignature(ContextOf("leaf"))) << name;
+        EXPECT_TRUE(Verifies(certificate, issuerKey));
+        CNALX509Certificate changed = certificate;
+        changed.m_signedPart.GetData()[20] ^= 1;
+        EXPECT_FALSE(Verifies(changed, issuerKey));
+        EXPECT_TRUE(ContextOf(name).IsValidSignature(ContextOf("root")));
+        EXPECT_FALSE(ContextOf(name).IsValidSignature(ContextOf("leaf")));
     }
 
     const CNALCertInfo root = ReadCertificate("root").m_info;
@@ -243,8 +179,7 @@ TEST_P(OpenSslCertificates, FieldsAreWhatItPrints) {
 INSTANTIATE_TEST_SUITE_P(ParameterSets, OpenSslCertificates, testing::Values("A", "B", "C", "XA"));
 
 TEST_F(Certificates, FieldsAreWhatCerttoolPrints) {
-    if (RunProcess({"certtool", "--version"}).exitCode != 0) GTEST_SKIP() << "no certtool (package gnutls-bin)";
-    WriteText("template", R"(country = RU
+    Put("template", R"(country = RU
 organization = "ОАО «Доверие»"
 cn = "Корень"
 serial = 0x00f1020304050607
@@ -261,10 +196,9 @@ policy1 = 1.2.643.100.113.1
 policy1_url = "http://ca.example.org/policy"
 key_purpose_oid = 1.3.6.1.4.1.311.10.3.1
 )");
-    Run({"certtool", "--generate-privkey", "--key-type=ecdsa", "--outfile", m_folder.File("key")});
-    Run({"certtool", "--generate-self-signed", "--load-privkey", m_folder.File("key"), "--template", m_folder.File("template"),
-         "--outder", "--outfile", m_folder.File("root")});
-    const std::string text = Run({"certtool", "-i", "--inder", "--infile", m_folder.File("root")});
+    Sh("certtool --generate-privkey --key-type=ecdsa --outfile key");
+    Sh("certtool --generate-self-signed --load-privkey key --template template --outder --outfile root");
+    const std::string text = Sh("certtool -i --inder --infile root");
 
     const CNALCertInfo info = ReadCertificate("root").m_info;
     EXPECT_THAT(text, HasSubstr("Serial Number (hex): " + Lower(Serial2TOOStr(info.m_serialNumber, false).str()) + "\n"));

@@ -1,20 +1,13 @@
 // Names of certificates that OpenSSL (with its GOST engine) and GnuTLS issue: every tool prints the same fields.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <string>
 #include <string_view>
 
 #include "asnt/view.h"
 #include "asnt/writer.h"
+#include "interop/tools.h"
 #include "model/name_charset.h"
 #include "nal/name.h"
-#include "support/process.h"
-#include "support/temp_folder.h"
 
 namespace {
-
-using nal_test::RunProcess;
 
 constexpr std::string_view kCyrillicName = "Иван Ломоносов";
 constexpr std::string_view kCyrillicOrg = "ООО \"Рога, копыта + сыновья\"";
@@ -23,8 +16,7 @@ constexpr std::string_view kCyrillicOrg = "ООО \"Рога, копыта + с�
 CNALX509Name Subject(const nal_test::Bytes& certificate) {
     asnt::Reader file(asnt::View(certificate.data(), certificate.size()), "certificate");
     asnt::Reader tbs = file.Enter(asnt::tag::Sequence).Enter(asnt::tag::Sequence);
-    for (int skipped = 0; skipped < 5; ++skipped)
-        tbs.Skip();
+    for (int skipped = 0; skipped < 5; ++skipped) tbs.Skip();
     return CNALX509Name(tbs.Next(asnt::tag::Sequence).whole.Copy());
 }
 
@@ -49,42 +41,19 @@ DWORD ValueType(const CNALX509Name& name, const char* oid) {
     return CERT_RDN_ANY_TYPE;
 }
 
-class NameInterop : public testing::Test {
+class NameInterop : public nal_test::ToolTest<> {
 protected:
-    // The program's output; its failure fails the test.
-    static std::string Run(const std::vector<std::string>& command) {
-        const nal_test::ProcessResult result = RunProcess(command, {"LC_ALL=C.UTF-8"});
-        EXPECT_EQ(result.exitCode, 0) << command[0] << ": " << result.errors;
-        return result.output;
-    }
-
-    static bool HasTool(const std::string& tool, const std::string& option) {
-        return RunProcess({tool, option}).exitCode == 0;
-    }
-
     // One line per RDN, "OID=value" in UTF-8, as OpenSSL prints a certificate's subject.
-    static std::string OpenSslSubject(const std::string& file) {
-        return Run({"openssl", "x509", "-inform", "DER", "-in", file, "-noout", "-subject", "-nameopt",
-                    "sep_multiline,oid,utf8"});
-    }
-
-    static bool HasGostEngine() {
-        return RunProcess({"openssl", "engine", "-t", "gost"}).output.find("[ available ]") != std::string::npos;
+    std::string OpenSslSubject(const std::string& file) const {
+        return Sh("openssl x509 -inform DER -in " + file + " -noout -subject -nameopt sep_multiline,oid,utf8");
     }
 
     // A self-signed certificate for the lines of a [dn] section, values in the string types of a mask.
-    std::string Issue(const std::string& stringMask, const std::string& dn) const {
-        const std::string config = m_folder.File("req.cnf");
-        const std::string file = m_folder.File("certificate.der");
-        nal_test::WriteFile(
-            config, "[req]\nprompt=no\nutf8=yes\ndistinguished_name=dn\nx509_extensions=ext\nstring_mask=" +
-                        stringMask + "\n[dn]\n" + dn + "[ext]\nsubjectKeyIdentifier=hash\nbasicConstraints=CA:TRUE\n");
-        Run({"openssl", "req", "-engine", "gost", "-x509", "-newkey", "gost2001", "-pkeyopt", "paramset:A", "-nodes",
-             "-keyout", m_folder.File("key.pem"), "-config", config, "-outform", "DER", "-out", file});
-        return file;
+    nal_test::Bytes SelfSigned(const std::string& stringMask, const std::string& dn) const {
+        Put("req.cnf", "[req]\nprompt=no\nutf8=yes\ndistinguished_name=dn\nstring_mask=" + stringMask + "\n[dn]\n" + dn);
+        Sh("openssl req -x509 -newkey gost2001 -pkeyopt paramset:A -nodes -addext basicConstraints=CA:TRUE -keyout key.pem -config req.cnf -outform DER -out certificate");
+        return nal_test::ReadFile(Path("certificate"));
     }
-
-    const nal_test::TempFolder m_folder;
 };
 
 // What OpenSSL prints with dotted types, from our pairs: the values as they are.
@@ -111,26 +80,22 @@ std::string AsOpenSslPrints(const CNALX509Name& name) {
 }
 
 TEST_F(NameInterop, OpenSslWithTheGostEngine) {
-    if (!HasGostEngine()) GTEST_SKIP() << "openssl has no gost engine (package libengine-gost-openssl)";
     const struct {
         const char* stringMask;
         unsigned type;  // of a Cyrillic value
     } rows[] = {{"utf8only", CERT_RDN_UTF8_STRING}, {"pkix", CERT_RDN_BMP_STRING}};
     for (const auto& row : rows) {
-        const std::string file = Issue(row.stringMask,
-                                       "C=RU\nST=Moscow\nO=ООО \\\"Рога, копыта + сыновья\\\"\n"
-                                       "emailAddress=ivan@example.com\nserialNumber=77-1\n+GN=Ivan\nCN=" +
-                                           std::string(kCyrillicName) + "\n");
-        if (HasFailure()) return;
-
-        const CNALX509Name name = Subject(nal_test::ReadFile(file));
+        const CNALX509Name name = Subject(SelfSigned(row.stringMask,
+                                                     "C=RU\nST=Moscow\nO=ООО \\\"Рога, копыта + сыновья\\\"\n"
+                                                     "emailAddress=ivan@example.com\nserialNumber=77-1\n+GN=Ivan\nCN=" +
+                                                         std::string(kCyrillicName) + "\n"));
         EXPECT_EQ(Value(name, "2.5.4.3"), Wide(kCyrillicName));
         EXPECT_EQ(Value(name, "2.5.4.10"), Wide(kCyrillicOrg));
         EXPECT_EQ(Value(name, "2.5.4.6"), L"RU");
         EXPECT_EQ(Value(name, "2.5.4.8"), L"Moscow");
         EXPECT_EQ(Value(name, "1.2.840.113549.1.9.1"), L"ivan@example.com");
         EXPECT_EQ(ValueType(name, "2.5.4.3"), row.type) << row.stringMask;
-        EXPECT_EQ("subject=\n" + AsOpenSslPrints(name), OpenSslSubject(file));
+        EXPECT_EQ("subject=\n" + AsOpenSslPrints(name), OpenSslSubject("certificate"));
         std::wstring printed;
         name.GetX500String(printed, 0);
         EXPECT_EQ(printed, L"c=RU,st=Moscow,o=\"" + Wide("ООО \"\"Рога, копыта + сыновья\"\"") +
@@ -139,31 +104,20 @@ TEST_F(NameInterop, OpenSslWithTheGostEngine) {
 }
 
 TEST_F(NameInterop, GnuTlsCertificates) {
-    if (!HasTool("certtool", "--version")) GTEST_SKIP() << "no certtool (package gnutls-bin)";
-    const std::string key = m_folder.File("key.pem");
-    const std::string config = m_folder.File("template.cfg");
-    const std::string file = m_folder.File("certificate.der");
-    nal_test::WriteFile(config, "dn = \"CN=" + std::string(kCyrillicName) +
-                                    ",OU=Отдел,O=Рога и копыта,C=RU\"\nexpiration_days = 30\nca\n");
-    Run({"certtool", "--generate-privkey", "--key-type=ecdsa", "--curve=secp256r1", "--outfile", key});
-    Run({"certtool", "--generate-self-signed", "--load-privkey", key, "--template", config, "--outder", "--outfile",
-         file});
-    if (HasFailure()) return;
+    Put("template", "dn = \"CN=" + std::string(kCyrillicName) + ",OU=Отдел,O=Рога и копыта,C=RU\"\nexpiration_days = 30\nca\n");
+    Sh("certtool --generate-privkey --key-type=ecdsa --curve=secp256r1 --outfile key");
+    Sh("certtool --generate-self-signed --load-privkey key --template template --outder --outfile certificate");
 
-    const CNALX509Name name = Subject(nal_test::ReadFile(file));
+    const CNALX509Name name = Subject(nal_test::ReadFile(Path("certificate")));
     EXPECT_EQ(Value(name, "2.5.4.3"), Wide(kCyrillicName));
     EXPECT_EQ(Value(name, "2.5.4.11"), Wide("Отдел"));
     EXPECT_EQ(Value(name, "2.5.4.6"), L"RU");
     EXPECT_EQ(ValueType(name, "2.5.4.3"), static_cast<DWORD>(CERT_RDN_UTF8_STRING));
 
     // certtool prints the elements in the opposite order.
-    const std::string printed = Run({"certtool", "--certificate-info", "--inder", "--infile", file});
-    EXPECT_NE(printed.find("Subject: CN=" + std::string(kCyrillicName) + ",OU=Отдел,O=Рога и копыта,C=RU"),
-              std::string::npos)
-        << printed;
-    EXPECT_EQ(name, CNALX509Name(L"CN=" + Wide(kCyrillicName) + L",OU=" + Wide("Отдел") + L",O=" +
-                                     Wide("Рога и копыта") + L",C=RU",
-                                 0, true));
+    EXPECT_THAT(Sh("certtool --certificate-info --inder --infile certificate"),
+                testing::HasSubstr("Subject: CN=" + std::string(kCyrillicName) + ",OU=Отдел,O=Рога и копыта,C=RU"));
+    EXPECT_EQ(name, CNALX509Name(L"CN=" + Wide(kCyrillicName) + Wide(",OU=Отдел,O=Рога и копыта,C=RU"), 0, true));
 }
 
 // The certificate with another subject; its signature no longer fits, which printing does not look at.
@@ -185,8 +139,7 @@ IdentObj WithSubject(const nal_test::Bytes& certificate, const CNALX509Name& sub
 }
 
 TEST_F(NameInterop, OpenSslReadsWhatWeEncode) {
-    if (!HasGostEngine()) GTEST_SKIP() << "openssl has no gost engine (package libengine-gost-openssl)";
-    const nal_test::Bytes issued = nal_test::ReadFile(Issue("utf8only", "CN=x\n"));
+    const nal_test::Bytes issued = SelfSigned("utf8only", "CN=x\n");
     const std::wstring cyrillic = L"CN=" + Wide(kCyrillicName) + L"+serialNumber=1,O=\"" +
                                   Wide("\"\"Рога\"\", копыта") +
                                   L"\",E=a@b.c,1.2.643.100.1=1027700132195,S=\x0416,OU=plain,C=RU";
@@ -199,10 +152,8 @@ TEST_F(NameInterop, OpenSslReadsWhatWeEncode) {
         }
     }
     for (const CNALX509Name& name : {bmp, CNALX509Name(rdns)}) {
-        const IdentObj certificate = WithSubject(issued, name);
-        const std::string file = m_folder.File("ours.der");
-        nal_test::WriteFile(file, certificate.GetData(), certificate.GetSize());
-        EXPECT_EQ("subject=\n" + AsOpenSslPrints(name), OpenSslSubject(file));
+        Put("ours", WithSubject(issued, name));
+        EXPECT_EQ("subject=\n" + AsOpenSslPrints(name), OpenSslSubject("ours"));
     }
 }
 

@@ -21,7 +21,7 @@ protected:
         ToolTest::SetUp();
         if (IsSkipped()) return;
         Put("content", m_content);
-        Put("other", m_content.substr(1) + ".");
+        Put("other", MakeBytes(300002));
         Put("root.cer", s_authority->root.GetCertificate());
         Sh("openssl x509 -inform DER -in root.cer -out ours.pem");
     }
@@ -29,8 +29,8 @@ protected:
     /// Whether OpenSSL accepts the message, with a chain to `root`, as one of these bytes.
     bool OpenSslVerifies(const std::string& message, const std::string& detached, const std::string& root = "ours.pem") const {
         const std::string content = detached.empty() ? "" : " -content " + detached;
-        const std::string command = "openssl cms -verify -binary -purpose any -inform DER -out verified -in " + message + " -CAfile " + root;
-        return Try(command + content).exitCode == 0 && Get("verified") == Get("content");
+        const std::string command = "openssl cms -verify -binary -purpose any -inform DER -out verified -in ";
+        return Try(command + message + " -CAfile " + root + content).exitCode == 0 && Get("verified") == Get("content");
     }
 
     /// GnuTLS sorts the signed attributes before it checks, so it accepts those that stand sorted: NALSignFile's.
@@ -86,7 +86,7 @@ protected:
         }
     }
 
-    std::string m_content = MakeBytes(300001);
+    IdentObj m_content = MakeBytes(300001);
 };
 
 TEST_F(SignedMessages, OfOursVerifyThere) {
@@ -98,7 +98,7 @@ TEST_F(SignedMessages, OfOursVerifyThere) {
                 SCOPED_TRACE(std::to_string(signers) + (form != 0 ? " by key id" : "") + (attached ? " attached" : ""));
                 IdentObj message;
                 const std::string source = Path("content");
-                const WhatToSignStruct what = File(source, form | (attached ? c_NAL_SIGN_ATTACHED : 0));
+                const WhatToSignStruct what = InFile(source, form | (attached ? c_NAL_SIGN_ATTACHED : 0));
                 Put("file.p7s", m_content);
                 for (std::size_t i = 0; i < signers; ++i) {
                     NALSignData(people[i]->user, people[i]->cert, what, &message, nullptr, nullptr);
@@ -178,7 +178,7 @@ TEST_F(SignedMessages, OfOpenSslAreReadCheckedAndWrittenAgain) {
 
             // The content moves out and in.
             const std::string taken = Path(form.attached ? "taken" : "content");
-            WhatToSignStruct what = File(taken, 0);
+            WhatToSignStruct what = InFile(taken);
             ASSERT_TRUE(form.attached ? inFile.DetachData(what, nullptr) : inFile.AttachData(what, nullptr));
             EXPECT_EQ(Get(form.attached ? "taken" : "content"), Get("content"));
             CTOOFile moved(Path("moved"), "wbc");
@@ -197,7 +197,7 @@ TEST_F(SignedMessages, OfOpenSslAreReadCheckedAndWrittenAgain) {
 
             // One of ours beside theirs.
             IdentObj both = original;
-            NALSignData(s_ann->user, s_ann->cert, Memory(m_content, 0), &both, nullptr, nullptr);
+            NALSignData(s_ann->user, s_ann->cert, InMemory(m_content), &both, nullptr, nullptr);
             EXPECT_EQ(Check(Read(both), m_content), Statuses(signers + 1, 0));
         }
     }

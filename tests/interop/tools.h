@@ -7,9 +7,8 @@
 
 #include <string>
 
+#include "support/folder_test.h"
 #include "support/process.h"
-#include "support/temp_folder.h"
-#include "too/ident_obj.h"
 
 namespace nal_test {
 
@@ -53,11 +52,6 @@ crl_extensions = crl_ext
 authorityKeyIdentifier = keyid:always
 )";
 
-class FolderTest : public testing::Test {
-protected:
-    TempFolder m_folder;
-};
-
 /// `Base` has a folder of the test's own, m_folder. Without the programs its tests are skipped.
 template <class Base = FolderTest>
 class ToolTest : public Base {
@@ -85,10 +79,7 @@ protected:
     std::string Path(const std::string& name) const { return this->m_folder.File(name); }
     void Put(const std::string& name, const std::string& text) const { WriteFile(Path(name), text); }
     void Put(const std::string& name, const IdentObj& bytes) const { WriteFile(Path(name), bytes.GetData(), bytes.GetSize()); }
-    IdentObj Get(const std::string& name) const {
-        const Bytes bytes = ReadFile(Path(name));
-        return {bytes.data(), static_cast<unsigned>(bytes.size())};
-    }
+    IdentObj Get(const std::string& name) const { return this->Load(Path(name)); }
 
     /// Makes a key and its certificate, NAME.key, NAME.pem and in DER NAME, with the extensions of a section.
     /// @param issuer  who signs it; empty: itself

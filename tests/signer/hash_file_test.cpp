@@ -1,23 +1,23 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-
 #include "model/provider_handles.h"
 #include "nal/progress.h"
 #include "nal/sign.h"
 #include "ork/provider.h"
 #include "storage/signature_check.h"
+#include "support/folder_test.h"
 #include "support/status_of.h"
-#include "support/temp_folder.h"
 #include "too/status.h"
 #include "too/testing.h"
 
 namespace {
 
+using nal_test::FailureOf;
+using nal_test::FromHexText;
+using nal_test::FromText;
+using nal_test::StatusOf;
+
 constexpr unsigned c_open = 0xFFFFFFFF;
 
-class HashFile : public testing::Test {
+class HashFile : public nal_test::FolderTest {
 protected:
     HashFile() {
         m_info.hProv = m_provider.Get();
@@ -31,10 +31,10 @@ protected:
     }
 
     /// The hash of bytes in one call.
-    IdentObj HashOf(const std::string& bytes) const {
+    IdentObj HashOf(const IdentObj& bytes) const {
         const nal::HashHandle hash = NewHash();
         IdentObj value;
-        EXPECT_TRUE(ORKHashData(hash.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), 0));
+        EXPECT_TRUE(ORKHashData(hash.Get(), bytes.GetData(), bytes.GetSize(), 0));
         EXPECT_TRUE(ORKGetHashParam(hash.Get(), ORK_HASH_PARAM_VALUE, value));
         return value;
     }
@@ -43,76 +43,55 @@ protected:
         return NALHashFile(m_path.c_str(), start, length, flags, m_info);
     }
 
-    void Write(const std::string& bytes) const { nal_test::WriteFile(m_path, bytes); }
-
-    static std::string MakeBytes(std::size_t size) {
-        std::string bytes(size, '\0');
-        for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i * 31 + i / 251);
-        return bytes;
-    }
-
-    nal_test::TempFolder m_folder;
-    std::string m_path = m_folder.File("file");
+    std::string m_path = Path("file");
     nal::ContextHandle m_provider = nal::OpenVerifyProvider();
     SNALCryptInfo m_info;
 };
 
 TEST_F(HashFile, EveryRegionIsHashedAsItsBytes) {
-    for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{65536}, std::size_t{65537}, std::size_t{200000}}) {
-        const std::string bytes = MakeBytes(size);
-        Write(bytes);
-        const auto all = static_cast<unsigned>(size);
+    for (const unsigned size : {0U, 1U, 65536U, 65537U, 200000U}) {
+        const IdentObj bytes = MakeBytes(size);
+        Store("file", bytes);
+        const unsigned third = size / 3;
         EXPECT_EQ(Hash(c_open, c_open), HashOf(bytes)) << size;
-        EXPECT_EQ(Hash(0, all), HashOf(bytes)) << size;
-        EXPECT_EQ(Hash(all / 3, c_open), HashOf(bytes.substr(size / 3))) << size;
-        EXPECT_EQ(Hash(all / 3, all / 2), HashOf(bytes.substr(size / 3, size / 2))) << size;
-        EXPECT_EQ(Hash(all, 0), HashOf("")) << size;
+        EXPECT_EQ(Hash(0, size), HashOf(bytes)) << size;
+        EXPECT_EQ(Hash(third, c_open), HashOf({bytes.GetData() + third, size - third})) << size;
+        EXPECT_EQ(Hash(third, size / 2), HashOf({bytes.GetData() + third, size / 2})) << size;
+        EXPECT_EQ(Hash(size, 0), HashOf({})) << size;
     }
     m_info.hProv = 0;
     EXPECT_EQ(Hash(0, c_open), HashOf(MakeBytes(200000))) << "with a provider of its own";
 }
 
 TEST_F(HashFile, PiecesAreHashedAsTheirContents) {
-    Write(std::string("..") + "\x04\x02hi" + "\x24\x05\x04\x03yes" + std::string("\0\0tail", 6));
-    EXPECT_EQ(Hash(2, 13, 2), HashOf("hiyes"));
-    Write(std::string("\0\0", 2));
-    EXPECT_EQ(Hash(0, 2, 2), HashOf(""));
-    Write("\x04\x7Fhi....");
-    EXPECT_EQ(nal_test::StatusOf([&] { Hash(0, c_open, 2); }), TOO_E_BAD_STRUCTURE);
+    Store("file", FromHexText("2E2E 0402 6869 2405 0403 796573 0000 7461696C"));
+    EXPECT_EQ(Hash(2, 13, 2), HashOf(FromText("hiyes")));
+    Store("file", FromHexText("0000"));
+    EXPECT_EQ(Hash(0, 2, 2), HashOf({}));
+    Store("file", FromHexText("047F 6869"));
+    EXPECT_EQ(StatusOf([&] { Hash(0, c_open, 2); }), TOO_E_BAD_STRUCTURE);
 }
 
 TEST_F(HashFile, ARunningHashGoesOn) {
-    Write("second");
+    Store("file", FromText("second"));
     const nal::HashHandle running = NewHash();
     ASSERT_TRUE(ORKHashData(running.Get(), "first ", 6, 0));
     m_info.hHash = running.Get();
-    EXPECT_EQ(Hash(0, c_open), HashOf("first second"));
-    EXPECT_EQ(Hash(0, 3), HashOf("first secondsec"));
+    EXPECT_EQ(Hash(0, c_open), HashOf(FromText("first second")));
+    EXPECT_EQ(Hash(0, 3), HashOf(FromText("first secondsec")));
 }
 
 TEST_F(HashFile, FailuresAreTold) {
-    Write("0123456789");
-    EXPECT_EQ(nal_test::StatusOf([&] { Hash(0, 11); }), TOO_E_BAD_ARGUMENT);
-    EXPECT_EQ(nal_test::StatusOf([&] { Hash(11, c_open); }), TOO_E_BAD_ARGUMENT);
-    EXPECT_EQ(nal_test::StatusOf([&] { Hash(8, 0xFFFFFFFE); }), TOO_E_BAD_ARGUMENT);
-    EXPECT_EQ(nal_test::StatusOf([&] { NALHashFile(nullptr, 0, 0, 0, m_info); }), TOO_E_BAD_ARGUMENT);
-    const std::string missing = m_folder.File("missing");
-    try {
-        NALHashFile(missing.c_str(), 0, c_open, 0, m_info);
-        FAIL();
-    } catch (const XTOOStatus& status) {
-        EXPECT_EQ(status.GetCode(), TOO_E_FILE_NOT_FOUND);
-        EXPECT_EQ(status.GetText(), CTOOString(missing));
+    Store("file", FromText("0123456789"));
+    for (const auto& [start, length] : {std::pair{0U, 11U}, {11U, c_open}, {8U, 0xFFFFFFFE}}) {
+        EXPECT_EQ(StatusOf([&] { Hash(start, length); }), TOO_E_BAD_ARGUMENT) << start << " " << length;
     }
+    EXPECT_EQ(StatusOf([&] { NALHashFile(nullptr, 0, 0, 0, m_info); }), TOO_E_BAD_ARGUMENT);
+    const std::string missing = Path("missing");
+    EXPECT_EQ(FailureOf([&] { NALHashFile(missing.c_str(), 0, c_open, 0, m_info); }), "4 " + missing);
     for (const char* call : {"ORKCreateHash", "ORKHashData", "ORKGetHashParam"}) {
         const too_testing::ScopedCallFailure failure(call, ORK_E_NO_MEMORY);
-        try {
-            Hash(0, c_open);
-            ADD_FAILURE() << call;
-        } catch (const XTOOStatus& status) {
-            EXPECT_EQ(status.GetCode(), WinErr2ToolsErr(ORK_E_NO_MEMORY)) << call;
-            EXPECT_EQ(status.GetText(), "NALHashFile") << call;
-        }
+        EXPECT_EQ(FailureOf([&] { Hash(0, c_open); }), "1 NALHashFile") << call;
     }
 }
 

@@ -23,17 +23,9 @@ CNALMessageSignerInfo WithKeyId(const IdentObj& keyId) {
     return signer;
 }
 
-IdentObj PrintableName(const char* text) {
-    return nal_test::Der([&](asnt::Writer& w) {
-        w.Sequence([&] {
-            w.Set([&] {
-                w.Sequence([&] {
-                    w.Oid("2.5.4.3");
-                    w.Primitive(asnt::tag::PrintableString, asnt::View(text, std::char_traits<char>::length(text)));
-                });
-            });
-        });
-    });
+/// A common name of six letters as PrintableString.
+IdentObj PrintableName(const std::string& text) {
+    return nal_test::FromHexText("3011 310F 300D 0603550403 1306" + nal_test::ToHex(text));
 }
 
 TEST(SignerMatch, OneRuleForEveryForm) {

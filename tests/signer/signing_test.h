@@ -1,8 +1,6 @@
 // What the tests of single signatures share: keys of every kind with certificates, and the steps of signing and checking.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <optional>
 #include <string>
 
@@ -12,7 +10,9 @@
 #include "signer/signer_match.h"
 #include "storage/signature_check.h"
 #include "support/authority.h"
+#include "support/folder_test.h"
 #include "support/hex.h"
+#include "support/status_of.h"
 
 namespace nal_test {
 
@@ -22,7 +22,7 @@ struct Signatory {
     CNALCertContext cert;
 };
 
-class OneSignatureTest : public testing::Test {
+class OneSignatureTest : public FolderTest {
 protected:
     static void SetUpTestSuite() { s_authority.emplace(); }
     static void TearDownTestSuite() { s_authority.reset(); }

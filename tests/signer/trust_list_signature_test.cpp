@@ -3,7 +3,6 @@
 
 #include "signer/signing_test.h"
 #include "signer/trust_list_signature.h"
-#include "support/status_of.h"
 #include "too/testing.h"
 
 namespace {
@@ -48,10 +47,9 @@ TEST_F(TrustListSignature, HoldsAndIsTheOnlyOne) {
     EXPECT_TRUE(who.cert == read.signer);
     EXPECT_LE(read.signingTime, CTOOFileTime::Now());
 
-    using Change = std::function<void(CNALSignData&)>;
     const struct {
         const char* name;
-        Change change;
+        std::function<void(CNALSignData&)> change;
         int status;
     } cases[] = {
         {"version", [](auto& message) { message.version = 1; }, TOO_E_BAD_STRUCTURE},
@@ -105,18 +103,16 @@ TEST_F(TrustListSignature, RefusesWhatIsMissingOrDoesNotFit) {
     CNALSignData list = Unsigned();
     CNALSignData empty;
     const unsigned long key = who.key.GetKey();
-    EXPECT_EQ(TOO_E_BAD_ARGUMENT, StatusOf([&] { NALSignTrustList(closed, key, who.cert, list); }));
-    EXPECT_EQ(TOO_E_BAD_ARGUMENT, StatusOf([&] { NALSignTrustList(provider, 0, who.cert, list); }));
-    EXPECT_EQ(TOO_E_BAD_ARGUMENT, StatusOf([&] { NALSignTrustList(provider, key, CNALCertContext(), list); }));
-    EXPECT_EQ(TOO_E_BAD_ARGUMENT, StatusOf([&] { NALSignTrustList(provider, key, who.cert, empty); }));
-    EXPECT_EQ(TOO_E_BAD_SIGNATURE, StatusOf([&] { NALSignTrustList(provider, key, other.cert, list); }));
+    const auto statusOf = [&](CNALProvider& by, unsigned long with, const CNALCertContext& cert, CNALSignData& what) {
+        return StatusOf([&] { NALSignTrustList(by, with, cert, what); });
+    };
+    EXPECT_EQ(TOO_E_BAD_ARGUMENT, statusOf(closed, key, who.cert, list));
+    EXPECT_EQ(TOO_E_BAD_ARGUMENT, statusOf(provider, 0, who.cert, list));
+    EXPECT_EQ(TOO_E_BAD_ARGUMENT, statusOf(provider, key, CNALCertContext(), list));
+    EXPECT_EQ(TOO_E_BAD_ARGUMENT, statusOf(provider, key, who.cert, empty));
+    EXPECT_EQ(TOO_E_BAD_SIGNATURE, statusOf(provider, key, other.cert, list));
     const too_testing::ScopedCallFailure failure("ORKSignHash", ORK_E_NO_MEMORY);
-    try {
-        NALSignTrustList(provider, key, who.cert, list);
-        ADD_FAILURE();
-    } catch (const XTOOStatus& status) {
-        EXPECT_EQ("NALSignTrustList", status.GetText());
-    }
+    EXPECT_EQ("1 NALSignTrustList", nal_test::FailureOf([&] { NALSignTrustList(provider, key, who.cert, list); }));
     EXPECT_TRUE(list.signerInfos.empty() && list.certificates.empty());
 }
 

@@ -8,7 +8,6 @@
 #include "nal/errors.h"
 #include "nal/signature_check.h"
 #include "signer/signing_test.h"
-#include "support/temp_folder.h"
 #include "too/time.h"
 
 namespace nal_test {
@@ -38,9 +37,7 @@ protected:
         return message;
     }
 
-    static IdentObj EncodingOf(const CNALCertContext& cert) {
-        return {cert.GetContext()->pbCertEncoded, cert.GetContext()->cbCertEncoded};
-    }
+    static IdentObj EncodingOf(const CNALCertContext& cert) { return {cert.GetContext()->pbCertEncoded, cert.GetContext()->cbCertEncoded}; }
 
     static IdentObj Encoded(CNALSignData message) { return message.WriteObject(nullptr); }
 
@@ -69,47 +66,11 @@ protected:
         return statuses;
     }
 
-    static WhatToSignStruct InMemory(const IdentObj& content) {
-        WhatToSignStruct what;
-        what.data = content.GetData();
-        what.end = content.GetSize();
-        return what;
-    }
-
-    static WhatToSignStruct InFile(const std::string& path) {
-        WhatToSignStruct what;
-        what.flags = c_NAL_CONTENT_IN_FILE;
-        what.data = path.c_str();
-        what.end = c_NAL_TO_END_OF_FILE;
-        return what;
-    }
-
-    std::string Store(const std::string& name, const IdentObj& bytes) const {
-        WriteFile(m_folder.File(name), bytes.GetData(), bytes.GetSize());
-        return m_folder.File(name);
-    }
-
-    static IdentObj Load(const std::string& path) {
-        const Bytes bytes = ReadFile(path);
-        return {bytes.data(), static_cast<unsigned>(bytes.size())};
-    }
-
     static CNALCertStorage StorageOf(const std::vector<CNALCertContext>& certs) {
         CNALString name;
         CNALCertStorage storage(name, CERT_STORE_PROV_MEMORY, 0, 0, nullptr);
         for (const CNALCertContext& cert : certs) EXPECT_TRUE(storage.AddCertificate(cert));
         return storage;
-    }
-
-    /// The status and the context of what `action` throws, as one text.
-    template <class Action>
-    static std::string FailureOf(Action&& action) {
-        try {
-            action();
-        } catch (const XTOOStatus& status) {
-            return std::to_string(status.GetCode()) + " " + status.GetText().c_str();
-        }
-        return "";
     }
 
     static FILETIME DaysFromNow(int days) { return CTOOFileTime(CTOOFileTime::Now().GetTicks() + days * CTOOFileTime::c_ticksPerDay); }
@@ -121,8 +82,6 @@ protected:
         profile.notAfter = DaysFromNow(to);
         return profile;
     }
-
-    TempFolder m_folder;
 };
 
 }  // namespace nal_test

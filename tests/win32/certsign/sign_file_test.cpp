@@ -9,6 +9,8 @@
 
 namespace {
 
+using nal_test::FromHexText;
+using nal_test::FromText;
 using nal_test::Person;
 using nal_test::StatusOf;
 using Statuses = std::vector<DWORD>;
@@ -30,45 +32,44 @@ protected:
 };
 
 TEST_F(SignFile, AFileBecomesASignatureFile) {
-    for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{65536}, std::size_t{65537}, std::size_t{600000}}) {
-        const std::string bytes = MakeBytes(size);
-        const std::string source = Stored("source", bytes);
-        const std::string out = m_folder.File("source.p7s");
+    const IdentObj cert = EncodingOf(s_ann->cert);
+    for (const unsigned size : {0U, 1U, 65536U, 65537U, 600000U}) {
+        const IdentObj bytes = MakeBytes(size);
+        const std::string source = Store("source", bytes);
+        const std::string out = Path("source.p7s");
         for (const DWORD flags : {DWORD{0}, c_NAL_SIGN_BY_KEY_ID, c_NAL_SIGN_NO_CERTIFICATE}) {
             IdentObj written;
             ASSERT_EQ(TOO_OK, Status(*s_ann, source, out.c_str(), flags, &written)) << size;
-            EXPECT_EQ(Loaded(out), written);
+            EXPECT_EQ(Load(out), written);
             const CNALSignData message = Read(written);
-            EXPECT_EQ(bytes.size(), message.eContent.GetSize());
+            EXPECT_EQ(bytes, message.eContent);
             EXPECT_EQ(flags == 0 ? 1 : 3, message.version);
-            const IdentObj cert = asnt::View(s_ann->cert.GetContext()->pbCertEncoded, s_ann->cert.GetContext()->cbCertEncoded).Copy();
             EXPECT_EQ(flags == c_NAL_SIGN_NO_CERTIFICATE ? std::list<IdentObj>() : std::list<IdentObj>{cert}, message.certificates);
             EXPECT_EQ(Statuses{0}, Check(ReadFrom(out), std::nullopt, {cert}));
             EXPECT_TRUE(SignerOf(message.signerInfos.front()).signedAttrs[1].HasOID(c_NAL_OID_SIGNING_TIME));
-            EXPECT_EQ(bytes.size(), Loaded(source).GetSize());
+            EXPECT_EQ(bytes, Load(source));
         }
     }
 }
 
 TEST_F(SignFile, InPlaceWhenNoOtherPathIsNamed) {
-    const std::string bytes = MakeBytes(100000);
-    for (const char* out : {"", "SOURCE", "source"}) {
-        const std::string source = Stored("source", bytes);
-        const std::string path = m_folder.File(out);
-        std::string upper = source;
-        std::transform(upper.begin(), upper.end(), upper.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-        const char* target = *out == '\0' ? nullptr : *out == 'S' ? upper.c_str() : source.c_str();
-        ASSERT_EQ(TOO_OK, Status(*s_ann, source, target, 0)) << out;
-        EXPECT_EQ(Statuses{0}, Check(ReadFrom(source))) << out;
+    const IdentObj bytes = MakeBytes(100000);
+    const std::string source = Path("source");
+    std::string upper = source;
+    std::transform(upper.begin(), upper.end(), upper.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    for (const char* target : {static_cast<const char*>(nullptr), upper.c_str(), source.c_str()}) {
+        Store("source", bytes);
+        ASSERT_EQ(TOO_OK, Status(*s_ann, source, target, 0));
+        EXPECT_EQ(Statuses{0}, Check(ReadFrom(source)));
         EXPECT_EQ(1U, Listing().size());
         // One more signature, in place too.
-        ASSERT_EQ(TOO_OK, Status(*s_bob, source, target, c_NAL_SIGN_ADD_TO_FILE)) << out;
-        EXPECT_EQ((Statuses{0, 0}), Check(ReadFrom(source))) << out;
-        EXPECT_EQ(bytes.size(), Read(Loaded(source)).eContent.GetSize());
+        ASSERT_EQ(TOO_OK, Status(*s_bob, source, target, c_NAL_SIGN_ADD_TO_FILE));
+        EXPECT_EQ((Statuses{0, 0}), Check(ReadFrom(source)));
+        EXPECT_EQ(bytes, Read(Load(source)).eContent);
     }
     // By a link: the file is signed, and the link still names it.
-    const std::string source = Stored("source", bytes);
-    const std::string link = m_folder.File("link");
+    Store("source", bytes);
+    const std::string link = Path("link");
     std::filesystem::create_symlink(source, link);
     ASSERT_EQ(TOO_OK, Status(*s_ann, link, nullptr, 0));
     EXPECT_TRUE(std::filesystem::is_symlink(link));
@@ -76,14 +77,14 @@ TEST_F(SignFile, InPlaceWhenNoOtherPathIsNamed) {
 }
 
 TEST_F(SignFile, AddsToSignatureFiles) {
-    const std::string bytes = MakeBytes(3000);
-    const std::string source = Stored("source", bytes);
-    const std::string one = m_folder.File("one");
-    const std::string two = m_folder.File("two");
+    const IdentObj bytes = MakeBytes(3000);
+    const std::string source = Store("source", bytes);
+    const std::string one = Path("one");
+    const std::string two = Path("two");
     ASSERT_EQ(TOO_OK, Status(*s_ann, source, one.c_str(), 0));
     ASSERT_EQ(TOO_OK, Status(*s_bob, one, two.c_str(), c_NAL_SIGN_ADD_TO_FILE));
     EXPECT_EQ((Statuses{0, 0}), Check(ReadFrom(two)));
-    EXPECT_EQ(Read(Loaded(one)).signerInfos.front(), Read(Loaded(two)).signerInfos.front());
+    EXPECT_EQ(Read(Load(one)).signerInfos.front(), Read(Load(two)).signerInfos.front());
     EXPECT_EQ(1U, ReadFrom(two).digestAlgorithms.size());
     EXPECT_EQ(TOO_E_ALREADY_SIGNED, Status(*s_ann, two, nullptr, c_NAL_SIGN_ADD_TO_FILE));
     ASSERT_EQ(TOO_OK, Status(*s_ann, two, nullptr, c_NAL_SIGN_ADD_TO_FILE | c_NAL_SIGN_AGAIN));
@@ -92,59 +93,58 @@ TEST_F(SignFile, AddsToSignatureFiles) {
 
     // Without the flag a signature file is content as any other.
     ASSERT_EQ(TOO_OK, Status(*s_ann, one, two.c_str(), 0));
-    EXPECT_EQ(Loaded(one), Read(Loaded(two)).eContent);
+    EXPECT_EQ(Load(one), Read(Load(two)).eContent);
     // And what is no signature file is content with the flag too.
     ASSERT_EQ(TOO_OK, Status(*s_ann, source, two.c_str(), c_NAL_SIGN_ADD_TO_FILE));
     EXPECT_EQ(Statuses{0}, Check(ReadFrom(two)));
 
     IdentObj detached;
-    ASSERT_EQ(1, NALSignData(s_ann->user, s_ann->cert, Memory(bytes, 0), &detached, nullptr, nullptr));
-    nal_test::WriteFile(one, detached.GetData(), detached.GetSize());
+    ASSERT_EQ(1, NALSignData(s_ann->user, s_ann->cert, InMemory(bytes), &detached, nullptr, nullptr));
+    Store("one", detached);
     EXPECT_EQ(TOO_E_NOT_INITIALIZED, Status(*s_bob, one, two.c_str(), c_NAL_SIGN_ADD_TO_FILE));
 
     // A signature file whose content is no longer the one that was signed.
     ASSERT_EQ(TOO_OK, Status(*s_ann, source, one.c_str(), 0));
-    IdentObj changed = Loaded(one);
+    IdentObj changed = Load(one);
     changed.GetData()[500] ^= 1;
-    nal_test::WriteFile(one, changed.GetData(), changed.GetSize());
+    Store("one", changed);
     EXPECT_EQ(TOO_E_BAD_ARGUMENT, Status(*s_bob, one, nullptr, c_NAL_SIGN_ADD_TO_FILE));
-    EXPECT_EQ(changed, Loaded(one));
+    EXPECT_EQ(changed, Load(one));
 
     // What stands behind the message would be lost in place.
     ASSERT_EQ(TOO_OK, Status(*s_ann, source, one.c_str(), 0));
-    IdentObj longer = Loaded(one);
+    IdentObj longer = Load(one);
     longer.Append("more", 4);
-    nal_test::WriteFile(one, longer.GetData(), longer.GetSize());
+    Store("one", longer);
     EXPECT_EQ(TOO_E_BAD_STRUCTURE, Status(*s_bob, one, nullptr, c_NAL_SIGN_ADD_TO_FILE));
-    EXPECT_EQ(longer, Loaded(one));
+    EXPECT_EQ(longer, Load(one));
     EXPECT_EQ(TOO_OK, Status(*s_bob, one, two.c_str(), c_NAL_SIGN_ADD_TO_FILE));
 
     // Content in pieces, as others write it: an indefinite OCTET STRING of two.
-    const std::string pieces =
-        std::string("\x30\x80\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07\x02\xA0\x80\x30\x80\x02\x01\x01\x31\x00", 22) +
-        std::string("\x30\x80\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01\xA0\x80\x24\x80\x04\x02hi\x04\x03yes", 26) +
-        std::string("\0\0\0\0\0\0\x31\0\0\0\0\0\0\0", 14);
-    const std::string inPieces = Stored("pieces", pieces);
+    const IdentObj pieces = FromHexText(
+        "3080 0609 2A864886F70D010702 A080 3080 020101 3100 3080 0609 2A864886F70D010701 A080 2480 0402 6869 0403 796573"
+        "0000 0000 0000 3100 0000 0000 0000");
+    const std::string inPieces = Store("pieces", pieces);
     ASSERT_EQ(TOO_OK, Status(*s_bob, inPieces, nullptr, c_NAL_SIGN_ADD_TO_FILE));
-    EXPECT_EQ(Statuses{0}, Check(ReadFrom(inPieces), "hiyes"));
-    EXPECT_EQ(IdentObj("hiyes", 5), Read(Loaded(inPieces)).eContent);
+    EXPECT_EQ(Statuses{0}, Check(ReadFrom(inPieces), FromText("hiyes")));
+    EXPECT_EQ(FromText("hiyes"), Read(Load(inPieces)).eContent);
 }
 
 TEST_F(SignFile, FailuresAreToldAndChangeNothing) {
-    const std::string bytes = MakeBytes(100000);
-    const std::string source = Stored("source", bytes);
-    const std::string out = Stored("out", "old");
+    const IdentObj bytes = MakeBytes(100000);
+    const std::string source = Store("source", bytes);
+    const std::string out = Store("out", FromText("old"));
     const auto before = Listing();
     Person wrong = NewPerson("Wrong", ORK_KEY_SIGNATURE, keycentre::RootProfile());
     const Person mixed{s_ann->user, s_bob->cert, ""};
     const Person stranger{CNALUser(), s_ann->cert, ""};
-    EXPECT_EQ(TOO_E_FILE_NOT_FOUND, Status(*s_ann, m_folder.File("missing"), out.c_str(), 0));
+    EXPECT_EQ(TOO_E_FILE_NOT_FOUND, Status(*s_ann, Path("missing"), out.c_str(), 0));
     EXPECT_EQ(TOO_E_KEY_NOT_FOUND, Status(mixed, source, out.c_str(), 0));
     EXPECT_EQ(TOO_E_KEY_NOT_FOUND, Status(stranger, source, out.c_str(), 0));
     EXPECT_EQ(TOO_E_CERT_REFUSED, Status(wrong, source, out.c_str(), 0));
     EXPECT_EQ(TOO_E_BAD_ARGUMENT,
               StatusOf([&] { NALSignFile(s_ann->user, s_ann->cert, nullptr, nullptr, nullptr, 0, nullptr, nullptr); }));
-    EXPECT_NE(TOO_OK, Status(*s_ann, source, m_folder.File("no/folder").c_str(), 0));
+    EXPECT_NE(TOO_OK, Status(*s_ann, source, Path("no/folder").c_str(), 0));
     EXPECT_NE(TOO_OK, Status(*s_ann, m_folder.Path(), out.c_str(), 0));
     const CTOOString unknown("1.2.3");
     EXPECT_EQ(TOO_E_UNKNOWN_ALGORITHM,
@@ -158,21 +158,21 @@ TEST_F(SignFile, FailuresAreToldAndChangeNothing) {
         }
     }
     EXPECT_EQ(before, Listing());
-    EXPECT_EQ(IdentObj(bytes.data(), static_cast<unsigned>(bytes.size())), Loaded(source));
-    EXPECT_EQ(IdentObj("old", 3), Loaded(out));
+    EXPECT_EQ(bytes, Load(source));
+    EXPECT_EQ(FromText("old"), Load(out));
 }
 
 // Every step of writing fails once: output and source are as before, or the signature file is whole.
 TEST_F(SignFile, AFullDiskOrSuddenDeathLeavesAllAsItWas) {
-    const std::string bytes = MakeBytes(600000);
+    const IdentObj bytes = MakeBytes(600000);
     for (const bool inPlace : {false, true}) {
         for (const bool die : {false, true}) {
             bool done = false;
             for (unsigned nth = 1; !done; ++nth) {
                 ASSERT_LT(nth, 50U);
-                const std::string source = Stored("source", bytes);
-                const std::string out = inPlace ? source : Stored("out", "old");
-                const IdentObj before = Loaded(out);
+                const std::string source = Store("source", bytes);
+                const std::string out = inPlace ? source : Store("out", FromText("old"));
+                const IdentObj before = Load(out);
                 const char* target = inPlace ? nullptr : out.c_str();
                 if (die) {
                     done = nal_test::RunInChild([&] {
@@ -183,25 +183,16 @@ TEST_F(SignFile, AFullDiskOrSuddenDeathLeavesAllAsItWas) {
                     const too_testing::ScopedStepFailure full(nth);
                     const int status = Status(*s_ann, source, target, 0);
                     done = status == TOO_OK;
-                    if (!done) {
-                        EXPECT_EQ(TOO_E_DISK_FULL, status) << nth;
-                    }
-                }
-                const IdentObj after = Loaded(out);
-                if (after != before) {
-                    EXPECT_EQ(Statuses{0}, Check(ReadFrom(out))) << nth;
-                }
-                if (done) {
-                    EXPECT_NE(before, after);
-                }
-                if (!inPlace) {
-                    EXPECT_EQ(bytes.size(), Loaded(source).GetSize());
-                }
-                if (!die) {
+                    EXPECT_EQ(done ? TOO_OK : TOO_E_DISK_FULL, status) << nth;
                     EXPECT_EQ(inPlace ? 1U : 2U, Listing().size()) << nth;
                 }
+                const bool changed = Load(out) != before;
+                EXPECT_TRUE(changed || !done);
+                if (changed) {
+                    EXPECT_EQ(Statuses{0}, Check(ReadFrom(out))) << nth;
+                }
+                EXPECT_TRUE(inPlace || Load(source) == bytes);
             }
-            std::filesystem::remove(m_folder.File("out"));
             for (const auto& entry : std::filesystem::directory_iterator(m_folder.Path())) std::filesystem::remove(entry.path());
         }
     }
@@ -223,9 +214,9 @@ struct Meanwhile {
 };
 
 TEST_F(SignFile, AFileThatChangesMeanwhileIsRefused) {
-    const std::string bytes = MakeBytes(1000000);
-    const std::string source = m_folder.File("source");
-    const std::string out = m_folder.File("out");
+    const IdentObj bytes = MakeBytes(1000000);
+    const std::string source = Path("source");
+    const std::string out = Path("out");
     const struct {
         const char* name;
         std::function<bool()> change;
@@ -236,12 +227,12 @@ TEST_F(SignFile, AFileThatChangesMeanwhileIsRefused) {
         {"shrinks", [&] { return std::filesystem::resize_file(source, 700000), true; }, TOO_E_READ, 700000},
         {"shrinks behind what was read", [&] { return std::filesystem::resize_file(source, 10), true; }, TOO_E_READ, 10},
         {"vanishes", [&] { return std::filesystem::remove(source); }, TOO_E_READ, 0},
-        {"is replaced", [&] { return nal_test::WriteFile(out, bytes), std::filesystem::rename(out, source), true; }, TOO_E_READ, 1000000},
+        {"is replaced", [&] { return Store("out", bytes), std::filesystem::rename(out, source), true; }, TOO_E_READ, 1000000},
         {"cancelled", [] { return false; }, TOO_E_CANCELLED, 1000000},
     };
     for (const auto& test : cases) {
         for (const int kind : {0, 1, 2}) {  // to another file, in place, detached
-            nal_test::WriteFile(source, bytes);
+            Store("source", bytes);
             // Its time is not the one that a change now will have.
             std::filesystem::last_write_time(source, std::filesystem::last_write_time(source) - std::chrono::hours(1));
             IdentObj message;
@@ -249,7 +240,7 @@ TEST_F(SignFile, AFileThatChangesMeanwhileIsRefused) {
             {
                 Meanwhile meanwhile(test.change);
                 if (kind == 2) {
-                    NALSignData(s_ann->user, s_ann->cert, File(source, 0), &message, nullptr, &err);
+                    NALSignData(s_ann->user, s_ann->cert, InFile(source), &message, nullptr, &err);
                 } else {
                     NALSignFile(s_ann->user, s_ann->cert, source.c_str(), kind == 0 ? out.c_str() : nullptr, &message, 0, nullptr, &err);
                 }
@@ -264,8 +255,8 @@ TEST_F(SignFile, AFileThatChangesMeanwhileIsRefused) {
 }
 
 TEST_F(SignFile, WhatIsTooLargeIsRefusedBeforeAnythingIsWritten) {
-    const std::string source = Stored("source", "");
-    const std::string out = m_folder.File("out");
+    const std::string source = Store("source", {});
+    const std::string out = Path("out");
     const too_testing::ScopedCallFailure noHashing("ORKHashData", ORK_E_FAIL);
     for (const std::uint64_t size : {std::uint64_t{0x100000001}, std::uint64_t{0xFFFFFFFF}, std::uint64_t{0xFFFFFFFE} - 300}) {
         std::filesystem::resize_file(source, size);
@@ -276,9 +267,9 @@ TEST_F(SignFile, WhatIsTooLargeIsRefusedBeforeAnythingIsWritten) {
         }
         IdentObj message;
         int err = 0;
-        NALSignData(s_ann->user, s_ann->cert, File(source, c_NAL_SIGN_ATTACHED), &message, nullptr, &err);
+        NALSignData(s_ann->user, s_ann->cert, InFile(source, c_NAL_SIGN_ATTACHED), &message, nullptr, &err);
         EXPECT_EQ(TOO_E_TOO_LARGE, err) << size;
-        NALSignData(s_ann->user, s_ann->cert, File(source, 0), &message, nullptr, &err);
+        NALSignData(s_ann->user, s_ann->cert, InFile(source), &message, nullptr, &err);
         EXPECT_EQ(size > 0xFFFFFFFE ? TOO_E_TOO_LARGE : WinErr2ToolsErr(ORK_E_FAIL), err) << size;
         EXPECT_EQ(0U, too_testing::GetStepCount());
         EXPECT_EQ(before, Listing());
@@ -287,9 +278,9 @@ TEST_F(SignFile, WhatIsTooLargeIsRefusedBeforeAnythingIsWritten) {
 
 // The token is another process, which has the key and gets what is to be signed in a file.
 TEST_F(SignFile, ATokenInAnotherProcessSigns) {
-    const std::string bytes = MakeBytes(300000);
-    const std::string source = Stored("source", bytes);
-    const std::string out = m_folder.File("out");
+    const IdentObj bytes = MakeBytes(300000);
+    const std::string source = Store("source", bytes);
+    const std::string out = Path("out");
     for (const DWORD hashAlgId : {ORK_ALG_GOSTR3411, ORK_ALG_PRIVATE_HASH}) {
         const Person who = NewPerson("Holder", hashAlgId == ORK_ALG_GOSTR3411 ? ORK_ALG_GOST2001_SIGN : ORK_ALG_PRIVATE_SIGN);
         const CNALUser nobody;
@@ -307,22 +298,22 @@ TEST_F(SignFile, ATokenInAnotherProcessSigns) {
         ASSERT_EQ(TOO_OK, call(nullptr, out.c_str()));
         EXPECT_TRUE(message.IsEmpty());
         EXPECT_EQ(1U, Listing().size()) << "the first call writes nothing";
-        nal_test::WriteFile(m_folder.File("order"), value, sizeof value);
+        Store("order", IdentObj(value, sizeof value));
 
         ASSERT_EQ(nal_test::ChildEnd::success, nal_test::RunInChild([&] {
             const keycentre::KeyPair key = keycentre::KeyPair::Open(CTOOString(who.container), "");
             ork::HashHandle hash;
             IdentObj signature;
             if (!ORKCreateHash(key.GetProvider(), hashAlgId, key.GetKey(), hash.Receive(), 0) ||
-                !ORKSetHashParam(hash.Get(), ORK_HASH_PARAM_VALUE, Loaded(m_folder.File("order"))) ||
+                !ORKSetHashParam(hash.Get(), ORK_HASH_PARAM_VALUE, Load(Path("order"))) ||
                 !ORKSignHash(hash.Get(), ORK_KEY_ANY, 0, signature)) {
                 throw XTOOStatus(TOO_E_INTERNAL);
             }
-            nal_test::WriteFile(m_folder.File("signature"), signature.GetData(), signature.GetSize());
+            Store("signature", signature);
         }));
-        IdentObj signature = Loaded(m_folder.File("signature"));
-        std::filesystem::remove(m_folder.File("order"));
-        std::filesystem::remove(m_folder.File("signature"));
+        IdentObj signature = Load(Path("signature"));
+        std::filesystem::remove(Path("order"));
+        std::filesystem::remove(Path("signature"));
 
         // A signature that does not hold, other attributes and other content: nothing is written.
         signature.GetData()[7] ^= 1;
@@ -332,17 +323,19 @@ TEST_F(SignFile, ATokenInAnotherProcessSigns) {
         contentHash.GetData()[0] ^= 1;
         EXPECT_EQ(TOO_E_BAD_SIGNATURE, call(signature.GetData(), out.c_str()));
         contentHash = goodHash;
-        Stored("source", MakeBytes(300001));
+        Store("source", MakeBytes(300001));
         EXPECT_EQ(TOO_E_BAD_SIGNATURE, call(signature.GetData(), nullptr));
         EXPECT_EQ(std::vector<std::string>{"source:300001"}, Listing());
-        Stored("source", bytes);
+        Store("source", bytes);
         time = CTOOFileTime(time.GetTicks() + CTOOFileTime::c_ticksPerSecond);
         EXPECT_EQ(TOO_E_BAD_ARGUMENT, call(signature.GetData(), out.c_str()));
         time = CTOOFileTime(time.GetTicks() - CTOOFileTime::c_ticksPerSecond);
 
+        too_testing::AdvanceClock(3600);  // a token may take its time
         ASSERT_EQ(TOO_OK, call(signature.GetData(), out.c_str()));
+        too_testing::ResetClock();
         EXPECT_EQ(Statuses{0}, Check(ReadFrom(out)));
-        EXPECT_EQ(Loaded(out), message);
+        EXPECT_EQ(Load(out), message);
         std::filesystem::remove(out);
     }
 }

@@ -1,8 +1,6 @@
 // What the tests of signing messages share: users with certificates, contents, and what each signature of a message is worth.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <filesystem>
 #include <list>
 #include <optional>
@@ -16,6 +14,7 @@
 #include "signer/signer_match.h"
 #include "storage/signature_check.h"
 #include "support/authority.h"
+#include "support/folder_test.h"
 #include "support/status_of.h"
 
 namespace nal_test {
@@ -27,7 +26,7 @@ struct Person {
     std::string container;
 };
 
-class SigningTest : public testing::Test {
+class SigningTest : public FolderTest {
 protected:
     static void SetUpTestSuite() {
         s_authority.emplace();
@@ -50,34 +49,12 @@ protected:
         return person;
     }
 
-    static std::string MakeBytes(std::size_t size) {
-        std::string bytes(size, '\0');
-        for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i * 31 + i / 251);
-        return bytes;
-    }
-
-    static WhatToSignStruct Memory(const std::string& bytes, DWORD options) {
-        WhatToSignStruct what;
-        what.options = options;
-        what.data = bytes.data();
-        what.end = static_cast<DWORD>(bytes.size());
-        return what;
-    }
-    static WhatToSignStruct File(const std::string& path, DWORD options, DWORD start = 0, DWORD end = c_NAL_TO_END_OF_FILE) {
-        WhatToSignStruct what;
-        what.flags = c_NAL_CONTENT_IN_FILE;
-        what.options = options;
-        what.data = path.c_str();
-        what.start = start;
-        what.end = end;
-        return what;
-    }
-
     static CNALSignData Read(const IdentObj& encoded) {
         CNALSignData message;
         EXPECT_EQ(1, message.ReadObject(encoded.GetData(), encoded.GetSize(), nullptr));
         return message;
     }
+    static IdentObj EncodingOf(const CNALCertContext& cert) { return {cert.GetContext()->pbCertEncoded, cert.GetContext()->cbCertEncoded}; }
     static CNALMessageSignerInfo SignerOf(const IdentObj& info) {
         CNALMessageSignerInfo signer;
         EXPECT_NE(0U, signer.ReadData(info.GetData(), info.GetSize(), nullptr));
@@ -85,14 +62,14 @@ protected:
     }
 
     /// What each signature is worth, over the content that the message carries or over `content`.
-    static std::vector<DWORD> Check(const CNALSignData& message, const std::optional<std::string>& content = std::nullopt,
+    static std::vector<DWORD> Check(const CNALSignData& message, const std::optional<IdentObj>& content = std::nullopt,
                                     const std::list<IdentObj>& certs = {}) {
         const nal::ContextHandle provider = nal::OpenVerifyProvider();
         nal::ContentHashes hashes(provider.Get(), "test");
         hashes.Want(ORK_ALG_GOSTR3411);
         hashes.Want(ORK_ALG_PRIVATE_HASH);
         if (content) {
-            hashes.Add(asnt::View(content->data(), content->size()));
+            hashes.Add(asnt::View(*content));
         } else {
             EXPECT_TRUE(message.IsAttached());
             hashes.Add(message);
@@ -111,11 +88,6 @@ protected:
         return statuses;
     }
 
-    std::string Stored(const std::string& name, const std::string& bytes) const {
-        WriteFile(m_folder.File(name), bytes);
-        return m_folder.File(name);
-    }
-    static IdentObj Loaded(const std::string& path) { return CTOOFile::ReadWhole(CTOOString(path)); }
     /// The names in the test's folder, with the size of each file.
     std::vector<std::string> Listing() const {
         std::vector<std::string> names;
@@ -129,7 +101,6 @@ protected:
     static std::optional<Authority> s_authority;
     static std::optional<Person> s_ann;
     static std::optional<Person> s_bob;
-    TempFolder m_folder;
 };
 
 inline std::optional<Authority> SigningTest::s_authority;

@@ -12,6 +12,7 @@
 
 namespace {
 
+using nal_test::FailureOf;
 using nal_test::FromText;
 using nal_test::Records;
 using nal_test::Signatory;
@@ -65,21 +66,15 @@ TEST_F(Run, FailsWithAStatusAndAContext) {
         EXPECT_EQ(verify(&err), 0);
         EXPECT_EQ(std::to_string(err), item.failure.substr(0, item.failure.find(' ')));
     }
-    EXPECT_EQ(FailureOf([&] { NALVerifySignatureOnFile(records, content.c_str(), nullptr, nullptr, nullptr); })
-                  .find("131 NALVerifySignatureOnFile: "),
-              0u);
-    EXPECT_EQ(FailureOf([&] { NALVerifySignatureOnFile(records, content.c_str(), &garbage, nullptr, nullptr); })
-                  .find("131 NALVerifySignatureOnFile: "),
-              0u);
+    for (const IdentObj* beside : {static_cast<const IdentObj*>(nullptr), &garbage}) {
+        const auto verify = [&] { NALVerifySignatureOnFile(records, content.c_str(), beside, nullptr, nullptr); };
+        EXPECT_EQ(FailureOf(verify).find("131 NALVerifySignatureOnFile: "), 0u);
+    }
 
     WhatToSignStruct noPath = InFile(content);
     noPath.data = nullptr;
     WhatToSignStruct noBytes = InMemory(m_content);
     noBytes.data = nullptr;
-    WhatToSignStruct backwards = InMemory(m_content);
-    backwards.start = backwards.end + 1;
-    WhatToSignStruct beyond = InFile(content);
-    beyond.end = 16;
     WhatToSignStruct noPieces = InFile(content);
     noPieces.flags |= c_NAL_CONTENT_IN_PIECES;
     const struct {
@@ -89,8 +84,8 @@ TEST_F(Run, FailsWithAStatusAndAContext) {
     } data[] = {
         {noPath, detached, "28 WhatToSignStruct "},
         {noBytes, detached, "28 WhatToSignStruct "},
-        {backwards, detached, "37 WhatToSignStruct "},
-        {beyond, detached, "37 WhatToSignStruct "},
+        {InMemory(m_content, 0, m_content.GetSize() + 1), detached, "37 WhatToSignStruct "},
+        {InFile(content, 0, 0, 16), detached, "37 WhatToSignStruct "},
         {noPieces, detached, "206 WhatToSignStruct "},
         {InFile("/no/such/file"), detached, "4 /no/such/file"},
         {{}, Encoded(MessageOf(m_content, {})), "140 NALVerifySignedData"},
@@ -129,10 +124,8 @@ TEST_F(Run, FailsWhenTheProviderDoes) {
         const too_testing::ScopedCallFailure failure(item.call, ORK_E_NO_MEMORY);
         Records records;
         EXPECT_EQ(FailureOf([&] { NALVerifySignedData(&records, {}, message, nullptr, nullptr); }), std::string("1 ") + item.context);
-        EXPECT_EQ(FailureOf([&] { NALVerifySignatureOnFile(records, path.c_str(), nullptr, nullptr, nullptr); })
-                      .find("1 NALVerifySignatureOnFile"),
-                  0u)
-            << item.call;
+        const auto verifyFile = [&] { NALVerifySignatureOnFile(records, path.c_str(), nullptr, nullptr, nullptr); };
+        EXPECT_EQ(FailureOf(verifyFile).find("1 NALVerifySignatureOnFile"), 0u) << item.call;
         EXPECT_TRUE(records.empty());
     }
 }
@@ -146,7 +139,7 @@ struct Interference {
         NALSetProgressHandler(
             [](std::uint64_t, std::uint64_t, void* self) {
                 auto& me = *static_cast<Interference*>(self);
-                return me.calls++ == 0 ? me.action() : true;
+                return me.calls++ != 0 || me.action();
             },
             this);
     }
@@ -157,38 +150,38 @@ TEST_F(Run, SurvivesFilesThatChangeUnderIt) {
     const IdentObj content = FromText(std::string(1 << 20, 'x'));
     const IdentObj attached = Encoded(MessageOf(content, {{&*s_who}}));
     const IdentObj detached = Encoded(MessageOf(content, {{&*s_who}}, false));
-    const std::string path = m_folder.File("file");
+    const std::string path = Path("file");
     for (const bool inMessage : {true, false}) {
-        const IdentObj& bytes = inMessage ? attached : detached;
         const IdentObj& file = inMessage ? attached : content;
-        const auto verify = [&](const std::function<bool()>& action, Records& records) {
-            Store("file", file);
-            const Interference interference(action);
-            int err = -1;
-            NALVerifySignatureOnFile(records, path.c_str(), inMessage ? nullptr : &bytes, nullptr, &err);
-            EXPECT_GT(interference.calls, 0u);
-            return err;
+        const struct {
+            std::function<bool()> action;
+            int status;
+        } cases[] = {
+            {[] { return true; }, TOO_OK},
+            {[] { return false; }, TOO_E_CANCELLED},
+            {[&] { return std::filesystem::resize_file(path, 100000), true; }, TOO_E_READ},
+            // A name is no file: what was opened is read to its end.
+            {[&] { return std::filesystem::remove(path); }, TOO_OK},
+            {[&] { return std::filesystem::resize_file(path, file.GetSize() + 100), true; }, TOO_OK},
         };
-        Records records;
-        EXPECT_EQ(verify([] { return true; }, records), 0);
-        EXPECT_EQ(StatusesOf(records), std::vector<DWORD>{0});
-        EXPECT_EQ(verify([] { return false; }, records), TOO_E_CANCELLED);
-        EXPECT_TRUE(records.empty());
-        EXPECT_EQ(verify([&] { return std::filesystem::resize_file(path, 100000), true; }, records), TOO_E_READ);
-        EXPECT_TRUE(records.empty());
-        // A name is no file: what was opened is read to its end.
-        EXPECT_EQ(verify([&] { return std::filesystem::remove(path); }, records), 0);
-        EXPECT_EQ(StatusesOf(records), std::vector<DWORD>{0});
-        EXPECT_EQ(verify([&] { return std::filesystem::resize_file(path, file.GetSize() + 100), true; }, records), 0);
-        EXPECT_EQ(StatusesOf(records), std::vector<DWORD>{0});
+        for (const auto& item : cases) {
+            Store("file", file);
+            const Interference interference(item.action);
+            Records records;
+            int err = -1;
+            NALVerifySignatureOnFile(records, path.c_str(), inMessage ? nullptr : &detached, nullptr, &err);
+            EXPECT_GT(interference.calls, 0u);
+            EXPECT_EQ(err, item.status) << &item - cases;
+            EXPECT_EQ(StatusesOf(records), std::vector<DWORD>(err == TOO_OK ? 1 : 0)) << &item - cases;
+        }
     }
 }
 
 class SignerChain : public Run {
 protected:
     SignerChain() {
-        std::filesystem::create_directories(m_folder.File("home/trust"));
-        setenv("NAL_HOME", m_folder.File("home").c_str(), 1);
+        std::filesystem::create_directories(Path("home/trust"));
+        setenv("NAL_HOME", Path("home").c_str(), 1);
         m_VPN_TrustStorages.Reset();
     }
     ~SignerChain() override {
@@ -197,7 +190,7 @@ protected:
     }
 
     void Trust(const std::vector<IdentObj>& certs, const std::vector<IdentObj>& crls) {
-        CNALString name(m_folder.File("home/trust/trusted.dat").c_str());
+        CNALString name(Path("home/trust/trusted.dat").c_str());
         CNALCertStorage storage(name, CERT_STORE_PROV_FILENAME_A, 0, 0, nullptr);
         for (const IdentObj& cert : certs) EXPECT_TRUE(storage.AddEncodetCertificate(cert, X509_ASN_ENCODING));
         for (const IdentObj& crl : crls) EXPECT_TRUE(storage.AddEncodetCRL(crl, X509_ASN_ENCODING));
@@ -292,7 +285,7 @@ TEST_F(SignerChain, IsGivenForFilesToo) {
     ASSERT_EQ(chains.size(), 2u);
     EXPECT_EQ(chains.back().dwErrorStatus, 0u);
     int err = 0;
-    EXPECT_FALSE(NALVerifySignatureOnFile(records, chains, m_folder.File("none").c_str(), nullptr, nullptr, &err));
+    EXPECT_FALSE(NALVerifySignatureOnFile(records, chains, Path("none").c_str(), nullptr, nullptr, &err));
     EXPECT_TRUE(records.empty() && chains.empty());
 }
 
@@ -301,7 +294,7 @@ class Removal : public Run {};
 TEST_F(Removal, LeavesTheContentAndGivesTheMessage) {
     const IdentObj message = Encoded(MessageOf(m_content, {{&*s_who}}));
     const std::string source = Store("message", message);
-    const std::string target = m_folder.File("content");
+    const std::string target = Path("content");
     IdentObj again;
     EXPECT_EQ(NALRemoveSignaturesFromFile(source.c_str(), target.c_str(), &again, nullptr), 1);
     EXPECT_EQ(Load(target), m_content);

@@ -91,15 +91,14 @@ TEST_F(RequestCrashTest, AFullDiskLeavesNothingOrAllOfIt) {
 TEST_F(RequestCrashTest, FailingCallsLeaveNothing) {
     CNALUser user;
     cert = Enrol(user, "olga");
-    struct Case {
+    constexpr struct {
         const char* call;
         unsigned upTo;  // which of its calls fails, in turn
+    } cases[] = {
+        {"ORKGenKey", 1},   {"ORKGetUserKey", 2}, {"ORKExportKey", 2}, {"ORKCreateHash", 2},
+        {"ORKSignHash", 2}, {"ORKSCApi_GetRandomByteOctet", 2}, {"ORKGetKeyParam", 1},
     };
-    constexpr Case cases[] = {
-        {"ORKGenKey", 1}, {"ORKGetUserKey", 2}, {"ORKExportKey", 2}, {"ORKCreateHash", 2}, {"ORKSignHash", 2}, {"ORKSCApi_GetRandomByteOctet", 2},
-        {"ORKGetKeyParam", 1},
-    };
-    for (const Case& test : cases) {
+    for (const auto& test : cases) {
         for (unsigned nth = 1; nth <= test.upTo; ++nth) {
             CNALUser fresh(user);
             too_testing::FailCall(test.call, ORK_E_NO_MEMORY, nth, 1);

@@ -23,9 +23,8 @@ void AddTo(const std::string& path, const std::vector<IdentObj>& certs, const st
 }  // namespace
 
 RequestTest::RequestTest() {
-    AddTo(File("home/trust/trusted.dat"), {authority.root.GetCertificate()}, {authority.root.MakeCrl({})});
+    Trust({authority.root.MakeCrl({})});
     NALSetTransDir(File("transport"));
-    NALFreeRootStorage();
     m_VPN_TrustStorages.m_certNumber = NAL_CERT_NUMBER_UNKNOWN;
 }
 
@@ -54,6 +53,28 @@ CNALCertContext RequestTest::Enrol(CNALUser& user, const std::string& container,
     const CNALCertContext cert(authority.root.Certify(keycentre::Name("CN=Olga"), user.GetNewPublicKey(), profile));
     EXPECT_TRUE(user.PutCertificate(cert, nullptr, nullptr));
     return cert;
+}
+
+CNALCertReqContext RequestTest::FirstRequest(CNALUser& user) const {
+    const NAL_REQ_CONTEXT* made = nullptr;
+    CTOOString msg;
+    int err = 0;
+    EXPECT_TRUE(user.CreateNewRequest(CNALUser(), nullptr, Ivan(), &made, &err, &msg)) << msg;
+    return CNALCertReqContext(made);
+}
+
+CNALCertReqContext RequestTest::Renewal(CNALUser& user, const CNALCertContext& cert, const char* set, const char* algorithm) const {
+    const NAL_REQ_CONTEXT* made = nullptr;
+    CTOOString msg;
+    int err = 0;
+    EXPECT_TRUE(user.UpdateKey(set, algorithm, CTOOFileTime(), CTOOFileTime(), cert, &made, &err, &msg)) << msg;
+    return CNALCertReqContext(made);
+}
+
+void RequestTest::Trust(const std::vector<IdentObj>& crls) const {
+    std::filesystem::remove(File("home/trust/trusted.dat"));
+    AddTo(File("home/trust/trusted.dat"), {authority.root.GetCertificate()}, crls);
+    NALFreeRootStorage();
 }
 
 CNALPKCS10Request RequestTest::Decoded(const NAL_REQ_CONTEXT& request) {

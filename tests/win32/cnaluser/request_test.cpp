@@ -1,22 +1,13 @@
 // Requests: what they say, who may sign them, and the installation of what comes back.
 #include "win32/cnaluser/request_test.h"
 
-#include <stdexcept>
-
 #include "ork/csp.h"
-#include "support/child.h"
+#include "support/cert_builder.h"
 
 namespace {
 
+using nal_test::Date;
 using nal_test::RequestTest;
-
-FILETIME Date(WORD year, WORD month = 1, WORD day = 1) {
-    SYSTEMTIME fields{};
-    fields.wYear = year;
-    fields.wMonth = month;
-    fields.wDay = day;
-    return CTOODateTime(fields).GetFileTime();
-}
 
 IdentObj IdentityOf(const CNALPKCS10Request& request) {
     asnt::View value;
@@ -25,20 +16,22 @@ IdentObj IdentityOf(const CNALPKCS10Request& request) {
     return reader.Octets().Copy();
 }
 
-int CheckOuter(const CNALPKCS10Request& request) {
+CNALProvider Verifier() {
     CNALProvider provider;
     provider.Init(nullptr, nullptr, 0, ORK_OPEN_VERIFY, nullptr);
+    return provider;
+}
+
+int CheckOuter(const CNALPKCS10Request& request) {
     int err = 0;
-    request.CheckSignature(provider.GetProviderHandle(), &err);
+    request.CheckSignature(Verifier().GetProviderHandle(), &err);
     return err;
 }
 
 int CheckInner(const CNALPKCS10Request& request, const CNALCertContext& signer) {
-    CNALProvider provider;
-    provider.Init(nullptr, nullptr, 0, ORK_OPEN_VERIFY, nullptr);
     int err = 0;
-    request.GetData().CheckSecondSignature(provider.GetProviderHandle(), CNALCertPublicKeyInfo(signer.GetContext()->pCertInfo->SubjectPublicKeyInfo),
-                                           &err);
+    const CNALCertPublicKeyInfo key(signer.GetContext()->pCertInfo->SubjectPublicKeyInfo);
+    request.GetData().CheckSecondSignature(Verifier().GetProviderHandle(), key, &err);
     return err;
 }
 
@@ -46,11 +39,7 @@ TEST_F(RequestTest, AFirstRequestIsSignedByTheNewKeyAlone) {
     const too_testing::ScopedClock clock(Date(2027, 3, 31));
     CNALUser user;
     LogIn(user, "ivan", true, "secret", "1234");
-    const NAL_REQ_CONTEXT* made = nullptr;
-    CTOOString msg;
-    int err = 0;
-    ASSERT_TRUE(user.CreateNewRequest(CNALUser(), nullptr, Ivan(), &made, &err, &msg)) << msg;
-    const CNALCertReqContext request(made);
+    const CNALCertReqContext request = FirstRequest(user);
     EXPECT_EQ(static_cast<DWORD>(NAL_REQ_STATUS_MADE), request->dwStatus);
     EXPECT_EQ(static_cast<DWORD>(NAL_REQ_TYPE_OWN), request->dwRequestType);
     EXPECT_EQ(static_cast<DWORD>(AT_SIGNATURE), request->dwValue);
@@ -91,6 +80,7 @@ TEST_F(RequestTest, AFirstRequestIsSignedByTheNewKeyAlone) {
     info.m_issuerUniqueId = CTOOCryptBitBlob(IdentObj("0A1b", 4));
     info.m_notBefore = Date(2027, 5);
     info.m_notAfter = Date(2027, 6);
+    const NAL_REQ_CONTEXT* made = nullptr;
     ASSERT_TRUE(user.CreateNewRequest(CNALUser(), nullptr, info, NAL_REQ_TYPE_EXTERNAL, &made, nullptr, nullptr));
     const CNALCertReqContext external(made);
     EXPECT_EQ((std::vector<std::string>{"0a1b0001_extu.req"}), FilesIn("e_users", ".req"));
@@ -102,7 +92,7 @@ TEST_F(RequestTest, AFirstRequestIsSignedByTheNewKeyAlone) {
 }
 
 TEST_F(RequestTest, ARenewalIsOfTheOldKindAndSignedByTheOldKey) {
-    struct Case {
+    constexpr struct {
         const char* algorithm;
         const char* set;
         const char* askedAlgorithm;
@@ -110,8 +100,7 @@ TEST_F(RequestTest, ARenewalIsOfTheOldKindAndSignedByTheOldKey) {
         const char* madeAlgorithm;
         const char* madeSet;
         unsigned type;
-    };
-    constexpr Case cases[] = {
+    } cases[] = {
         {c_NAL_OID_KEY_GOST2001, "1.2.643.2.2.35.3", "", "", c_NAL_OID_KEY_GOST2001, "1.2.643.2.2.35.3", AT_SIGNATURE},
         {c_NAL_OID_KEY_GOST94, "1.2.643.2.2.32.3", "", "", c_NAL_OID_KEY_GOST94, "1.2.643.2.2.32.3", AT_SIGNATURE},
         {c_NAL_OID_DH_GOST2001, "1.2.643.2.2.36.1", "", "", c_NAL_OID_DH_GOST2001, "1.2.643.2.2.36.1", AT_KEYEXCHANGE},
@@ -120,16 +109,12 @@ TEST_F(RequestTest, ARenewalIsOfTheOldKindAndSignedByTheOldKey) {
         {c_NAL_OID_KEY_GOST2001, "", "", "1.2.643.2.2.35.2", c_NAL_OID_KEY_GOST2001, "1.2.643.2.2.35.2", AT_SIGNATURE},
     };
     int number = 0;
-    for (const Case& test : cases) {
+    for (const auto& test : cases) {
         SCOPED_TRACE(number);
         const std::string container = "olga" + std::to_string(number++);
         CNALUser user;
         const CNALCertContext old = Enrol(user, container, keycentre::SignatureProfile(), test.algorithm, test.set);
-        const NAL_REQ_CONTEXT* made = nullptr;
-        CTOOString msg;
-        int err = 0;
-        ASSERT_TRUE(user.UpdateKey(test.askedSet, test.askedAlgorithm, CTOOFileTime(), CTOOFileTime(), old, &made, &err, &msg)) << msg;
-        const CNALCertReqContext request(made);
+        const CNALCertReqContext request = Renewal(user, old, test.askedSet, test.askedAlgorithm);
         const CNALPKCS10Request decoded = Decoded(*request);
         EXPECT_EQ(TOO_OK, CheckOuter(decoded));
         EXPECT_EQ(TOO_OK, CheckInner(decoded, old));
@@ -166,15 +151,17 @@ TEST_F(RequestTest, OnlyGoodCertificatesSignRequests) {
     const CNALCertContext good = Enrol(user, "olga");
     CNALUser target;
     LogIn(target, "target", true, "");
-    const auto update = [&](CNALUser& by, const CNALCertContext& cert) {
+    CTOOString msg;
+    const auto update = [&](CNALUser& by, const CNALCertContext& cert, const char* set = "", CTOOFileTime from = {},
+                            CTOOFileTime until = {}) {
         const NAL_REQ_CONTEXT* made = nullptr;
-        const int status = Status([&](int* s) { return by.UpdateKey("", "", CTOOFileTime(), CTOOFileTime(), cert, &made, s, nullptr); });
+        const int status = Status([&](int* s) { return by.UpdateKey(set, "", from, until, cert, &made, s, &msg); });
         NALCloseReqContext(made);
         return status;
     };
-    const auto create = [&](const CNALUser& signer, const CNALCertContext& cert, CTOOString* msg = nullptr) {
+    const auto create = [&](const CNALUser& signer, const CNALCertContext& cert) {
         const NAL_REQ_CONTEXT* made = nullptr;
-        const int status = Status([&](int* s) { return target.CreateNewRequest(signer, &cert, Ivan(), &made, s, msg); });
+        const int status = Status([&](int* s) { return target.CreateNewRequest(signer, &cert, Ivan(), &made, s, &msg); });
         NALCloseReqContext(made);
         return status;
     };
@@ -197,73 +184,43 @@ TEST_F(RequestTest, OnlyGoodCertificatesSignRequests) {
 
     // A signer that is set up, but not open, is opened; when that fails, the text says that it was the signer.
     nobody.SetPath(File("missing"));
-    CTOOString msg;
-    EXPECT_EQ(TOO_E_NO_CONTAINER, create(nobody, good, &msg));
+    EXPECT_EQ(TOO_E_NO_CONTAINER, create(nobody, good));
     EXPECT_EQ("CreateExternAbonentSign: CryptCreateContext", msg);
     nobody.SetPath(File("olga"));
     EXPECT_EQ(TOO_OK, create(nobody, good));
 
-    const NAL_REQ_CONTEXT* made = nullptr;
-    EXPECT_EQ(TOO_E_BAD_ARGUMENT, Status([&](int* s) {
-                  return user.UpdateKey("", "", CTOOFileTime(Date(2030)), CTOOFileTime(Date(2029)), good, &made, s, &msg);
-              }));
+    EXPECT_EQ(TOO_E_BAD_ARGUMENT, update(user, good, "", Date(2030), Date(2029)));
     EXPECT_EQ("CNALUser::UpdateKey", msg);
-    EXPECT_EQ(TOO_E_BAD_ARGUMENT, Status([&](int* s) {
-                  return user.UpdateKey("", "", CTOOFileTime(), CTOOFileTime(), good, nullptr, s, nullptr);
-              }));
-    EXPECT_EQ(TOO_E_UNKNOWN_ALGORITHM, Status([&](int* s) {
-                  return user.UpdateKey("1.2.3", "", CTOOFileTime(), CTOOFileTime(), good, &made, s, &msg);
-              }));
+    EXPECT_EQ(TOO_E_BAD_ARGUMENT, Status([&](int* s) { return user.UpdateKey("", "", {}, {}, good, nullptr, s, nullptr); }));
+    EXPECT_EQ(TOO_E_UNKNOWN_ALGORITHM, update(user, good, "1.2.3"));
     EXPECT_EQ("CNALUser::UpdateKey CNALUser::CreateNewKeys", msg);
 
     // Nobody knows whether it was revoked: good enough for a renewal, not to answer for somebody else.
     {
         const too_testing::ScopedClock later(CTOOFileTime(CTOOFileTime::Now().GetTicks() + 2 * CTOOFileTime::c_ticksPerDay));
-        std::filesystem::remove(File("home/trust/trusted.dat"));
-        CNALString name(File("home/trust/trusted.dat").c_str());
-        CNALCertStorage(name, CERT_STORE_PROV_FILENAME_A, 0x12000, 0, nullptr).AddEncodetCertificate(authority.root.GetCertificate(), 0x10001);
-        NALFreeRootStorage();
+        Trust({});
         EXPECT_EQ(TOO_E_CERT_REFUSED, create(user, good));
         EXPECT_EQ(TOO_OK, update(user, good));
     }
     EXPECT_EQ(2U, Requests().size());
 }
 
-// Each step is looked at by a process of its own.
 TEST_F(RequestTest, LifeOfAUser) {
-    const auto seen = [&](const char* container, std::vector<bool> hasCertificate, DWORD lastStatus) {
-        return nal_test::RunInChild([&] {
-                   CNALUserContainerInfo info;
-                   NALGetContainerInfo(File(container), info, nullptr, nullptr);
-                   std::vector<bool> found;
-                   for (const CNALUserKeyInfo& key : info.m_keys) found.push_back(key.m_certificate.IsInitialized());
-                   const std::vector<CNALCertReqContext> requests = Requests();
-                   const auto last = std::max_element(requests.begin(), requests.end(), [](const auto& a, const auto& b) {
-                       return a->rgTime[NAL_REQ_TIME_MADE] < b->rgTime[NAL_REQ_TIME_MADE];
-                   });
-                   if (found != hasCertificate || (*last)->dwStatus != lastStatus) throw std::runtime_error("not so");
-               }) == nal_test::ChildEnd::success;
-    };
     // Takes the key centre's answer in and installs it.
-    const NAL_REQ_CONTEXT* context = nullptr;
-    const auto answer = [&](CNALUser& user, const char* container, std::vector<bool> before, std::vector<bool> after) {
-        const CNALCertReqContext request(context);
+    const auto answer = [&](CNALUser& user, CNALCertReqContext request) {
         const CNALCertContext cert = Answer(*request);
         CNALCertReqContext answered = Received(*request);
-        EXPECT_TRUE(seen(container, before, NAL_REQ_STATUS_RECEIVED));
-        context = answered.Detach();
+        EXPECT_EQ(static_cast<DWORD>(NAL_REQ_STATUS_RECEIVED), answered->dwStatus);
+        const NAL_REQ_CONTEXT* context = answered.Detach();
         EXPECT_TRUE(user.PutCertificate(&context, nullptr, nullptr));
         answered.Attach(context);
+        EXPECT_EQ(static_cast<DWORD>(NAL_REQ_STATUS_INSTALLED), answered->dwStatus);
         EXPECT_NE(0U, answered->rgTime[NAL_REQ_TIME_INSTALLED]);
-        EXPECT_TRUE(seen(container, after, NAL_REQ_STATUS_INSTALLED));
         return cert;
     };
-
     CNALUser user;
     LogIn(user, "ivan", true, "secret", "1234");
-    ASSERT_TRUE(user.CreateNewRequest(CNALUser(), nullptr, Ivan(), &context, nullptr, nullptr));
-    EXPECT_TRUE(seen("ivan", {false}, NAL_REQ_STATUS_MADE));
-    const CNALCertContext first = answer(user, "ivan", {false}, {true});
+    const CNALCertContext first = answer(user, FirstRequest(user));
 
     // Somebody else renews the key before it expires.
     CNALUser second;
@@ -271,18 +228,14 @@ TEST_F(RequestTest, LifeOfAUser) {
     CNALCertContext found;
     ASSERT_TRUE(second.FindCertificate(found));
     EXPECT_TRUE(found == first);
-    ASSERT_TRUE(second.UpdateKey("", "", CTOOFileTime(), CTOOFileTime(), found, &context, nullptr, nullptr));
-    EXPECT_TRUE(seen("ivan", {true, false}, NAL_REQ_STATUS_MADE));
-    const CNALCertContext renewed = answer(second, "ivan", {true, false}, {true, true});
+    const CNALCertContext renewed = answer(second, Renewal(second, found));
 
     // The first one sees the renewed certificate, deletes the old key and moves to another container.
     ASSERT_TRUE(user.CheckSignKeys(renewed, nullptr, nullptr));
     CNALUserContainerInfo info;
     ASSERT_TRUE(user.GetContainerInfo(info, nullptr, nullptr));
     ASSERT_TRUE(user.DeleteKey(info.m_keys.front().m_publicKeyInfo, nullptr, nullptr));
-    EXPECT_TRUE(seen("ivan", {true}, NAL_REQ_STATUS_INSTALLED));
     ASSERT_TRUE(user.TransferKeys(File("moved"), "other", "5678", 0, nullptr, nullptr));
-    EXPECT_TRUE(seen("moved", {true}, NAL_REQ_STATUS_INSTALLED));
     EXPECT_EQ(TOO_E_NO_CONTAINER, second.LogInUser(File("ivan").c_str(), "secret", "1234", false));
     LogIn(second, "moved", false, "other", "5678");
     ASSERT_TRUE(second.FindCertificate(found));
@@ -291,10 +244,11 @@ TEST_F(RequestTest, LifeOfAUser) {
     // It answers for another user, whose certificate is kept in the storage of the year.
     CNALUser other;
     LogIn(other, "petr", true, "");
+    const NAL_REQ_CONTEXT* context = nullptr;
     ASSERT_TRUE(other.CreateNewRequest(second, &renewed, Ivan(), &context, nullptr, nullptr));
     EXPECT_EQ(static_cast<DWORD>(NAL_REQ_TYPE_EXTERNAL), context->dwRequestType);
     EXPECT_EQ(TOO_OK, CheckInner(Decoded(*context), renewed));
-    const CNALCertContext external = answer(other, "petr", {false}, {true});
+    const CNALCertContext external = answer(other, CNALCertReqContext(context));
     std::list<CNALCertContext> list;
     CNALString name(Station("e_users/" + std::to_string(CTOODateTime(true).GetFields().wYear) + "_extu.cer").c_str());
     const CNALCertStorage kept(name, CERT_STORE_PROV_FILENAME_A, 0x10000, 0, nullptr);
@@ -311,14 +265,13 @@ TEST_F(RequestTest, LifeOfAUser) {
 }
 
 TEST_F(RequestTest, InstallsWhatVerifies) {
-    struct Case {
+    constexpr struct {
         const char* name;
         int notBefore;  // years from now; the certificate is for two
         bool isRevoked;
         bool hasCrl;
         int status;
-    };
-    constexpr Case cases[] = {
+    } cases[] = {
         {"good", 0, false, true, TOO_OK},
         {"not yet", 1, false, true, TOO_OK},
         {"nobody knows", 0, false, false, TOO_OK},
@@ -326,34 +279,24 @@ TEST_F(RequestTest, InstallsWhatVerifies) {
         {"revoked", 0, true, true, TOO_E_REQUEST_STATE},
         {"revoked and not yet", 1, true, true, TOO_E_REQUEST_STATE},
     };
-    const WORD year = CTOODateTime(true).GetFields().wYear;
-    for (const Case& test : cases) {
+    const unsigned year = CTOODateTime(true).GetFields().wYear;
+    for (const auto& test : cases) {
         SCOPED_TRACE(test.name);
         CNALUser user;
         LogIn(user, test.name, true, "");
-        const NAL_REQ_CONTEXT* context = nullptr;
-        ASSERT_TRUE(user.CreateNewRequest(CNALUser(), nullptr, Ivan(), &context, nullptr, nullptr));
-        CNALCertReqContext request(context);
+        CNALCertReqContext request = FirstRequest(user);
         keycentre::Profile profile = keycentre::SignatureProfile();
-        profile.notBefore = Date(static_cast<WORD>(year + test.notBefore));
-        profile.notAfter = Date(static_cast<WORD>(year + test.notBefore + 2));
+        profile.notBefore = Date(year + test.notBefore);
+        profile.notAfter = Date(year + test.notBefore + 2);
         const CNALCertContext cert = Answer(*request, profile);
 
-        std::filesystem::remove(File("home/trust/trusted.dat"));
-        {
-            CNALString name(File("home/trust/trusted.dat").c_str());
-            CNALCertStorage trusted(name, CERT_STORE_PROV_FILENAME_A, 0x12000, 0, nullptr);
-            trusted.AddEncodetCertificate(authority.root.GetCertificate(), 0x10001);
-            keycentre::CrlProfile crl;
-            if (test.isRevoked) crl.revoked.push_back({CNALCertInfo(*cert.GetContext()).m_serialNumber, {0, 0}, {}});
-            if (test.hasCrl) trusted.AddEncodetCRL(authority.root.MakeCrl(crl), 0x10001);
-        }
-        NALFreeRootStorage();
+        keycentre::CrlProfile crl;
+        if (test.isRevoked) crl.revoked.push_back({CNALCertInfo(*cert.GetContext()).m_serialNumber, {0, 0}, {}});
+        Trust(test.hasCrl ? std::vector{authority.root.MakeCrl(crl)} : std::vector<IdentObj>());
         CNALCertReqContext answered = Received(*request);
         request = CNALCertReqContext();
-        const NAL_REQ_CONTEXT* received = answered.Get();
-        CNALCertReqContext keep(NALDuplicateReqContext(received));
-        context = answered.Detach();
+        CNALCertReqContext keep(NALDuplicateReqContext(answered.Get()));
+        const NAL_REQ_CONTEXT* context = answered.Detach();
         CTOOString msg;
         EXPECT_EQ(test.status, Status([&](int* s) { return user.PutCertificate(&context, s, &msg); })) << msg;
         request.Attach(context);
@@ -410,7 +353,8 @@ TEST_F(RequestTest, InstallingCanBeMadeAgain) {
     CNALUser other;
     LogIn(other, "other", true, "");
     ASSERT_TRUE(other.CreateNewKeys(0, "", nullptr, nullptr));
-    const CNALCertContext alone(authority.root.Certify(keycentre::Name("CN=Alone"), other.GetNewPublicKey(), keycentre::SignatureProfile()));
+    const CNALCertContext alone(
+        authority.root.Certify(keycentre::Name("CN=Alone"), other.GetNewPublicKey(), keycentre::SignatureProfile()));
     context = NALCreateReqContext(alone.GetContext(), false);
     EXPECT_TRUE(other.PutCertificate(&context, nullptr, nullptr));
     EXPECT_EQ(static_cast<DWORD>(NAL_REQ_STATUS_INSTALLED), context->dwStatus);

@@ -25,6 +25,13 @@ protected:
     CNALCertContext Enrol(CNALUser& user, const std::string& container, keycentre::Profile profile = keycentre::SignatureProfile(),
                           const char* algorithm = c_NAL_OID_KEY_GOST2001, const char* set = "", const char* password = "");
 
+    /// A request for Ivan that only the new key signs; and one for a new key in the place of the certificate's.
+    CNALCertReqContext FirstRequest(CNALUser& user) const;
+    CNALCertReqContext Renewal(CNALUser& user, const CNALCertContext& cert, const char* set = "", const char* algorithm = "") const;
+
+    /// Trusts the root, whose revocations these CRLs tell; what was trusted before goes.
+    void Trust(const std::vector<IdentObj>& crls) const;
+
     /// Answers a request into the input storage, as the key centre does.
     CNALCertContext Answer(const NAL_REQ_CONTEXT& request, keycentre::Profile profile = keycentre::SignatureProfile()) const;
     /// Takes answers in and gives the request's new context, of status 5.

@@ -83,15 +83,14 @@ TEST_F(TransferTest, RefusesTargetsThatAreThere) {
     const CNALCertContext cert = NewKey(other);
     std::filesystem::create_symlink(File("old"), File("link"));
     std::filesystem::create_directory(File("folder"));
-    struct Case {
+    const struct {
         std::string target;
         int status;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {File("old"), TOO_E_SAME_CONTAINER},        {File("folder/../old"), TOO_E_SAME_CONTAINER}, {File("link"), TOO_E_SAME_CONTAINER},
         {File("other"), TOO_E_CONTAINER_EXISTS},    {File("missing/new"), TOO_E_FILE_NOT_FOUND},   {"", TOO_E_BAD_ARGUMENT},
     };
-    for (const Case& test : cases) {
+    for (const auto& test : cases) {
         CTOOString msg;
         EXPECT_EQ(test.status, Status([&](int* s) { return user.TransferKeys(test.target, "a", "", 0, s, &msg); })) << test.target;
         EXPECT_EQ("CNALUser::TransferKeys", msg);

@@ -14,20 +14,19 @@ namespace {
 using nal_test::UserTest;
 
 TEST_F(UserTest, SecretsOpenTheKeysTheyProtect) {
-    struct Case {
+    constexpr struct {
         const char* name;
         const char* password;
         const char* pin;
         const char* wrongPassword;
         const char* wrongPin;
-    };
-    constexpr Case cases[] = {
+    } cases[] = {
         {"both", "secret", "1234", "secret", "1235"},
         {"password", "secret", "", "Secret", ""},
         {"pin", "", "1234", "", ""},
         {"none", "", "", nullptr, nullptr},
     };
-    for (const Case& test : cases) {
+    for (const auto& test : cases) {
         SCOPED_TRACE(test.name);
         CNALUser owner;
         LogIn(owner, test.name, true, test.password, test.pin);
@@ -62,39 +61,30 @@ TEST_F(UserTest, WhatDoesNotOpen) {
     CNALUser user;
     LogIn(user, "there", true);
     const std::string longSecret(1025, 'x');
-    struct Case {
+    std::ofstream(File("other")) << "no container, though a file";
+    const struct {
         std::string path;
         std::string password;
         bool create;
         int status;
-    };
-    std::ofstream(File("other")) << "no container, though a file";
-    const Case cases[] = {
+    } cases[] = {
         {File("there"), "secret", true, TOO_E_CONTAINER_EXISTS},
         {File("missing"), "secret", false, TOO_E_NO_CONTAINER},
         {File("other"), "", false, TOO_E_NO_CONTAINER},
         {File("no/folder"), "", true, TOO_E_FILE_NOT_FOUND},
         {File("there"), longSecret, false, TOO_E_BAD_LENGTH},
     };
-    for (const Case& test : cases)
+    for (const auto& test : cases)
         EXPECT_EQ(test.status, user.LogInUser(test.path.c_str(), test.password.c_str(), nullptr, test.create)) << test.path;
     EXPECT_EQ(TOO_E_NO_PROVIDER, user.OpenProvider(File("there").c_str(), "Another Provider", 2, 0));
 
     user.Reset();
-    int err = 0;
-    CTOOString msg;
-    EXPECT_EQ(0U, user.GetUserKey(AT_SIGNATURE, nullptr, &err, &msg));
-    EXPECT_EQ(TOO_E_NOT_INITIALIZED, err);
-    EXPECT_EQ("CNALUser::GetUserKey()", msg);
+    EXPECT_EQ(TOO_E_NOT_INITIALIZED, Status([&](int* s) { return user.GetUserKey(AT_SIGNATURE, nullptr, s, nullptr) != 0; }));
     EXPECT_EQ(TOO_E_NOT_INITIALIZED, Status([&](int* s) { return user.CreateNewKeys(0, "", s, nullptr); }));
     EXPECT_EQ(TOO_E_NOT_INITIALIZED, Status([&](int* s) { return user.DeleteKey(IdentObj(), s, nullptr); }));
     EXPECT_EQ(TOO_E_NOT_INITIALIZED, user.SetDefenceKey(1));
     EXPECT_EQ(TOO_E_BAD_ARGUMENT, user.SetDefenceKey(0));
     EXPECT_FALSE(user.CheckPassword());
-    CNALCertContext none;
-    EXPECT_FALSE(user.FindCertificate(none));
-    std::list<CNALCertContext> list;
-    EXPECT_EQ(TOO_E_NOT_INITIALIZED, nal_test::StatusOf([&] { user.GetCertificateList(list, nullptr, nullptr); }));
 }
 
 TEST_F(UserTest, OpenProviderTakesThePath) {
@@ -153,15 +143,14 @@ TEST_F(UserTest, CopiesPathSecretsAndProviderOnly) {
 }
 
 TEST_F(UserTest, MakesContainerNames) {
-    struct Case {
+    constexpr struct {
         const char* path;
         unsigned kind;
         const char* name;
-    };
-    constexpr Case cases[] = {
+    } cases[] = {
         {"/keys/mine", 1, "/keys/mine"}, {"/keys/", 1, "/keys/sgn_cont"}, {"mine", 1, "mine"}, {"", 1, ""}, {"/keys/", 2, "/keys/"},
     };
-    for (const Case& test : cases) EXPECT_EQ(test.name, CNALUser::MakeContainerName(test.path, test.kind)) << test.path;
+    for (const auto& test : cases) EXPECT_EQ(test.name, CNALUser::MakeContainerName(test.path, test.kind)) << test.path;
     EXPECT_EQ("", CNALUser::MakeContainerName(nullptr, 1));
 }
 
@@ -195,20 +184,17 @@ TEST_F(UserTest, ListsContainersWithoutTheirSecrets) {
     EXPECT_EQ("bare", bare.m_name);
     EXPECT_EQ(directory + "/bare", bare.m_path.str());
     EXPECT_EQ(static_cast<DWORD>(NAL_PROTECTED_PASSWORD | NAL_PROTECTED_PIN), bare.m_protection);
-    struct Key {
+    const struct {
         unsigned type;
         const char* algorithm;
         const char* set;
-        bool hasCertificate;
-    };
-    constexpr Key keys[] = {
-        {AT_SIGNATURE, c_NAL_OID_KEY_GOST94, "1.2.643.2.2.32.3", true},
-        {AT_KEYEXCHANGE, c_NAL_OID_DH_GOST2001, "1.2.643.2.2.36.1", false},
-        {AT_SIGNATURE, c_NAL_OID_KEY_PRIVATE, "", false},
-    };
+        bool hasCertificate = false;
+    } keys[] = {{AT_SIGNATURE, c_NAL_OID_KEY_GOST94, "1.2.643.2.2.32.3", true},
+                {AT_KEYEXCHANGE, c_NAL_OID_DH_GOST2001, "1.2.643.2.2.36.1"},
+                {AT_SIGNATURE, c_NAL_OID_KEY_PRIVATE, ""}};
     ASSERT_EQ(3U, bare.m_keys.size());
     auto key = bare.m_keys.begin();
-    for (const Key& expected : keys) {
+    for (const auto& expected : keys) {
         CTOOString algorithm;
         CTOOString set;
         key->GetParams(algorithm, set);
@@ -220,13 +206,11 @@ TEST_F(UserTest, ListsContainersWithoutTheirSecrets) {
         CTOOFileTime from;
         CTOOFileTime until;
         EXPECT_EQ(expected.hasCertificate, key->GetValidity(from, until));
-        if (expected.hasCertificate) {
-            EXPECT_TRUE(key->m_certificate == signature);
-            EXPECT_LT(from, until);
-            EXPECT_EQ(0U, key->m_certificate.GetProviderInfo()->cProvParam) << "no PIN in a list";
-        }
+        EXPECT_EQ(expected.hasCertificate, from < until);
         ++key;
     }
+    EXPECT_TRUE(bare.m_keys.front().m_certificate == signature);
+    EXPECT_EQ(0U, bare.m_keys.front().m_certificate.GetProviderInfo()->cProvParam) << "no PIN in a list";
     const CNALUserContainerInfo& broken = *std::next(list.begin());
     EXPECT_EQ("broken", broken.m_name);
     EXPECT_EQ(TOO_E_NO_CONTAINER, broken.m_status);

@@ -3,8 +3,8 @@
 
 #include <functional>
 
-#include "asnt/writer.h"
 #include "encryption/encryption_fixture.h"
+#include "support/certificate_parts.h"
 #include "support/child.h"
 #include "support/hex.h"
 
@@ -18,8 +18,8 @@ class EncryptionFailure : public nal_test::EncryptionTest {
 protected:
     CNALEnvelopedData MakeMessage(unsigned size = 20000) {
         m_plain = MakeBytes(size);
-        Store(m_source, m_plain);
-        WhatToSignStruct what = InFile(m_source, true);
+        Store("source", m_plain);
+        WhatToSignStruct what = InPieces(m_source);
         EXPECT_EQ(NALEncryptFile(what, {m_person.cert}, m_message.c_str(), nullptr), 1);
         CNALEnvelopedData message;
         const IdentObj der = Load(m_message);
@@ -60,6 +60,9 @@ TEST_F(EncryptionFailure, DamagedKeysAndParametersAreRefused) {
     CNALEnvelopedData toOther;
     toOther.ReadObject(otherMessage.GetData(), otherMessage.GetSize(), nullptr);
     const std::string point(16, 'A');
+    CNALEnvelopedData unchanged = good;
+    const asnt::View whole = asnt::Reader(key(unchanged)).Enter(asnt::tag::Sequence).Next().whole;
+    const IdentObj bare = nal_test::Der([&](asnt::Writer& writer) { writer.Sequence([&] { writer.Raw(whole); }); });
     const struct {
         const char* what;
         std::function<void(CNALEnvelopedData&)> change;
@@ -76,12 +79,7 @@ TEST_F(EncryptionFailure, DamagedKeysAndParametersAreRefused) {
         {"unknown wrap set", [&](auto& m) { key(m) = Changed(key(m), "06072A85030202 1F", "09"); }, TOO_E_UNKNOWN_ALGORITHM},
         {"unknown key algorithm", [&](auto& m) { key(m) = Changed(key(m), "301C0606 2A85030202", "77"); }, TOO_E_UNKNOWN_ALGORITHM},
         {"key that is none", [&](auto& m) { key(m) = FromHexText("0500"); }, TOO_E_BAD_STRUCTURE},
-        {"no transport parameters", [&](auto& m) {
-             const asnt::View whole = asnt::Reader(key(m)).Enter(asnt::tag::Sequence).Next().whole;
-             asnt::Writer writer;
-             writer.Sequence([&] { writer.Raw(whole); });
-             key(m) = writer.Finish();
-         }, 56},
+        {"no transport parameters", [&](auto& m) { key(m) = bare; }, 56},
         {"another cipher", [](auto& m) { m.encryptedContentInfo.contentEncryptionAlgorithm.m_algorithm = IdentObj("1.2.3", 5); },
          TOO_E_UNKNOWN_ALGORITHM},
         {"unknown cipher set", [&](auto& m) { parameters(m) = Changed(parameters(m), "06072A850302021F", "09"); },
@@ -213,7 +211,7 @@ TEST_F(EncryptionFailure, AFullDiskAndSuddenDeathLeaveNoPlaintext) {
 TEST_F(EncryptionFailure, ArgumentsAreChecked) {
     MakeMessage();
     const std::list<CNALCertContext> people = {m_person.cert};
-    const std::string missing = m_folder.File("missing");
+    const std::string missing = Path("missing");
     const std::string link = m_outFolder.File("link");
     const auto region = [](WhatToSignStruct what, DWORD start, DWORD end) {
         what.start = start;
@@ -228,7 +226,6 @@ TEST_F(EncryptionFailure, ArgumentsAreChecked) {
         int status;
     } encryptions[] = {
         {"no content", region(plain, 5, 5), people, TOO_E_BAD_ARGUMENT},
-        {"null", WhatToSignStruct(), people, TOO_E_BAD_ARGUMENT},
         {"null of a length", region(WhatToSignStruct(), 0, 5), people, TOO_E_BAD_ARGUMENT},
         {"backwards", region(plain, 5, 4), people, TOO_E_RANGE},
         {"empty region of a file", region(InFile(m_source), 7, 7), people, TOO_E_BAD_ARGUMENT},
@@ -259,15 +256,13 @@ TEST_F(EncryptionFailure, ArgumentsAreChecked) {
     IdentObj padded = FromHexText("0102030405");
     padded.Append(der.GetData(), der.GetSize());
     padded.Append("behind", 6);
-    const std::string paddedFile = m_folder.File("padded");
-    Store(paddedFile, padded);
+    const std::string paddedFile = Store("padded", padded);
     const struct {
         const char* what;
         WhatToSignStruct source;
         int status;
     } decryptions[] = {
         {"null", WhatToSignStruct(), TOO_E_BAD_ARGUMENT},
-        {"nothing", region(message, 9, 9), TOO_E_BAD_ARGUMENT},
         {"backwards", region(message, 5, 4), TOO_E_RANGE},
         {"no message", plain, TOO_E_NOT_SIGNED_MESSAGE},
         {"cut", region(message, 0, der.GetSize() - 1), TOO_E_BAD_STRUCTURE},
@@ -285,9 +280,7 @@ TEST_F(EncryptionFailure, ArgumentsAreChecked) {
         EXPECT_EQ(NALDecryptFile(source, m_person.user.get(), nullptr, m_out.c_str(), &err), each.status == 0);
         EXPECT_EQ(err, each.status);
         EXPECT_EQ(OutFiles(), each.status == 0 ? 1u : 0u);
-        if (each.status == 0) {
-            EXPECT_EQ(Load(m_out), m_plain);
-        }
+        EXPECT_TRUE(each.status != 0 || Load(m_out) == m_plain);
         std::filesystem::remove(m_out);
     }
 
@@ -304,13 +297,8 @@ TEST_F(EncryptionFailure, ArgumentsAreChecked) {
         EXPECT_EQ(err, expected);
         EXPECT_EQ(Load(m_message), der);
     }
-    try {
-        WhatToSignStruct source = InFile(m_message);
-        NALDecryptFile(source, m_person.user.get(), nullptr, nullptr, nullptr);
-        ADD_FAILURE();
-    } catch (const XTOOStatus& status) {
-        EXPECT_EQ(status.GetText(), "NALDecryptFile");
-    }
+    WhatToSignStruct source = InFile(m_message);
+    EXPECT_EQ(nal_test::FailureOf([&] { NALDecryptFile(source, m_person.user.get(), nullptr, nullptr, nullptr); }), "28 NALDecryptFile");
 }
 
 TEST_F(EncryptionFailure, AWrongPasswordIsTold) {
@@ -318,17 +306,13 @@ TEST_F(EncryptionFailure, AWrongPasswordIsTold) {
     ASSERT_TRUE(m_person.user->ChangePassword("secret", nullptr));
     m_person.user->Reset();
     WhatToSignStruct what = InFile(m_message);
-    const struct {
-        const char* password;
-        int status;
-    } cases[] = {{"wrong", TOO_E_WRONG_PASSWORD}, {nullptr, TOO_E_WRONG_PASSWORD}, {"secret", TOO_OK}};
-    for (const auto& each : cases) {
+    for (const auto& [password, status] : {std::pair{"wrong", TOO_E_WRONG_PASSWORD}, {"", TOO_E_WRONG_PASSWORD}, {"secret", TOO_OK}}) {
         CNALUser user;
-        ASSERT_EQ(user.LogInUser(m_person.container.c_str(), each.password, nullptr, false), 0);
+        ASSERT_EQ(user.LogInUser(m_person.container.c_str(), password, nullptr, false), 0);
         int err = -1;
         NALDecryptFile(what, &user, nullptr, m_out.c_str(), &err);
-        EXPECT_EQ(err, each.status);
-        EXPECT_EQ(OutFiles(), each.status == 0 ? 1u : 0u);
+        EXPECT_EQ(err, status);
+        EXPECT_EQ(OutFiles(), status == 0 ? 1u : 0u);
     }
 }
 

@@ -1,8 +1,6 @@
 // People with keys and certificates who send one another encrypted messages, and a count of what the provider still holds.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <list>
@@ -14,8 +12,8 @@
 #include "nal/storage.h"
 #include "nal/user.h"
 #include "support/authority.h"
+#include "support/folder_test.h"
 #include "support/status_of.h"
-#include "support/temp_folder.h"
 #include "too/testing.h"
 
 namespace nal_test {
@@ -33,7 +31,7 @@ struct KeyHolder {
     std::unique_ptr<CNALUser> user = std::make_unique<CNALUser>();
 };
 
-class EncryptionTest : public testing::Test {
+class EncryptionTest : public FolderTest {
 protected:
     KeyHolder MakePerson(const std::string& name, DWORD algId = ORK_KEY_SIGNATURE, const char* paramOid = nullptr, bool binds = true) {
         KeyHolder person;
@@ -47,31 +45,10 @@ protected:
         return person;
     }
 
-    /// Bytes that repeat with no block, and that a search finds again.
-    static IdentObj MakeBytes(unsigned size) {
-        IdentObj bytes(nullptr, size);
-        for (unsigned i = 0; i < size; ++i) bytes.GetData()[i] = static_cast<unsigned char>(i * 37 + i / 251 + i / 4096);
-        return bytes;
-    }
-
-    static WhatToSignStruct InMemory(const IdentObj& bytes) {
-        WhatToSignStruct what;
-        what.data = bytes.GetData();
-        what.end = bytes.GetSize();
+    static WhatToSignStruct InPieces(const std::string& path) {
+        WhatToSignStruct what = InFile(path);
+        what.flags |= c_NAL_CONTENT_IN_PIECES;
         return what;
-    }
-    static WhatToSignStruct InFile(const std::string& path, bool inPieces = false) {
-        WhatToSignStruct what;
-        what.flags = c_NAL_CONTENT_IN_FILE | (inPieces ? c_NAL_CONTENT_IN_PIECES : 0);
-        what.data = path.c_str();
-        what.end = c_NAL_TO_END_OF_FILE;
-        return what;
-    }
-
-    static void Store(const std::string& path, const IdentObj& bytes) { WriteFile(path, bytes.GetData(), bytes.GetSize()); }
-    static IdentObj Load(const std::string& path) {
-        const Bytes bytes = ReadFile(path);
-        return {bytes.data(), static_cast<unsigned>(bytes.size())};
     }
 
     static IdentObj Encrypt(const IdentObj& bytes, const std::list<CNALCertContext>& recipients) {
@@ -107,10 +84,9 @@ protected:
     }
 
     Authority m_authority;
-    TempFolder m_folder;
     TempFolder m_outFolder;
-    std::string m_source = m_folder.File("source");
-    std::string m_message = m_folder.File("message");
+    std::string m_source = Path("source");
+    std::string m_message = Path("message");
     std::string m_out = m_outFolder.File("out");
 };
 

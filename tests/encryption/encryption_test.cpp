@@ -51,10 +51,10 @@ TEST_F(Encryption, EveryKindOfKeyOpensEveryForm) {
     for (const unsigned size : {1U, 8U, 1024U, 4095U, 4096U, 4097U, 65536U, 300001U}) {
         SCOPED_TRACE(size);
         const IdentObj plain = MakeBytes(size);
-        Store(m_source, plain);
+        Store("source", plain);
         IdentObj messages[3] = {Encrypt(plain, certs)};
         for (const bool inPieces : {false, true}) {
-            WhatToSignStruct what = InFile(m_source, inPieces);
+            WhatToSignStruct what = inPieces ? InPieces(m_source) : InFile(m_source);
             ASSERT_EQ(NALEncryptFile(what, certs, m_message.c_str(), nullptr), 1);
             EXPECT_EQ(what.end, size);
             messages[1 + inPieces] = Load(m_message);
@@ -117,12 +117,14 @@ TEST_F(Encryption, RecipientsAreFoundByBothIdentifiersInContainersAndStorages) {
         EXPECT_TRUE(info.IsFor(*owner));
         owner = owner == &stranger.cert ? &unbound.cert : &bound.cert;
     }
+    // One that is named twice is tried twice.
+    byIssuer.recipientInfos.push_front(byIssuer.recipientInfos.back());
+    byIssuer.recipientInfos.front().encryptedKey.GetData()[10] ^= 1;
     CNALString name("");
     CNALCertStorage storage(name, reinterpret_cast<const char*>(2), 0, 0, nullptr);
     ASSERT_TRUE(storage.AddCertificate(unbound.cert));
     CNALCertStorage withContainers(name, reinterpret_cast<const char*>(2), 0, 0, nullptr);
-    CNALCertContext withContainer = unbound.cert;
-    ASSERT_TRUE(withContainers.AddCertificate(withContainer));
+    ASSERT_TRUE(withContainers.AddCertificate(unbound.cert));
     std::list<CNALCertContext> stored;
     ASSERT_TRUE(withContainers.FindCertList(stored, CERT_FIND_ANY, nullptr));
     ASSERT_TRUE(stored.front().SetContainer(unbound.container.c_str()));
@@ -138,15 +140,6 @@ TEST_F(Encryption, RecipientsAreFoundByBothIdentifiersInContainersAndStorages) {
         EXPECT_EQ(DecryptToFile(message, nullptr), TOO_E_BAD_ARGUMENT);
         EXPECT_EQ(OutFiles(), 0u);
     }
-}
-
-TEST_F(Encryption, ARecipientWhoIsNamedTwiceIsTriedTwice) {
-    KeyHolder person = MakePerson("person");
-    const IdentObj plain = MakeBytes(50);
-    CNALEnvelopedData message = Read(Encrypt(plain, {person.cert}));
-    message.recipientInfos.push_front(message.recipientInfos.front());
-    message.recipientInfos.front().encryptedKey.GetData()[10] ^= 1;
-    EXPECT_EQ(Decrypt(message.WriteObject(nullptr), person.user.get()), plain);
 }
 
 TEST_F(Encryption, OurRecipientIsFoundBehindManyOthersOfTheStorage) {
@@ -203,14 +196,15 @@ TEST_F(Encryption, PartsEncryptAndDecryptByThemselves) {
     ork::KeyHandle key;
     ASSERT_TRUE(ORKGenKey(provider.GetProviderHandle(), ORK_ALG_GOST28147, ORK_GEN_EXPORTABLE, key.Receive()));
     const IdentObj plain = MakeBytes(10000);
-    Store(m_source, plain);
+    Store("source", plain);
     for (const bool inPieces : {false, true}) {
+        const WhatToSignStruct what = inPieces ? InPieces(m_source) : InFile(m_source);
         CNALEncryptedContentInfo inFile;
         CNALEncryptedContentInfo inMemory;
         CTOOFile out(m_message, "wb+");
         out.Write("head", 4);
-        ASSERT_EQ(inFile.Encrypt(key.Get(), &out, InFile(m_source, inPieces), nullptr), 1);
-        ASSERT_EQ(inMemory.Encrypt(key.Get(), nullptr, InFile(m_source, inPieces), nullptr), 1);
+        ASSERT_EQ(inFile.Encrypt(key.Get(), &out, what, nullptr), 1);
+        ASSERT_EQ(inMemory.Encrypt(key.Get(), nullptr, what, nullptr), 1);
         EXPECT_EQ(inFile.contentOffset, 4u);
         EXPECT_EQ(out.Length(), 4u + inFile.encryptedLength);
         EXPECT_EQ(inFile.WriteObject(), inMemory.WriteObject());
@@ -232,16 +226,16 @@ TEST_F(Encryption, PartsEncryptAndDecryptByThemselves) {
         EXPECT_EQ(out.Length(), 4u + inFile.encryptedLength);
     }
     CNALCertPublicKeyInfo recipient(person.cert.GetContext()->pCertInfo->SubjectPublicKeyInfo);
-    const CNALCertPublicKeyInfo before = recipient;
-    EXPECT_EQ(NALExportEncryptKey(0, recipient), FALSE);
-    EXPECT_EQ(GetLastError(), ORK_E_INVALID_HANDLE);
-    recipient.m_algorithm.SetParams("1.2.3.4", "1.2.643.2.2.35.1");
-    EXPECT_EQ(NALExportEncryptKey(key.Get(), recipient), FALSE);
-    EXPECT_EQ(GetLastError(), ORK_E_BAD_ALGID);
-    recipient = before;
+    const auto refusal = [](unsigned long session, CNALCertPublicKeyInfo to) {
+        EXPECT_EQ(NALExportEncryptKey(session, to), FALSE);
+        return GetLastError();
+    };
+    EXPECT_EQ(refusal(0, recipient), ORK_E_INVALID_HANDLE);
+    CNALCertPublicKeyInfo unknown = recipient;
+    unknown.m_algorithm.SetParams("1.2.3.4", "1.2.643.2.2.35.1");
+    EXPECT_EQ(refusal(key.Get(), unknown), ORK_E_BAD_ALGID);
     recipient.m_publicKey.m_data.GetData()[20] ^= 1;
-    EXPECT_EQ(NALExportEncryptKey(key.Get(), recipient), FALSE);
-    EXPECT_EQ(GetLastError(), ORK_E_BAD_PUBLIC_KEY);
+    EXPECT_EQ(refusal(key.Get(), recipient), ORK_E_BAD_PUBLIC_KEY);
 }
 
 bool Count(std::uint64_t done, std::uint64_t all, void* context) {
@@ -251,24 +245,21 @@ bool Count(std::uint64_t done, std::uint64_t all, void* context) {
 
 TEST_F(Encryption, ProgressIsToldAndCancels) {
     KeyHolder person = MakePerson("person");
-    Store(m_source, MakeBytes(600000));
-    for (std::uint64_t limit : {std::uint64_t{600000}, std::uint64_t{300000}}) {
-        int err = 0;
-        NALSetProgressHandler(nullptr, nullptr);
-        WhatToSignStruct what = InFile(m_source);
-        ASSERT_EQ(NALEncryptFile(what, {person.cert}, m_message.c_str(), nullptr), 1);
-        NALSetProgressHandler(Count, &limit);
-        const int expected = limit == 600000 ? TOO_OK : TOO_E_CANCELLED;
-        what = InFile(m_source);
-        NALEncryptFile(what, {person.cert}, m_out.c_str(), &err);
-        EXPECT_EQ(err, expected);
-        EXPECT_EQ(OutFiles(), expected == TOO_OK ? 1u : 0u);
-        std::filesystem::remove(m_out);
-        what = InFile(m_message);
-        NALDecryptFile(what, person.user.get(), nullptr, m_out.c_str(), &err);
-        EXPECT_EQ(err, expected);
-        EXPECT_EQ(OutFiles(), expected == TOO_OK ? 1u : 0u);
-        std::filesystem::remove(m_out);
+    Store("source", MakeBytes(600000));
+    WhatToSignStruct plain = InFile(m_source);
+    ASSERT_EQ(NALEncryptFile(plain, {person.cert}, m_message.c_str(), nullptr), 1);
+    for (const auto& [limit, expected] : {std::pair{std::uint64_t{600000}, TOO_OK}, {std::uint64_t{300000}, TOO_E_CANCELLED}}) {
+        std::uint64_t most = limit;
+        NALSetProgressHandler(Count, &most);
+        for (const bool encrypts : {true, false}) {
+            WhatToSignStruct what = InFile(encrypts ? m_source : m_message);
+            int err = -1;
+            encrypts ? NALEncryptFile(what, {person.cert}, m_out.c_str(), &err)
+                     : NALDecryptFile(what, person.user.get(), nullptr, m_out.c_str(), &err);
+            EXPECT_EQ(err, expected);
+            EXPECT_EQ(OutFiles(), expected == TOO_OK ? 1u : 0u);
+            std::filesystem::remove(m_out);
+        }
     }
     NALSetProgressHandler(nullptr, nullptr);
 }

@@ -30,11 +30,11 @@ TEST_F(OpenSslEnvelopes, WhatWeEncryptItDecrypts) {
     }
     for (const unsigned size : Sizes()) {
         const IdentObj plain = MakeBytes(size);
-        Store(m_source, plain);
+        Store("source", plain);
         for (const bool inPieces : {false, true}) {
             for (const std::size_t count : {1, 3}) {
                 SCOPED_TRACE(std::to_string(size) + (inPieces ? " in pieces, " : " in one piece, ") + std::to_string(count));
-                WhatToSignStruct what = InFile(m_source, inPieces);
+                WhatToSignStruct what = inPieces ? InPieces(m_source) : InFile(m_source);
                 const std::list<CNALCertContext> recipients(all.begin(), std::next(all.begin(), static_cast<long>(count)));
                 ASSERT_EQ(NALEncryptFile(what, recipients, m_message.c_str(), nullptr), 1);
                 for (std::size_t i = 0; i < count; ++i) {
@@ -60,7 +60,7 @@ TEST_F(OpenSslEnvelopes, WhatItEncryptsWeDecrypt) {
     sizes.push_back(0);
     for (const unsigned size : sizes) {
         const IdentObj plain = MakeBytes(size);
-        Store(m_source, plain);
+        Store("source", plain);
         for (const char* form : {"", "-stream", "-keyid"}) {
             // Of nothing its streaming makes no message.
             if (size == 0 && std::string(form) == "-stream") continue;

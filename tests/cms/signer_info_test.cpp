@@ -70,11 +70,8 @@ TEST(SignerInfo, ComesBackAsItWas) {
         int err = -1;
         ASSERT_EQ(read.ReadData(der.GetData(), der.GetSize(), &err), size);
         EXPECT_EQ(err, 0);
-        EXPECT_EQ(read, info);
-        EXPECT_EQ(read.version, info.version);
-        EXPECT_EQ(read.signature, info.signature);
-        EXPECT_EQ(read.signedAttrs, info.signedAttrs);
-        EXPECT_EQ(read.unsignedAttrs, info.unsignedAttrs);
+        EXPECT_TRUE(read == info && read.version == info.version && read.signature == info.signature);
+        EXPECT_TRUE(read.signedAttrs == info.signedAttrs && read.unsignedAttrs == info.unsignedAttrs);
         EXPECT_EQ(read.GetSigningDate(nullptr), CTOOFileTime::FromUnix(1795341600));
         der.SetSize(size);
         EXPECT_EQ(read.WriteData(nullptr), der);
@@ -138,14 +135,7 @@ TEST(SignerInfo, RefusesWrongShapes) {
         EXPECT_EQ(ReadStatus(test.der, info), TOO_E_BAD_STRUCTURE) << test.what;
         EXPECT_TRUE(IsNew(info)) << test.what;
     }
-    CNALMessageSignerInfo info;
-    try {
-        info.ReadData(nullptr, 5, nullptr);
-        FAIL();
-    } catch (const XTOOStatus& status) {
-        EXPECT_EQ(status.GetCode(), TOO_E_BAD_STRUCTURE);
-        EXPECT_EQ(status.GetText(), "MessageSignerInfo");
-    }
+    EXPECT_EQ(nal_test::FailureOf([] { CNALMessageSignerInfo().ReadData(nullptr, 5, nullptr); }), "206 MessageSignerInfo");
 }
 
 TEST(SignerInfo, CannotBeWrittenWithoutItsParts) {
@@ -162,9 +152,6 @@ TEST(SignerInfo, CannotBeWrittenWithoutItsParts) {
     for (const auto& test : cases) {
         CNALMessageSignerInfo info = SignerByIssuer();
         test.spoil(info);
-        int err = 0;
-        EXPECT_TRUE(info.WriteData(&err).IsEmpty()) << test.what;
-        EXPECT_EQ(err, TOO_E_ENCODE) << test.what;
         EXPECT_EQ(nal_test::StatusOf([&] { info.WriteData(nullptr); }), TOO_E_ENCODE) << test.what;
     }
 }
@@ -196,15 +183,9 @@ TEST(SignerInfo, SigningDateIsOneTime) {
     CNALAttributesSet twoValues(c_NAL_OID_SIGNING_TIME, utc);
     twoValues.AddValue(utc);
     info.signedAttrs.Add(twoValues);
-    int err = -1;
-    info.GetSigningDate(&err);
-    EXPECT_EQ(err, TOO_E_BAD_STRUCTURE);
-    try {
-        CNALMessageSignerInfo().GetSigningDate(nullptr);
-        FAIL();
-    } catch (const XTOOStatus& status) {
-        EXPECT_EQ(status.GetText(), "CNALMessageSignerInfo::GetSigningDate");
-    }
+    EXPECT_EQ(nal_test::StatusOf([&] { info.GetSigningDate(nullptr); }), TOO_E_BAD_STRUCTURE);
+    EXPECT_EQ(nal_test::FailureOf([] { CNALMessageSignerInfo().GetSigningDate(nullptr); }),
+              std::to_string(TOO_E_NOT_FOUND) + " CNALMessageSignerInfo::GetSigningDate");
 }
 
 TEST(SignerInfo, ComparesWhatIdentifiesTheSigner) {
@@ -216,12 +197,6 @@ TEST(SignerInfo, ComparesWhatIdentifiesTheSigner) {
     EXPECT_TRUE(other != SignerByIssuer() && other > SignerByIssuer() && SignerByIssuer() < other);
     EXPECT_TRUE(SignerByKeyId() != SignerByIssuer() && SignerByIssuer() < SignerByKeyId());
 
-    CNALWholeSignature whole;
-    EXPECT_EQ(whole.index, 0u);
-    whole.signerInfo = other;
-    whole.signerInfo.signerUniqueID = CTOOCryptBitBlob(Hex("F0"), 4);
-    EXPECT_EQ(whole.GetSignerUniqueID(), CTOOCryptBitBlob(Hex("F0"), 4));
-    EXPECT_TRUE(whole > CNALWholeSignature() && whole == whole);
 }
 
 }  // namespace

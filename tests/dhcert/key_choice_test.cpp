@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "support/hex.h"
+
 namespace {
 
 constexpr long c_in = c_NAL_DH_INCOMING;
@@ -20,9 +22,7 @@ struct Exchange {
 };
 
 CNALSendCertRecord RecordOf(const Exchange& exchange) {
-    const std::string key = exchange.key;
-    CNALSendCertRecord record("0000", "0001", CTOOFileTime(exchange.sent), exchange.flags,
-                              IdentObj(key.data(), static_cast<unsigned>(key.size())), "");
+    CNALSendCertRecord record("0000", "0001", CTOOFileTime(exchange.sent), exchange.flags, nal_test::FromText(exchange.key), "");
     record.TimeReceive(CTOOFileTime(exchange.received));
     return record;
 }
@@ -36,10 +36,7 @@ TEST(KeyChoice, KeysInTheirOrder) {
     } cases[] = {
         {"nothing", false, {}, ""},
         {"not acknowledged yet", false, {{"a", 0, 1}}, ""},
-        {"the latest acknowledged",
-         false,
-         {{"a", c_acked, 1}, {"c", c_acked, 3}, {"b", c_acked, 2}, {"d", 0, 4}},
-         "cba"},
+        {"the latest acknowledged", false, {{"a", c_acked, 1}, {"c", c_acked, 3}, {"b", c_acked, 2}, {"d", 0, 4}}, "cba"},
         {"rejected", false, {{"a", c_acked, 1}, {"b", c_acked | c_rejected, 2}}, "a"},
         {"rejected, sent again", false, {{"a", c_rejected, 1}, {"a", c_acked, 2}}, "a"},
         {"acknowledged, then rejected", false, {{"a", c_acked, 1}, {"a", c_rejected, 2}}, ""},
@@ -47,10 +44,7 @@ TEST(KeyChoice, KeysInTheirOrder) {
         {"the last word of one time by place", false, {{"a", c_rejected, 1}, {"a", c_acked, 1}}, "a"},
         {"acknowledged, then sent again", false, {{"a", c_acked, 1}, {"a", 0, 2}}, "a"},
         {"actual before later ones", false, {{"a", c_acked | c_actual, 1}, {"b", c_acked, 2}}, "ab"},
-        {"two marked actual",
-         false,
-         {{"a", c_acked | c_actual, 1}, {"b", c_acked | c_actual, 2}, {"c", c_acked, 3}},
-         "bac"},
+        {"two marked actual", false, {{"a", c_acked | c_actual, 1}, {"b", c_acked | c_actual, 2}, {"c", c_acked, 3}}, "bac"},
         {"actual but rejected", false, {{"a", c_acked, 1}, {"b", c_acked | c_rejected | c_actual, 2}}, "a"},
         {"one time", false, {{"a", c_acked, 1}, {"b", c_acked, 1}}, "ba"},
         {"received needs no acknowledgement", true, {{"a", c_in, 0, 1}, {"b", c_in, 0, 2}}, "ba"},
@@ -62,8 +56,7 @@ TEST(KeyChoice, KeysInTheirOrder) {
     };
     for (const auto& test : cases) {
         std::vector<CNALSendCertRecord> records;
-        for (const auto& exchange : test.exchanges)
-            records.push_back(RecordOf(exchange));
+        for (const auto& exchange : test.exchanges) records.push_back(RecordOf(exchange));
         std::string order;
         for (const auto& record : nal::RankKeys(records, test.incoming)) {
             const IdentObj key = record.NumberKey();

@@ -11,18 +11,14 @@
 
 namespace {
 
-IdentObj Id(const std::string& text) {
-    return {text.data(), static_cast<unsigned>(text.size())};
-}
-
 // A record with a value of its own in every field.
 CNALCertRequestStatus Full(DWORD format = CNALCertRequestStatus::c_formatWithOptional) {
     CNALCertRequestStatus record;
     record.m_requestType = 0x01010101;
     record.m_format = format;
-    record.m_requestId = Id("A");
-    record.m_subjectName = Id("BB");
-    record.m_userName = Id("");
+    record.m_requestId = nal_test::FromText("A");
+    record.m_subjectName = nal_test::FromText("BB");
+    record.m_userName = nal_test::FromText("");
     record.m_status = 2;
     record.m_certificateNumber = 3;
     record.m_flags = 4;
@@ -31,10 +27,10 @@ CNALCertRequestStatus Full(DWORD format = CNALCertRequestStatus::c_formatWithOpt
     record.m_timeAnswered = CTOOFileTime(7);
     record.m_timeReceived = CTOOFileTime(8);
     record.m_timeInstalled = CTOOFileTime(9);
-    record.m_certificateSerial = Id("X");
-    record.m_certificateIssuer = Id("Y");
-    record.m_subjectKeyId = Id("Z");
-    record.m_comment = Id("C");
+    record.m_certificateSerial = nal_test::FromText("X");
+    record.m_certificateIssuer = nal_test::FromText("Y");
+    record.m_subjectKeyId = nal_test::FromText("Z");
+    record.m_comment = nal_test::FromText("C");
     return record;
 }
 
@@ -47,42 +43,20 @@ IdentObj Encode(const CNALCertRequestStatus& record) {
 
 TEST(RequestStatus, BinaryForm) {
     const std::string start =
-        "01010101"
-        "02000100"
-        "01000000"
-        "41"
-        "02000000"
-        "4242"
-        "00000000"
-        "02000000"
-        "03000000"
-        "04000000"
-        "0500000000000000"
-        "0600000000000000"
-        "0700000000000000"
-        "0800000000000000"
-        "0900000000000000";
-    const std::string optional =
-        "01000000"
-        "58"
-        "01000000"
-        "59"
-        "01000000"
-        "5a";
-    const std::string end =
-        "01000000"
-        "43";
+        "01010101 02000100 01000000 41 02000000 4242 00000000 02000000 03000000 04000000 0500000000000000 0600000000000000"
+        "0700000000000000 0800000000000000 0900000000000000";
+    const std::string optional = "01000000 58 01000000 59 01000000 5a";
+    const std::string end = "01000000 43";
     const IdentObj with = Encode(Full());
-    EXPECT_EQ(start + optional + end, nal_test::ToHex(with.GetData(), with.GetSize()));
+    EXPECT_EQ(nal_test::FromHexText(start + optional + end), with);
     const IdentObj without = Encode(Full(0x10001));
-    EXPECT_EQ(start.substr(0, 8) + "01000100" + start.substr(16) + end,
-              nal_test::ToHex(without.GetData(), without.GetSize()));
+    EXPECT_EQ(nal_test::FromHexText("01010101 01000100" + start.substr(17) + end), without);
     EXPECT_EQ(60U + 4 * 4, CNALCertRequestStatus().GetObjectSize());
 
     CNALCertRequestStatus read;
     EXPECT_EQ(with.GetSize(), read.ReadData(with.GetData(), with.GetSize()));
     EXPECT_EQ(with, Encode(read));
-    EXPECT_EQ(Id("Z"), read.m_subjectKeyId);
+    EXPECT_EQ(nal_test::FromText("Z"), read.m_subjectKeyId);
     EXPECT_EQ(without.GetSize(), read.ReadData(without.GetData(), without.GetSize()));
     EXPECT_TRUE(read.m_subjectKeyId.IsEmpty());
 }
@@ -140,9 +114,9 @@ TEST(RequestStatus, Comparison) {
     const std::vector<std::function<void(Record&)>> fields = {
         [](Record& r) { r.m_requestType += 1; },
         [](Record& r) { r.m_format += 1; },
-        [](Record& r) { r.m_requestId = Id("b"); },
-        [](Record& r) { r.m_subjectName = Id("b"); },
-        [](Record& r) { r.m_userName = Id("b"); },
+        [](Record& r) { r.m_requestId = nal_test::FromText("b"); },
+        [](Record& r) { r.m_subjectName = nal_test::FromText("b"); },
+        [](Record& r) { r.m_userName = nal_test::FromText("b"); },
         [](Record& r) { r.m_status += 1; },
         [](Record& r) { r.m_certificateNumber += 1; },
         [](Record& r) { r.m_flags += 1; },
@@ -151,28 +125,23 @@ TEST(RequestStatus, Comparison) {
         [](Record& r) { r.m_timeAnswered = CTOOFileTime(99); },
         [](Record& r) { r.m_timeReceived = CTOOFileTime(99); },
         [](Record& r) { r.m_timeInstalled = CTOOFileTime(99); },
-        [](Record& r) { r.m_comment = Id("b"); },
+        [](Record& r) { r.m_comment = nal_test::FromText("b"); },
     };
     Record all = Full();
-    for (const auto& raise : fields)
-        raise(all);
+    for (const auto& raise : fields) raise(all);
     EXPECT_TRUE(Full() < all && all > Full() && !(all < Full()) && !(Full() > all));
     for (std::size_t i = 0; i < fields.size(); ++i) {
         Record one = Full();
-        fields[i](one);
-        EXPECT_TRUE(one != Full()) << i;
-        EXPECT_FALSE(Full() < one) << i;
-        // All but one raised: equal there, so neither less nor greater.
         Record others = Full();
-        for (std::size_t k = 0; k < fields.size(); ++k) {
-            if (k != i) fields[k](others);
-        }
+        for (std::size_t k = 0; k < fields.size(); ++k) fields[k](k == i ? one : others);
+        // Where one field is equal, neither is less nor greater.
+        EXPECT_TRUE(one != Full() && !(Full() < one)) << i;
         EXPECT_FALSE(Full() < others || others < Full() || Full() > others || others > Full()) << i;
     }
     Record optional = Full();
-    optional.m_certificateSerial = Id("other");
-    optional.m_certificateIssuer = Id("other");
-    optional.m_subjectKeyId = Id("other");
+    optional.m_certificateSerial = nal_test::FromText("other");
+    optional.m_certificateIssuer = nal_test::FromText("other");
+    optional.m_subjectKeyId = nal_test::FromText("other");
     EXPECT_TRUE(optional == Full());
     EXPECT_FALSE(optional < all && !(Full() < all));
     EXPECT_TRUE(optional < all);

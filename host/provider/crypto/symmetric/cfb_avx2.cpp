@@ -92,27 +92,27 @@ template <std::size_t Plane>
 
 [[gnu::always_inline]] inline void Round(const PlaneTables& tables, const std::uint8_t (&key)[kPlanes][16],
                                          const __m256i (&half)[kPlanes], __m256i (&other)[kPlanes]) {
-    // All ones where the sum has a carry.
-    __m256i word = Broadcast(key[0]);
-    __m256i sum = _mm256_add_epi8(half[0], word);
-    __m256i carry = _mm256_cmpgt_epi8(word, sum);
-    Substitute<0>(tables, sum, other);
+    // All ones where the sum of the plane before has a carry.
+    __m256i carry = _mm256_setzero_si256();
+    __m256i word;
+    __m256i plain;  // the sum without that carry
     const auto addPlane = [&](std::size_t plane) __attribute__((always_inline)) {
         word = Broadcast(key[plane]);
-        sum = _mm256_sub_epi8(_mm256_add_epi8(half[plane], word), carry);
+        plain = _mm256_add_epi8(half[plane], word);
+        return _mm256_sub_epi8(plain, carry);
     };
-    // With a carry in, an equal sum has gone round as well.
+    // The highest sum goes round with a carry; what others do is known without it.
     const auto makeCarry = [&]() __attribute__((always_inline)) {
-        carry = _mm256_or_si256(_mm256_cmpgt_epi8(word, sum), _mm256_and_si256(carry, _mm256_cmpeq_epi8(word, sum)));
+        carry = _mm256_or_si256(_mm256_cmpgt_epi8(word, plain),
+                                _mm256_and_si256(carry, _mm256_cmpeq_epi8(plain, _mm256_set1_epi8(127))));
     };
-    addPlane(1);
+    Substitute<0>(tables, addPlane(0), other);
     makeCarry();
-    Substitute<1>(tables, sum, other);
-    addPlane(2);
+    Substitute<1>(tables, addPlane(1), other);
     makeCarry();
-    Substitute<2>(tables, sum, other);
-    addPlane(3);
-    Substitute<3>(tables, sum, other);
+    Substitute<2>(tables, addPlane(2), other);
+    makeCarry();
+    Substitute<3>(tables, addPlane(3), other);
 }
 
 // Eight vectors as one array of twice 128 bytes: takes the bytes of its halves in turn. With bytes numbered by 7 bits
@@ -202,6 +202,7 @@ void DecryptBlocksOfOneKey(const SboxTables& tables, const PlaneTables& planes, 
 }
 
 void DecryptRun(const SboxTables& tables, CfbRun& run, const std::uint8_t* in, std::uint8_t* out, std::size_t count) {
+    if (count <= kMostPortable) return kCfbPortable.decrypt(tables, run, in, out, count);
     const PlaneTables planes(tables);
     auto feedback = Load<std::uint64_t>(run.feedback);
     // Sections that are prepared, from `next` on.

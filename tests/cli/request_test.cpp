@@ -37,6 +37,9 @@ TEST_F(CliRequest, FromTheFirstRequestToTheRenewedKey) {
         {"nal-keycentre issue net/d_station/o_users/*.req --centre c --password-file cpw --fingerprint \"$(nal request list --json | sed -n 's/.*\"id\": \"\\(.*\\)\".*/\\1/p' "
          "| xargs @NAL@ request status --json | sed -n 's/.*\"key_fingerprint\": \"\\(.*\\)\".*/\\1/p')\" > issued 2>&1", 0, ""},
         {"nal request install --password-file bad", 4, "the password or PIN is wrong"},
+        // What cannot be read, or taken, is said.
+        {"cp -r net net3; rm -r net3/d_station/o_users; echo > net3/d_station/o_users; nal request install --transport net3", 3, "o_users"},
+        {"mkdir -p net4/d_station/tmp; echo junk > net4/d_station/tmp/own_input.cer; nal request install --transport net4", 1, "", "cannot be read as a store"},
         {"nal request install --password-file pw", 0, "", "installed"},
         {"nal request install --password-file pw", 0, "", "nothing to install"},
         {"nal container show ivan", 0, "", "cn=Ivan"},
@@ -51,6 +54,14 @@ TEST_F(CliRequest, FromTheFirstRequestToTheRenewedKey) {
         {"nal container show ivan --json | grep -c '\"created\"'", 0, "", "2"},
         {"nal-keycentre serve-folder net --centre c --password-file cpw > served; nal request install --password-file pw", 0, "", "installed"},
         {"nal cert list", 0, "", "cn=Ivan"},
+
+        // One container that cannot be opened keeps no other from its certificate.
+        {"nal request new -k petr --subject CN=Petr --password-file pw > petr; nal-keycentre issue net/d_station/o_users/*.req --centre c --password-file cpw "
+         "--fingerprint \"$(sed -n 's/.*key fingerprint *//p' petr)\" > issued 2>&1", 0, ""},
+        {"nal request renew -k ivan --password-file pw --cert $(nal container show ivan --json | sed -n 's/.*\"key_id\": \"\\(.*\\)\".*/\\1/p' | tail -1) > renewed; "
+         "nal-keycentre serve-folder net --centre c --password-file cpw > served; mv home/csp/petr away; nal request install --password-file pw", 4,
+         "container @/home/csp/petr: no such key container", "subject    cn=Ivan"},
+        {"mv away home/csp/petr; nal request install --password-file pw", 0, "", "subject    cn=Petr"},
         {"nal container transfer ivan moved --password-file pw && nal sign doc -k moved --password-file pw --cert $(nal cert list --json | sed -n "
          "'s/.*\"key_id\": \"\\(.*\\)\".*/\\1/p' | head -1) -o moved.p7s; true", 0, "", "moved"},
     });

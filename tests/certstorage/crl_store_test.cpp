@@ -1,6 +1,7 @@
 // CRL contexts in stores through the exported functions.
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <stdexcept>
 
 #include "certstorage/crl_context.h"
@@ -12,47 +13,26 @@ namespace {
 
 using namespace nal_test;
 
-constexpr DWORD kUntouched = 0xABCD;
-constexpr DWORD kBadArgument = 0x80070057;
-constexpr DWORD kNotFound = 0x80092004;
-constexpr DWORD kPresent = 0x80092005;
-
-IdentObj Crl(unsigned char issuer, unsigned char number, unsigned year = 2021) {
+IdentObj Crl(int issuer, int number, unsigned year = 2021) {
     CrlBuilder builder;
-    builder.authorityKeyId = Filled(issuer);
-    builder.number = Filled(number, 16);
+    builder.authorityKeyId = Filled(static_cast<unsigned char>(issuer));
+    builder.number = Filled(static_cast<unsigned char>(number), 16);
     builder.thisUpdate = Date(year);
     return builder.Build();
 }
 
-CrlPtr MakeCrl(const IdentObj& der) { return CrlPtr(CertCreateCRLContext(kEncoding, der.GetData(), der.GetSize())); }
-
-BOOL AddCrl(const StorePtr& store, const IdentObj& der, DWORD disposition, PCCRL_CONTEXT* context = nullptr) {
-    return CertAddEncodedCRLToStore(store.get(), kEncoding, der.GetData(), der.GetSize(), disposition, context);
-}
-
-std::string EncodingOf(PCCRL_CONTEXT context) { return Text({context->pbCrlEncoded, context->cbCrlEncoded}); }
-
 std::vector<std::string> Crls(const StorePtr& store, PCCERT_CONTEXT issuer = nullptr) {
     std::vector<std::string> all;
     PCCRL_CONTEXT context = nullptr;
-    while ((context = CertGetCRLFromStore(store.get(), issuer, context, nullptr)) != nullptr) {
+    while (all.size() < 100 && (context = CertGetCRLFromStore(store.get(), issuer, context, nullptr)) != nullptr) {
         all.push_back(EncodingOf(context));
-        if (all.size() > 100) break;
     }
-    CertFreeCRLContext(context);
+    if (all.size() == 100) CertFreeCRLContext(context);  // the walk does not advance
     return all;
 }
 
 // A CRL with property 4 in it.
-void PutFirst(const StorePtr& store, const IdentObj& der) {
-    PCCRL_CONTEXT context = nullptr;
-    ASSERT_TRUE(AddCrl(store, der, 1, &context));
-    const CrlPtr owner(context);
-    const IdentObj value = Filled(4, 4);
-    const CRYPT_DATA_BLOB blob = Blob(value);
-    ASSERT_TRUE(CertSetCRLContextProperty(context, 4, 0, &blob));
-}
+void PutFirst(const StorePtr& store, const IdentObj& der) { ASSERT_TRUE(SetProperty(AddedCrl(store, der), 4, Filled(4, 4))); }
 
 TEST(CrlContext, DescribesTheCrl) {
     CrlBuilder builder;
@@ -91,22 +71,16 @@ TEST(CrlContext, BytesThatAreNoCrl) {
     cut.SetSize(cut.GetSize() - 1);
     IdentObj trailing = Crl(1, 1);
     trailing.Append("", 1);
-    const struct {
-        const char* name;
-        IdentObj der;
-        DWORD lastError;
-    } cases[] = {{"a byte", IdentObj("x", 1), kBadArgument},
-                 {"cut", cut, kBadArgument},
-                 {"something behind", trailing, kBadArgument},
-                 {"a certificate", CertBuilder().Build(), kBadArgument},
-                 {"without an authority key identifier", keyless.Build(), kUntouched}};
+    const std::pair<IdentObj, DWORD> cases[] = {{IdentObj("x", 1), kBadArgument},
+                                                {cut, kBadArgument},
+                                                {trailing, kBadArgument},
+                                                {CertBuilder().Build(), kBadArgument},
+                                                {keyless.Build(), kUntouched}};
     const StorePtr store = OpenMemory();
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_THROW(MakeCrl(c.der), XTOOStatus);
-        SetLastError(kUntouched);
-        EXPECT_FALSE(AddCrl(store, c.der, 4));
-        EXPECT_EQ(c.lastError, GetLastError());
+        SCOPED_TRACE(&c - cases);
+        EXPECT_THROW(MakeCrl(c.first), XTOOStatus);
+        EXPECT_EQ(c.second, ErrorOf([&] { return AddCrl(store, c.first, 4); }));
     }
     EXPECT_TRUE(Crls(store).empty());
     EXPECT_THROW(CertCreateCRLContext(kEncoding, nullptr, 3), std::invalid_argument);
@@ -129,45 +103,33 @@ TEST(CrlContextDeathTest, AbortsForKeysOfAnotherSize) {
 
 TEST(CrlStore, NullsFailCleanly) {
     const StorePtr store = OpenMemory();
-    const CrlPtr loose = MakeCrl(Crl(1, 1));
+    const IdentObj der = Crl(1, 1);
+    const CrlPtr own = MakeCrl(der);  // it has no store
+    PCCRL_CONTEXT loose = own.get();
     const IdentObj value = Filled(1);
     const CRYPT_DATA_BLOB blob = Blob(value);
     DWORD size = 0;
-    EXPECT_FALSE(CertFreeCRLContext(nullptr));
-    EXPECT_EQ(nullptr, CertDuplicateCRLContext(nullptr));
-    EXPECT_FALSE(CertDeleteCRLFromStore(nullptr));
-    EXPECT_FALSE(CertDeleteCRLFromStore(CertDuplicateCRLContext(loose.get()))) << "no store to delete from";
-    EXPECT_FALSE(CertSetCRLContextProperty(nullptr, 3, 0, &blob));
-    EXPECT_FALSE(CertSetCRLContextProperty(loose.get(), 3, 0, &blob)) << "no store";
-    EXPECT_FALSE(CertGetCRLContextProperty(nullptr, 3, nullptr, &size));
-    EXPECT_FALSE(CertGetCRLContextProperty(loose.get(), 3, nullptr, &size));
-    SetLastError(0);
-    EXPECT_EQ(0U, CertEnumCRLContextProperties(loose.get(), 0));
-    EXPECT_EQ(230U, GetLastError());
-    EXPECT_EQ(nullptr, CertGetCRLFromStore(nullptr, nullptr, CertDuplicateCRLContext(loose.get()), nullptr));
-    EXPECT_EQ(kBadArgument, GetLastError());
-    for (const bool noStore : {true, false}) {
-        SetLastError(0);
-        EXPECT_FALSE(CertAddCRLContextToStore(noStore ? nullptr : store.get(), noStore ? loose.get() : nullptr, 1, nullptr));
-        EXPECT_EQ(kBadArgument, GetLastError());
-        SetLastError(0);
-        EXPECT_FALSE(CertAddEncodedCRLToStore(noStore ? nullptr : store.get(), kEncoding, noStore ? value.GetData() : nullptr, 20, 1,
-                                              nullptr));
-        EXPECT_EQ(kBadArgument, GetLastError());
-    }
-    EXPECT_EQ(EINVAL, nal::CrlContext::From(loose.get())->storeProperties(nullptr));
+    const std::pair<DWORD, std::function<bool()>> cases[] = {
+        {kUntouched, [&] { return CertFreeCRLContext(nullptr) != FALSE; }},
+        {kUntouched, [&] { return CertDuplicateCRLContext(nullptr) != nullptr; }},
+        {kUntouched, [&] { return CertDeleteCRLFromStore(nullptr) != FALSE; }},
+        {kUntouched, [&] { return CertDeleteCRLFromStore(CertDuplicateCRLContext(loose)) != FALSE; }},
+        {kUntouched, [&] { return CertSetCRLContextProperty(nullptr, 3, 0, &blob) != FALSE; }},
+        {kUntouched, [&] { return CertSetCRLContextProperty(loose, 3, 0, &blob) != FALSE; }},
+        {kUntouched, [&] { return CertGetCRLContextProperty(nullptr, 3, nullptr, &size) != FALSE; }},
+        {kUntouched, [&] { return CertGetCRLContextProperty(loose, 3, nullptr, &size) != FALSE; }},
+        {kNotSupported, [&] { return CertEnumCRLContextProperties(loose, 0) != 0; }},
+        {kBadArgument, [&] { return CertGetCRLFromStore(nullptr, nullptr, CertDuplicateCRLContext(loose), nullptr) != nullptr; }},
+        {kBadArgument, [&] { return CertAddCRLContextToStore(nullptr, loose, 1, nullptr) != FALSE; }},
+        {kBadArgument, [&] { return CertAddCRLContextToStore(store.get(), nullptr, 1, nullptr) != FALSE; }},
+        {kBadArgument, [&] { return AddCrl(nullptr, der, 1) != FALSE; }},
+        {kBadArgument, [&] { return CertAddEncodedCRLToStore(store.get(), kEncoding, nullptr, 20, 1, nullptr) != FALSE; }},
+    };
+    for (const auto& [error, call] : cases) EXPECT_EQ(error, ErrorOf(call));
+    EXPECT_EQ(EINVAL, nal::CrlContext::From(loose)->storeProperties(nullptr));
 }
 
-struct AddCase {
-    DWORD disposition;
-    const char* first;  // "": nothing there; "older", "same", "newer": what is there, with property 4
-    bool succeeds;
-    DWORD lastError;
-    const char* left;  // F the first CRL, N the new one; 3 and 4 the properties
-};
-
-unsigned YearOf(const std::string& first) { return first == "older" ? 2019 : first == "same" ? 2021 : 2023; }
-
+// What an addition leaves: F the first CRL, N the new one; 3 and 4 the properties.
 std::string Left(const StorePtr& store, const IdentObj& first, const IdentObj& added) {
     std::string left;
     PCCRL_CONTEXT context = nullptr;
@@ -187,86 +149,63 @@ void CheckDispositions(const std::vector<AddCase>& cases,
     for (const AddCase& c : cases) {
         SCOPED_TRACE(std::to_string(c.disposition) + " " + c.first);
         const StorePtr store = OpenMemory();
-        const IdentObj first = Crl(5, 5, YearOf(c.first));
+        const std::string age = c.first;
+        const IdentObj first = Crl(5, 5, age == "older" ? 2019 : age == "same" ? 2021 : 2023);
         CrlBuilder builder;
         builder.authorityKeyId = Filled(5);
         builder.number = Filled(5, 16);
         builder.entries = {{IdentObj("\x01", 1), Date(2020)}};
         const IdentObj added = builder.Build();
-        if (*c.first != '\0') PutFirst(store, first);
+        if (!age.empty()) PutFirst(store, first);
         SetLastError(kUntouched);
         PCCRL_CONTEXT context = nullptr;
-        EXPECT_EQ(c.succeeds, add(store, added, c.disposition, &context) != FALSE);
-        EXPECT_EQ(c.lastError, GetLastError());
-        ASSERT_EQ(c.succeeds, context != nullptr);
-        if (c.succeeds) {
-            EXPECT_EQ(store.get(), context->hCertStore);
-            EXPECT_EQ(TextOf(added), EncodingOf(context));
-        }
-        CertFreeCRLContext(context);
+        EXPECT_EQ(c.error == 0, add(store, added, c.disposition, &context) != FALSE);
+        EXPECT_EQ(c.error == 0 ? kUntouched : c.error, GetLastError());
+        const CrlPtr given(context);
+        EXPECT_EQ(c.error == 0, given != nullptr);
+        EXPECT_TRUE(!given || (given->hCertStore == store.get() && EncodingOf(context) == TextOf(added)));
         EXPECT_EQ(c.left, Left(store, first, added));
     }
 }
 
 TEST(CrlStore, AddsEncodedByDisposition) {
-    CheckDispositions(
-        {
-            {0, "", false, 230, ""},          {0, "older", false, 230, "F4"},
-            {1, "", true, kUntouched, "N"},   {1, "older", false, kPresent, "F4"},
-            {2, "", false, 230, ""},          {2, "older", false, 230, "F4"},
-            {3, "", true, kUntouched, "N"},   {3, "newer", true, kUntouched, "N"},
-            {4, "", true, kUntouched, "N"},   {4, "newer", true, kUntouched, "N4"},
-            {5, "", true, kUntouched, "N"},   {5, "newer", true, kUntouched, "N4"},
-            {6, "", true, kUntouched, "N"},   {6, "older", false, kPresent, "F4"},
-            {6, "newer", false, kPresent, "F4"},
-            {7, "", true, kUntouched, "N"},   {7, "newer", true, kUntouched, "N4"},
-            {8, "", false, 230, ""},          {8, "older", false, 230, "F4"},
-        },
-        AddCrl);
+    const std::vector<AddCase> cases = {
+        {0, "", kNotSupported, ""}, {0, "older", kNotSupported, "F4"}, {1, "", 0, "N"}, {1, "older", kPresent, "F4"},
+        {2, "", kNotSupported, ""}, {2, "older", kNotSupported, "F4"}, {3, "", 0, "N"}, {3, "newer", 0, "N"},
+        {4, "", 0, "N"},            {4, "newer", 0, "N4"},             {5, "", 0, "N"}, {5, "newer", 0, "N4"},
+        {6, "", 0, "N"},            {6, "older", kPresent, "F4"},      {7, "", 0, "N"}, {6, "newer", kPresent, "F4"},
+        {8, "", kNotSupported, ""}, {8, "older", kNotSupported, "F4"}, {7, "newer", 0, "N4"},
+    };
+    CheckDispositions(cases, AddCrl);
 }
 
 TEST(CrlStore, AddsContextsByDisposition) {
-    CheckDispositions(
-        {
-            {0, "", false, 230, ""},          {0, "older", false, 230, "F4"},
-            {1, "", true, kUntouched, "N"},   {1, "older", false, kPresent, "F4"},
-            {2, "", false, 230, ""},          {2, "older", false, 230, "F4"},
-            {3, "", true, kUntouched, "N3"},  {3, "newer", true, kUntouched, "N3"},
-            {4, "", true, kUntouched, "N"},   {4, "newer", true, kUntouched, "N4"},
-            {5, "", true, kUntouched, "N"},   {5, "newer", true, kUntouched, "N4"},
-            {6, "", true, kUntouched, "N3"},  {6, "older", true, kUntouched, "N3"},
-            {6, "same", false, kPresent, "F4"}, {6, "newer", false, kPresent, "F4"},
-            {7, "", true, kUntouched, "N"},   {7, "newer", true, kUntouched, "N4"},
-            {8, "", false, 230, ""},          {8, "older", false, 230, "F4"},
-        },
-        [](const StorePtr& store, const IdentObj& der, DWORD disposition, PCCRL_CONTEXT* context) {
-            const StorePtr source = OpenMemory();
-            PCCRL_CONTEXT added = nullptr;
-            EXPECT_TRUE(AddCrl(source, der, 1, &added));
-            const IdentObj value = Filled(3, 3);
-            const CRYPT_DATA_BLOB blob = Blob(value);
-            EXPECT_TRUE(CertSetCRLContextProperty(added, 3, 0, &blob));
-            CertFreeCRLContext(added);  // built before the property was set, so it does not bring it
-            const CrlPtr own(CertGetCRLFromStore(source.get(), nullptr, nullptr, nullptr));
-            SetLastError(kUntouched);
-            return CertAddCRLContextToStore(store.get(), own.get(), disposition, context);
-        });
+    const std::vector<AddCase> cases = {
+        {0, "", kNotSupported, ""}, {0, "older", kNotSupported, "F4"}, {1, "", 0, "N"},            {1, "older", kPresent, "F4"},
+        {2, "", kNotSupported, ""}, {2, "older", kNotSupported, "F4"}, {3, "", 0, "N3"},           {3, "newer", 0, "N3"},
+        {4, "", 0, "N"},            {4, "newer", 0, "N4"},             {5, "", 0, "N"},            {5, "newer", 0, "N4"},
+        {6, "", 0, "N3"},           {6, "older", 0, "N3"},             {6, "same", kPresent, "F4"}, {6, "newer", kPresent, "F4"},
+        {7, "", 0, "N"},            {7, "newer", 0, "N4"},             {8, "", kNotSupported, ""}, {8, "older", kNotSupported, "F4"},
+    };
+    CheckDispositions(cases, [](const StorePtr& store, const IdentObj& der, DWORD disposition, PCCRL_CONTEXT* context) {
+        const StorePtr source = OpenMemory();
+        // Built before the property was set, the context of the addition would not bring it.
+        EXPECT_TRUE(SetProperty(AddedCrl(source, der), 3, Filled(3, 3)));
+        const CrlPtr own(CertGetCRLFromStore(source.get(), nullptr, nullptr, nullptr));
+        SetLastError(kUntouched);
+        return CertAddCRLContextToStore(store.get(), own.get(), disposition, context);
+    });
 }
 
 TEST(CrlStore, EnumeratesAllOrThoseOfAnIssuer) {
     const StorePtr store = OpenMemory();
-    EXPECT_EQ(nullptr, CertGetCRLFromStore(store.get(), nullptr, nullptr, nullptr));
-    EXPECT_EQ(kNotFound, GetLastError());
     CertBuilder ca;
     ca.subjectKeyId = Filled(2);
     ASSERT_TRUE(AddEncoded(store, ca.Build(), 1));
     EXPECT_TRUE(Crls(store).empty()) << "certificates only";
     EXPECT_EQ(kNotFound, GetLastError());
 
-    PutFirst(store, Crl(2, 9));
-    PutFirst(store, Crl(2, 3));
-    PutFirst(store, Crl(1, 7));
-    PutFirst(store, Crl(3, 7));
+    for (const auto& [issuer, number] : {std::pair{2, 9}, {2, 3}, {1, 7}, {3, 7}}) PutFirst(store, Crl(issuer, number));
     EXPECT_EQ((std::vector<std::string>{TextOf(Crl(1, 7)), TextOf(Crl(2, 3)), TextOf(Crl(2, 9)), TextOf(Crl(3, 7))}), Crls(store));
     const CertPtr issuer = MakeCert(ca.Build());
     EXPECT_EQ((std::vector<std::string>{TextOf(Crl(2, 3)), TextOf(Crl(2, 9))}), Crls(store, issuer.get()));
@@ -283,26 +222,25 @@ TEST(CrlStore, EnumeratesAllOrThoseOfAnIssuer) {
 
 TEST(CrlStore, SkipsRecordsThatAreNoCrlsOrBelongElsewhere) {
     const StorePtr store = OpenMemory();
-    auto& raw = *nal::CertStore::FromHandle(store.get());
     CrlBuilder noNumber;
     noNumber.number.reset();
     CrlBuilder longIssuer;
     longIssuer.authorityKeyId = Filled(1, 30);
-    const auto put = [&](unsigned char id, std::uint32_t kind, const asnt::View& value) {
-        nal::KeyIdentifier issuer;
-        nal::CrlSerial serial;
-        issuer.fill(id);
-        serial.fill(id);
-        return raw.storeCrl({issuer, serial, kind}, value, nal::PutMode::Overwrite);
-    };
     const IdentObj good = Crl(5, 5);
-    ASSERT_EQ(0, put(1, nal::kKindCrl, AsView("no CRL")));
-    ASSERT_EQ(0, put(2, nal::kKindCrl, Crl(3, 3)));
-    ASSERT_EQ(0, put(3, nal::kKindCrl, noNumber.Build()));
-    ASSERT_EQ(0, put(4, nal::kKindCrl, longIssuer.Build()));
-    ASSERT_EQ(0, put(5, nal::kKindCrl, good));
-    ASSERT_EQ(0, put(5, nal::kKindCrl | 1, good));  // another program's kind with the CRL bit
-    ASSERT_EQ(0, put(6, nal::kKindCert, good));
+    const struct {
+        unsigned char id;
+        std::uint32_t kind;
+        IdentObj value;
+    } records[] = {{1, nal::kKindCrl, FromText("no CRL")},     {2, nal::kKindCrl, Crl(3, 3)},
+                   {3, nal::kKindCrl, noNumber.Build()}, {4, nal::kKindCrl, longIssuer.Build()},
+                   {5, nal::kKindCrl, good},             {5, nal::kKindCrl | 1, good},  // another program's kind with the CRL bit
+                   {6, nal::kKindCert, good}};
+    for (const auto& record : records) {
+        nal::RecordKey key{{}, {}, record.kind};
+        key.identifier.fill(record.id);
+        key.crlSerial.fill(record.id);
+        ASSERT_EQ(0, nal::CertStore::FromHandle(store.get())->storeCrl(key, record.value, nal::PutMode::Overwrite));
+    }
     EXPECT_EQ((std::vector<std::string>{TextOf(good), TextOf(good)}), Crls(store));
 }
 
@@ -311,12 +249,11 @@ TEST(CrlStore, PropertiesByTheRules) {
     PutFirst(store, Crl(1, 1));
     const CrlPtr context(CertGetCRLFromStore(store.get(), nullptr, nullptr, nullptr));
     const IdentObj value = Filled(8, 10);
-    const CRYPT_DATA_BLOB blob = Blob(value);
     for (DWORD id = 0; id < 100; ++id) {
         const bool settable = id == 3 || id == 4 || id == 15;
         SetLastError(kUntouched);
-        EXPECT_EQ(settable, CertSetCRLContextProperty(context.get(), id, 0, &blob) != FALSE) << id;
-        EXPECT_EQ(settable ? kUntouched : 230U, GetLastError()) << id;
+        EXPECT_EQ(settable, SetProperty(context, id, value) != FALSE) << id;
+        EXPECT_EQ(settable ? kUntouched : kNotSupported, GetLastError()) << id;
     }
     unsigned char buffer[12] = {};
     DWORD size = 0;
@@ -336,8 +273,7 @@ TEST(CrlStore, DeletesTheCrlWithItsPropertiesOnly) {
     const StorePtr store = OpenMemory();
     PutFirst(store, Crl(1, 1));
     PutFirst(store, Crl(1, 2));
-    CertBuilder ca;
-    ASSERT_TRUE(AddEncoded(store, ca.Build(), 1));
+    Added(store);
     EXPECT_TRUE(CertDeleteCRLFromStore(CertGetCRLFromStore(store.get(), nullptr, nullptr, nullptr)));
     EXPECT_EQ(std::vector<std::string>{TextOf(Crl(1, 2))}, Crls(store));
     EXPECT_EQ(1U, Certificates(store).size());

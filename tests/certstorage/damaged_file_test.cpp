@@ -15,23 +15,9 @@ namespace {
 
 using namespace nal_test;
 
-nal_test::Bytes MakeStore(const TempFolder& folder, unsigned certificates) {
-    const std::string path = folder.File("made");
-    StorePtr store = OpenFile(path);
-    CertBuilder builder;
-    for (unsigned i = 0; i < certificates; ++i) {
-        builder.subjectKeyId = Filled(static_cast<unsigned char>(i));
-        builder.subject = "Subject " + std::to_string(i);
-        PCCERT_CONTEXT context = nullptr;
-        EXPECT_TRUE(AddEncoded(store, builder.Build(), 1, &context));
-        const DWORD spec = AT_SIGNATURE;
-        EXPECT_TRUE(CertSetCertificateContextProperty(context, 6, 0, &spec));
-        CertFreeCertificateContext(context);
-    }
-    CrlBuilder crl;
-    EXPECT_TRUE(CertAddEncodedCRLToStore(store.get(), kEncoding, crl.Build().GetData(), crl.Build().GetSize(), 1, nullptr));
-    store.reset();
-    return ReadFile(path);
+nal_test::Bytes MadeStore(const TempFolder& folder, unsigned certificates) {
+    FillStore(folder.File("made"), certificates);
+    return ReadFile(folder.File("made"));
 }
 
 // Everything that a program does with a store, whatever comes of it. @return whether it opened
@@ -42,7 +28,7 @@ bool Use(const std::string& path) {
     PCCRL_CONTEXT crl = nullptr;
     while ((crl = CertGetCRLFromStore(store.get(), nullptr, crl, nullptr)) != nullptr) continue;
     CertBuilder builder;
-    for (unsigned char id : {0, 5, 77}) {
+    for (unsigned char id : {1, 5, 77}) {
         builder.subjectKeyId = Filled(id);
         AddEncoded(store, builder.Build(), 3);
     }
@@ -62,10 +48,9 @@ int UseInChild(const std::string& path) {
 
 TEST(DamagedStore, RandomBytesOfPagesAreRefusedOrRead) {
     const TempFolder folder;
-    const nal_test::Bytes sound = MakeStore(folder, 40);
+    const nal_test::Bytes sound = MadeStore(folder, 40);
     const std::string path = folder.File("damaged");
-    int refused = 0;
-    int opened = 0;
+    int outcomes[2] = {};  // refused, opened
     for (unsigned seed = 0; seed < 400; ++seed) {
         SCOPED_TRACE(seed);
         std::mt19937 random(seed);
@@ -79,15 +64,15 @@ TEST(DamagedStore, RandomBytesOfPagesAreRefusedOrRead) {
         WriteFile(path, damaged);
         const int outcome = UseInChild(path);
         ASSERT_TRUE(outcome == 0 || outcome == 1) << "it crashed: " << outcome;
-        ++(outcome == 0 ? refused : opened);
+        ++outcomes[outcome];
     }
-    EXPECT_GT(refused, 100);
-    EXPECT_GT(opened, 20);
+    EXPECT_GT(outcomes[0], 100);
+    EXPECT_GT(outcomes[1], 20);
 }
 
 TEST(DamagedStore, FilesThatAreCutAreRefused) {
     const TempFolder folder;
-    const nal_test::Bytes sound = MakeStore(folder, 40);
+    const nal_test::Bytes sound = MadeStore(folder, 40);
     const std::string path = folder.File("cut");
     for (std::size_t size : {std::size_t{1}, std::size_t{511}, std::size_t{4096}, sound.size() / 2, sound.size() - 4096}) {
         WriteFile(path, nal_test::Bytes(sound.begin(), sound.begin() + static_cast<std::ptrdiff_t>(size)));
@@ -99,40 +84,19 @@ TEST(DamagedStore, FilesThatAreCutAreRefused) {
 // Berkeley DB's verification is not safe for all of these, so they must not come to it.
 TEST(DamagedStore, PagesOfOtherAccessMethodsAreRefused) {
     const TempFolder folder;
-    const nal_test::Bytes sound = MakeStore(folder, 10);
+    const nal_test::Bytes sound = MadeStore(folder, 10);
     const std::string path = folder.File("other");
-    for (unsigned page = 0; page < 3; ++page) {
-        for (unsigned type = 0; type < 20; ++type) {
-            SCOPED_TRACE(std::to_string(page) + " " + std::to_string(type));
-            nal_test::Bytes other = sound;
-            unsigned char& place = other[page * 4096 + 25];
-            if (place == type) continue;
-            place = static_cast<unsigned char>(type);
-            WriteFile(path, other);
-            EXPECT_EQ(0, UseInChild(path));
-        }
-    }
-    for (const std::size_t offset : {12, 16, 20, 24, 26, 48}) {
-        SCOPED_TRACE(offset);
+    const auto refuses = [&](std::size_t offset, unsigned char value) {
+        SCOPED_TRACE(std::to_string(offset) + " " + std::to_string(value));
         nal_test::Bytes other = sound;
-        other[offset] ^= 0x20;
+        other[offset] = value;
         WriteFile(path, other);
-        EXPECT_EQ(0, UseInChild(path));
+        EXPECT_EQ(other == sound ? 1 : 0, UseInChild(path));
+    };
+    for (unsigned page = 0; page < 3; ++page) {
+        for (unsigned char type = 0; type < 20; ++type) refuses(page * 4096 + 25, type);
     }
-}
-
-TEST(DamagedStore, IsVerifiedAgainWhenItChanges) {
-    const TempFolder folder;
-    nal_test::Bytes bytes = MakeStore(folder, 10);
-    const std::string path = folder.File("changing");
-    WriteFile(path, bytes);
-    EXPECT_EQ(10U, Certificates(OpenFile(path)).size());
-    EXPECT_EQ(10U, Certificates(OpenFile(path)).size());
-    bytes = ReadFile(path);
-    bytes[4096 + 25] ^= 0xFF;  // the page type of page 1
-    WriteFile(path, bytes);
-    EXPECT_EQ(nullptr, OpenFile(path));
-    EXPECT_EQ(static_cast<DWORD>(EUCLEAN), GetLastError());
+    for (const std::size_t offset : {12, 16, 20, 24, 26, 48}) refuses(offset, sound[offset] ^ 0x20);
 }
 
 TEST(ForeignStore, RecordsWithOtherKeysAreLeftAlone) {
@@ -142,7 +106,7 @@ TEST(ForeignStore, RecordsWithOtherKeysAreLeftAlone) {
         nal::Tree tree;
         ASSERT_EQ(0, tree.OpenFile(folder.File("s")));
         ASSERT_EQ(0, tree.Put({Identifier(3), {}, 0x12345}, AsView("another kind"), nal::PutMode::Overwrite));
-        ASSERT_EQ(0, tree.Put({Identifier(5), {}, 0x10000 | 1}, AsView("nearly a certificate"), nal::PutMode::Overwrite));
+        ASSERT_EQ(0, tree.Put({Identifier(5), {}, 0x10001}, AsView("nearly a certificate"), nal::PutMode::Overwrite));
     }
     // Keys of other lengths come in through Berkeley DB's own loader.
     const auto loaded = RunProcess({"sh", "-c",
@@ -155,9 +119,7 @@ TEST(ForeignStore, RecordsWithOtherKeysAreLeftAlone) {
         const StorePtr store = OpenFile(folder.File(name));
         ASSERT_TRUE(store);
         EXPECT_TRUE(Certificates(store).empty());
-        CertBuilder builder;
-        builder.subjectKeyId = Filled(9);
-        EXPECT_TRUE(AddEncoded(store, builder.Build(), 3));
+        EXPECT_TRUE(AddEncoded(store, CertBuilder().Build(), 3));
         EXPECT_EQ(1U, Certificates(store).size());
         EXPECT_TRUE(CertDeleteCertificateFromStore(CertEnumCertificatesInStore(store.get(), nullptr)));
     }

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <optional>
 #include <thread>
 
 #include "certstorage/change_step.h"
@@ -19,43 +18,32 @@ using namespace nal_test;
 // Another process. It is made before this one opens a store, so that it does not inherit an open one.
 class Elsewhere {
 public:
-    explicit Elsewhere(const std::string& path) {
-        if (pipe(m_orders) != 0 || pipe(m_answers) != 0) throw std::runtime_error("pipe");
-        m_child.emplace([&] { Serve(path); });
-        close(m_orders[0]);
-        close(m_answers[1]);
-    }
+    explicit Elsewhere(const std::string& path) : m_child([&] { Serve(path); }) { m_answers.CloseSending(); }
     ~Elsewhere() {
-        close(m_orders[1]);
-        close(m_answers[0]);
-        EXPECT_EQ(ChildEnd::success, m_child->Wait());
+        m_orders.CloseSending();
+        EXPECT_EQ(ChildEnd::success, m_child.Wait());
     }
-    Elsewhere(const Elsewhere&) = delete;
-    Elsewhere& operator=(const Elsewhere&) = delete;
 
     /// Adds a letter in a transaction. @return what the store there holds then
-    std::string Add(char letter) {
-        char letters[64] = {};
-        EXPECT_EQ(1, write(m_orders[1], &letter, 1));
-        EXPECT_GT(read(m_answers[0], letters, sizeof letters - 1), 0);
-        return letters;
+    std::string Add(char letter) const {
+        m_orders.Send({letter});
+        return m_answers.Receive();
     }
 
 private:
-    void Serve(const std::string& path) const {
-        close(m_orders[1]);
+    void Serve(const std::string& path) {
+        m_orders.CloseSending();
         StorePtr store;
-        for (char letter = 0; read(m_orders[0], &letter, 1) == 1;) {
+        for (std::string order = m_orders.Receive(); !order.empty(); order = m_orders.Receive()) {
             if (!store) store = OpenFile(path);
-            if (Change(store, [&] { return Put(store, letter); }) != 0) throw std::runtime_error("change");
-            const std::string letters = Letters(store);
-            if (write(m_answers[1], letters.data(), letters.size()) < 0) throw std::runtime_error("answer");
+            if (Change(store, [&] { return Put(store, order.front()); }) != 0) throw std::runtime_error("change");
+            m_answers.Send(Letters(store));
         }
     }
 
-    int m_orders[2] = {};
-    int m_answers[2] = {};
-    std::optional<Child> m_child;
+    Pipe m_orders;
+    Pipe m_answers;
+    Child m_child;
 };
 
 class StoreFileTest : public testing::Test {
@@ -87,28 +75,19 @@ TEST_F(StoreFileTest, TakesInWhatAnotherProcessDid) {
     EXPECT_EQ("abcdf", Letters(store));
 }
 
-TEST_F(StoreFileTest, WhoOnlyReadsWritesNothing) {
-    Elsewhere elsewhere(m_path);
-    StorePtr store = OpenFile(m_path);
-    EXPECT_EQ("bdf", Letters(store));
-    elsewhere.Add('a');
-    const Bytes changed = ReadFile(m_path);
-    store.reset();
-    EXPECT_EQ(changed, ReadFile(m_path));
-}
-
-// The database would write pages of the deletion later, over what another process has done meanwhile.
-TEST_F(StoreFileTest, NothingOfADeletionIsWrittenLate) {
-    for (const std::string letters : {"d", "f", "bdf"}) {
+// Who only reads writes nothing; and the database would write pages of a deletion late, over what another process has done.
+TEST_F(StoreFileTest, NothingIsWrittenAfterTheChange) {
+    for (const std::string letters : {"", "d", "f", "bdf"}) {
         SCOPED_TRACE(letters);
-        const std::string path = m_folder.File("of " + letters);
+        const std::string path = m_folder.File("without " + letters);
         MakeStore(path, "bdf");
         Elsewhere elsewhere(path);
         StorePtr store = OpenFile(path);
-        ASSERT_EQ(0, Change(store, [&] {
-                      for (const char letter : letters) StoreOf(store).deleteCertCascade(Letter(letter));
-                      return 0;
-                  }));
+        const auto take = [&] {
+            for (const char letter : letters) StoreOf(store).deleteCertCascade(Letter(letter));
+            return 0;
+        };
+        ASSERT_EQ(0, letters.empty() ? 0 : Change(store, take));
         const Bytes committed = ReadFile(path);
         Letters(store);
         EXPECT_EQ(committed, ReadFile(path));
@@ -143,21 +122,17 @@ TEST_F(StoreFileTest, ClosingUndoesWhatADeadProcessLeft) {
         SCOPED_TRACE(step);
         std::filesystem::remove(m_path);
         MakeStore(m_path, "bdf");
-        int orders[2];
-        ASSERT_EQ(0, pipe(orders));
+        const Pipe orders;
         Child other([&] {  // made before this process opens the store
-            char order = 0;
-            if (read(orders[0], &order, 1) != 1) throw std::runtime_error("no order");
+            orders.Receive();
             const StorePtr own = OpenFile(m_path);
             too_testing::KillAtStep(step);
             Change(own, [&] { return Put(own, 'x', std::string(20000, 'x')); });
         });
         StorePtr store = OpenFile(m_path);
         Put(store, 'c');
-        ASSERT_EQ(1, write(orders[1], "!", 1));
+        orders.Send("!");
         EXPECT_EQ(ChildEnd::killed, other.Wait());
-        close(orders[0]);
-        close(orders[1]);
         store.reset();
         const std::string letters = Letters(m_path);
         EXPECT_TRUE(letters == "bdf" || letters == "bcdf" || letters == "bdfx") << letters;
@@ -174,16 +149,18 @@ TEST_F(StoreFileTest, AFileFromElsewhereIsVerified) {
     const Bytes sound = ReadFile(other);
     std::filesystem::rename(other, m_path);
     EXPECT_EQ("uvw", Letters(store));
-    Bytes damaged = sound;
-    damaged.resize(damaged.size() - 100);
-    WriteFile(m_path, damaged);
-    {
-        const nal::StoreSearch search(StoreOf(store));
-        EXPECT_EQ(EUCLEAN, search.Error());
-        EXPECT_EQ(nal::kTreeError, Put(store, 'a'));
+    for (const Bytes& damaged : {Bytes(sound.begin(), sound.end() - 100), Bytes(20000, 0x5A), Bytes()}) {
+        SCOPED_TRACE(damaged.size());
+        WriteFile(m_path, damaged);
+        {
+            const nal::StoreSearch search(StoreOf(store));
+            EXPECT_EQ(EUCLEAN, search.Error());
+            EXPECT_EQ(nal::kTreeError, Put(store, 'a'));
+        }
+        EXPECT_EQ(EUCLEAN, Change(store, [&] { return Put(store, 'a'); }));
+        EXPECT_EQ(DWORD{EUCLEAN}, ErrorOf([&] { return OpenFile(m_path); }));
+        EXPECT_EQ(damaged, ReadFile(m_path)) << "what is refused is not changed";
     }
-    EXPECT_EQ(EUCLEAN, Change(store, [&] { return Put(store, 'a'); }));
-    EXPECT_EQ(damaged, ReadFile(m_path));
     WriteFile(m_path, sound);
     EXPECT_EQ("uvw", Letters(store));
     std::filesystem::remove(m_path);
@@ -226,30 +203,24 @@ TEST_F(StoreFileTest, AStoreIsMadeWholeOrNotAtAll) {
     EXPECT_EQ("a", Letters(path));
 }
 
-// Root may do everything, so it becomes somebody else.
-void ActAsNobody() {
-    if (geteuid() == 0 && seteuid(65534) != 0) throw std::runtime_error("seteuid");
-}
-
 TEST_F(StoreFileTest, ReadersNeedNoWriteAccess) {
-    const auto look = [&] {
-        return RunInChild([&] {
-            ActAsNobody();
-            const StorePtr store = OpenFile(m_path);
-            if (Letters(store) != "bdf") throw std::runtime_error("letters");
-            if (Change(store, [&] { return Put(store, 'x'); }) != EACCES) throw std::runtime_error("changed");
-            if (Letters(store) != "bdf") throw std::runtime_error("letters");
-        });
-    };
-    ASSERT_EQ(0, chmod(m_folder.Path().c_str(), 0555));
-    ASSERT_EQ(0, chmod(m_path.c_str(), 0444));
-    ASSERT_EQ(0, chmod((m_path + ".lock").c_str(), 0444));
-    EXPECT_EQ(ChildEnd::success, look());
-    ASSERT_EQ(0, chmod(m_folder.Path().c_str(), 0755));
-    std::filesystem::remove(m_path + ".lock");
-    ASSERT_EQ(0, chmod(m_folder.Path().c_str(), 0555));
-    EXPECT_EQ(ChildEnd::success, look());
-    ASSERT_EQ(0, chmod(m_folder.Path().c_str(), 0755));
+    const std::string lock = m_path + ".lock";
+    for (const bool hasLock : {true, false}) {
+        SCOPED_TRACE(hasLock);
+        if (!hasLock) std::filesystem::remove(lock);
+        ASSERT_EQ(0, chmod(m_path.c_str(), 0444));
+        ASSERT_TRUE(!hasLock || chmod(lock.c_str(), 0444) == 0);
+        ASSERT_EQ(0, chmod(m_folder.Path().c_str(), 0555));
+        EXPECT_EQ(ChildEnd::success, RunInChild([&] {
+                      // Root may do everything, so it becomes somebody else.
+                      if (geteuid() == 0 && seteuid(65534) != 0) throw std::runtime_error("seteuid");
+                      const StorePtr store = OpenFile(m_path);
+                      if (Letters(store) != "bdf") throw std::runtime_error("letters");
+                      if (Change(store, [&] { return Put(store, 'x'); }) != EACCES) throw std::runtime_error("changed");
+                      if (Letters(store) != "bdf") throw std::runtime_error("letters");
+                  }));
+        ASSERT_EQ(0, chmod(m_folder.Path().c_str(), 0755));
+    }
     EXPECT_FALSE(Exists(m_path + ".journal"));
 }
 

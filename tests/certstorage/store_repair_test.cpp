@@ -13,21 +13,7 @@ constexpr unsigned kCerts = 30;
 
 class StoreRepair : public testing::Test {
 protected:
-    StoreRepair() {
-        const StorePtr store = OpenFile(m_path);
-        CertBuilder builder;
-        for (unsigned i = 0; i < kCerts; ++i) {
-            builder.subjectKeyId = Filled(static_cast<unsigned char>(i + 1));
-            builder.subject = "Subject " + std::to_string(i);
-            PCCERT_CONTEXT context = nullptr;
-            EXPECT_TRUE(AddEncoded(store, builder.Build(), 1, &context));
-            const CertPtr added(context);
-            const DWORD spec = AT_SIGNATURE;
-            EXPECT_TRUE(CertSetCertificateContextProperty(context, 6, 0, &spec));
-        }
-        const IdentObj crl = CrlBuilder().Build();
-        EXPECT_TRUE(CertAddEncodedCRLToStore(store.get(), kEncoding, crl.GetData(), crl.GetSize(), 1, nullptr));
-    }
+    StoreRepair() { FillStore(m_path, kCerts); }
 
     TempFolder m_folder;
     const std::string m_path = m_folder.File("store");
@@ -53,10 +39,7 @@ TEST_F(StoreRepair, ASoundStoreIsSoundAndSalvagedWhole) {
 }
 
 TEST_F(StoreRepair, WhatWasDeletedStaysDeleted) {
-    {
-        const StorePtr store = OpenFile(m_path);
-        EXPECT_TRUE(CertDeleteCertificateFromStore(CertEnumCertificatesInStore(store.get(), nullptr)));
-    }
+    EXPECT_TRUE(CertDeleteCertificateFromStore(CertEnumCertificatesInStore(OpenFile(m_path).get(), nullptr)));
     NALStoreReport report;
     int err = -1;
     EXPECT_TRUE(NALSalvageStoreFile(m_path.c_str(), m_target.c_str(), report, &err));

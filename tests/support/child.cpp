@@ -42,6 +42,31 @@ ChildEnd Child::Wait() {
     return WEXITSTATUS(status) == c_thrown ? ChildEnd::thrown : ChildEnd::other;
 }
 
+Pipe::Pipe() {
+    if (pipe(m_ends) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
+}
+
+Pipe::~Pipe() {
+    close(m_ends[0]);
+    CloseSending();
+}
+
+void Pipe::Send(const std::string& bytes) const {
+    if (write(m_ends[1], bytes.data(), bytes.size()) < 0) throw std::system_error(errno, std::generic_category(), "write");
+}
+
+std::string Pipe::Receive() const {
+    char bytes[64];
+    const ssize_t size = read(m_ends[0], bytes, sizeof bytes);
+    if (size < 0) throw std::system_error(errno, std::generic_category(), "read");
+    return {bytes, static_cast<std::size_t>(size)};
+}
+
+void Pipe::CloseSending() {
+    if (m_ends[1] >= 0) close(m_ends[1]);
+    m_ends[1] = -1;
+}
+
 ChildEnd RunInChild(const std::function<void()>& function) {
     return Child(function).Wait();
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 
 namespace nal_test {
 
@@ -30,6 +31,24 @@ public:
 
 private:
     int m_process;
+};
+
+/// Bytes between a test and its children, who inherit both ends. @throws std::system_error
+class Pipe {
+public:
+    Pipe();
+    ~Pipe();
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+
+    void Send(const std::string& bytes) const;
+    /// Waits for bytes. @return at most 64 of them, none when nobody can send any more
+    std::string Receive() const;
+    /// Leaves the sending to the others.
+    void CloseSending();
+
+private:
+    int m_ends[2];
 };
 
 }  // namespace nal_test

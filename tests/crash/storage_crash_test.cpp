@@ -70,10 +70,13 @@ protected:
         Require(storage->AddCertificateList({Cert(1), Cert(2), Cert(3)}), "make");
     }
 
-    static void Delete(CNALCertStorage& storage, unsigned number) {
+    // Adds the certificate, or deletes it when it is there.
+    static void Turn(CNALCertStorage& storage, Content& content, unsigned number) {
+        const CNALCertContext cert = Cert(number);
+        if (content.insert(Text(cert)).second) return Require(storage.AddCertificate(cert), "add");
+        content.erase(Text(cert));
         std::list<CNALCertContext> list;
-        const CNALCertContext wanted = Cert(number);
-        CRYPT_HASH_BLOB blob{0, reinterpret_cast<BYTE*>(const_cast<CERT_CONTEXT*>(wanted.GetContext()))};
+        CRYPT_HASH_BLOB blob{0, reinterpret_cast<BYTE*>(const_cast<CERT_CONTEXT*>(cert.GetContext()))};
         Require(storage.FindCertList(list, CERT_FIND_EXISTING, &blob), "find");
         Require(storage.DeleteCertificate(list.front()), "delete");
     }
@@ -112,32 +115,28 @@ TEST_F(StorageCrash, KilledAtRandomKeepsWhatWasAcknowledged) {
     unsigned next = 0;
     for (unsigned round = 0; round < 200; ++round) {
         SCOPED_TRACE(round);
-        int acks[2];
-        ASSERT_EQ(pipe(acks), 0);
+        Pipe acks;
         Child child([&] {
             const auto storage = Open();
             Content content = expected;
             for (unsigned n = next;; ++n) {
-                if (content.count(Text(Cert(10 + n % 30))) != 0) {
-                    Delete(*storage, 10 + n % 30);
-                } else {
-                    Require(storage->AddCertificate(Cert(10 + n % 30)), "add");
-                }
-                apply(content, n);
-                Require(write(acks[1], "+", 1) == 1, "ack");
+                Turn(*storage, content, 10 + n % 30);
+                acks.Send("+");
             }
         });
-        close(acks[1]);
-        char ack = 0;
-        for (unsigned wanted = random() % 4; wanted != 0 && read(acks[0], &ack, 1) == 1; --wanted) apply(expected, next++);
+        acks.CloseSending();
+        const auto acknowledge = [&](const std::string& told) {
+            for (std::size_t i = 0; i < told.size(); ++i) apply(expected, next++);
+            return !told.empty();
+        };
+        for (unsigned wanted = random() % 4; wanted != 0 && acknowledge(acks.Receive()); --wanted) continue;
         // A while of any length, so that any moment may be the last: the child is somewhere in its next change.
         unsigned spent = 0;
         for (unsigned spin = random() % 4000; spin != 0; --spin) spent += access(path.c_str(), F_OK) == 0 ? 1 : 0;
         ASSERT_LE(spent, 4000U);
         child.Kill();
         ASSERT_EQ(child.Wait(), ChildEnd::killed);
-        while (read(acks[0], &ack, 1) == 1) apply(expected, next++);
-        close(acks[0]);
+        while (acknowledge(acks.Receive())) continue;
         const Content content = Read();
         if (content != expected) apply(expected, next++);  // done, and killed before it could say so
         ASSERT_EQ(content, expected);
@@ -156,13 +155,7 @@ TEST_F(StorageCrash, FourProcessesLoseNothing) {
             Content mine;
             for (unsigned round = 0; round < rounds; ++round) {
                 const unsigned number = 10 + process * 50 + random() % 50;
-                const std::string text = Text(Cert(number));
-                if (mine.erase(text) != 0) {
-                    Delete(*storage, number);
-                } else {
-                    Require(storage->AddCertificate(Cert(number)), "add");
-                    mine.insert(text);
-                }
+                Turn(*storage, mine, number);
                 const Content all = ContentOf(*storage);
                 for (unsigned i = 0; i < 50; ++i) {
                     const std::string each = Text(Cert(10 + process * 50 + i));
@@ -185,40 +178,6 @@ TEST_F(StorageCrash, AListIsAddedWhollyOrNotAtAll) {
     EXPECT_EQ(GetLastError(), 0x80070057U);
     EXPECT_EQ(ContentOf(*storage), before);
     EXPECT_TRUE(storage->AddCertificateList({}));
-}
-
-TEST_F(StorageCrash, FilesThatAreExchangedUnderAnOpenStorage) {
-    const TempFolder other;
-    const std::string otherPath = other.File("other");
-    {
-        CNALString name(otherPath.c_str());
-        CNALCertStorage storage(name, CERT_STORE_PROV_FILENAME_A, 0, 0, nullptr);
-        ASSERT_TRUE(storage.AddCertificate(Cert(77)));
-    }
-    MakeStore();
-    const nal_test::Bytes sound = ReadFile(path);
-    std::list<CNALCertContext> list;
-
-    const auto storage = Open();
-    ASSERT_EQ(rename(otherPath.c_str(), path.c_str()), 0);
-    EXPECT_EQ(ContentOf(*storage), Of({77})) << "another store in its place is taken up";
-
-    for (const auto& [what, bytes] : {std::pair{"cut", Bytes(sound.begin(), sound.begin() + 5000)},
-                                      {"noise", Bytes(20000, 0x5A)}, {"empty", Bytes()}}) {
-        SCOPED_TRACE(what);
-        WriteFile(path, bytes);
-        EXPECT_FALSE(storage->FindCertList(list, CERT_FIND_ANY, nullptr));
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(EUCLEAN));
-        EXPECT_FALSE(storage->AddCertificate(Cert(9)));
-        EXPECT_EQ(ReadFile(path), bytes) << "what is refused is not changed";
-    }
-    unlink(path.c_str());
-    EXPECT_FALSE(storage->FindCertList(list, CERT_FIND_ANY, nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ENOENT));
-    EXPECT_FALSE(storage->AddCertificate(Cert(9)));
-    WriteFile(path, sound);
-    EXPECT_EQ(ContentOf(*storage), before) << "put back, it is used again";
-    EXPECT_TRUE(storage->AddCertificate(Cert(9)));
 }
 
 }  // namespace

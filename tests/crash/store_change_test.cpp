@@ -1,14 +1,8 @@
 // Sudden death and failing disks in the changes of a store's file: afterwards the store opens and holds every change that was
 // acknowledged, and none half-made.
-#include <sys/mman.h>
-
 #include <algorithm>
-#include <atomic>
 #include <fstream>
 #include <iterator>
-#include <new>
-#include <random>
-#include <thread>
 
 #include "certstorage/change_step.h"
 #include "crash/changed_store.h"
@@ -29,34 +23,28 @@ struct ChangeCase {
 
 const std::string kBefore = "bdf";
 
+// The first status that is not 0.
+int ForAll(const std::string& letters, const std::function<int(char)>& make) {
+    for (const char letter : letters) {
+        if (const int status = make(letter)) return status;
+    }
+    return 0;
+}
+int PutAll(const StorePtr& store, const std::string& letters) {
+    return ForAll(letters, [&](char letter) { return Put(store, letter, std::string(20000, letter)); });
+}
+int DeleteAll(const StorePtr& store, const std::string& letters) {
+    return ForAll(letters, [&](char letter) { return StoreOf(store).deleteCertCascade(Letter(letter)); });
+}
+
 const std::vector<ChangeCase>& Cases() {
     static const std::vector<ChangeCase> cases = {
         {"one more", [](const StorePtr& store) { return Put(store, 'c'); }, 1, "bcdf"},
-        {"a list",
-         [](const StorePtr& store) {
-             int status = 0;
-             for (const char letter : {'a', 'e', 'g'}) {
-                 if (status == 0) status = Put(store, letter, std::string(20000, letter));
-             }
-             return status;
-         },
-         3, "abdefg"},
-        {"one fewer", [](const StorePtr& store) { return StoreOf(store).deleteCertCascade(Letter('d')); }, 1, "bf"},
+        {"a list", [](const StorePtr& store) { return PutAll(store, "aeg"); }, 3, "abdefg"},
+        {"one fewer", [](const StorePtr& store) { return DeleteAll(store, "d"); }, 1, "bf"},
         {"a replacement",
-         [](const StorePtr& store) {
-             const int status = StoreOf(store).deleteCert(Letter('f'));
-             return status == 0 ? Put(store, 'h') : status;
-         },
-         2, "bdh"},
-        {"none left",
-         [](const StorePtr& store) {
-             int status = 0;
-             for (const char letter : kBefore) {
-                 if (status == 0) status = StoreOf(store).deleteCertCascade(Letter(letter));
-             }
-             return status;
-         },
-         3, ""},
+         [](const StorePtr& store) { return StoreOf(store).deleteCert(Letter('f')) == 0 ? Put(store, 'h') : nal::kTreeError; }, 2, "bdh"},
+        {"none left", [](const StorePtr& store) { return DeleteAll(store, kBefore); }, 3, ""},
     };
     return cases;
 }
@@ -93,11 +81,18 @@ struct Place {
     }
 };
 
-TEST(StoreCrash, EveryStepOfAChangeIsListed) {
+TEST(StoreCrash, EveryStepOfAChangeIsListedAndOneThatIsNotCommittedIsUndone) {
     for (const ChangeCase& test : Cases()) {
         SCOPED_TRACE(test.name);
         const Place place;
         const StorePtr store = OpenFile(place.path);
+        {
+            const nal::StoreChange uncommitted(StoreOf(store));
+            ASSERT_EQ(0, uncommitted.Error());
+            test.make(store);
+        }
+        EXPECT_EQ(kBefore, Letters(store));
+        EXPECT_FALSE(Exists(place.journal));
         too_testing::ResetSteps();
         ASSERT_EQ(0, Change(store, [&] { return test.make(store); }));
         EXPECT_EQ(StepsOf(test), too_testing::GetStepCount());
@@ -169,100 +164,16 @@ TEST(StoreCrash, AFailedStepUndoesTheChange) {
     }
 }
 
-TEST(StoreCrash, AChangeThatIsNotCommittedIsUndone) {
-    for (const ChangeCase& test : Cases()) {
-        SCOPED_TRACE(test.name);
-        const Place place;
-        const StorePtr store = OpenFile(place.path);
-        {
-            const nal::StoreChange change(StoreOf(store));
-            ASSERT_EQ(0, change.Error());
-            test.make(store);
-        }
-        EXPECT_EQ(kBefore, Letters(store));
-        EXPECT_FALSE(Exists(place.journal));
-    }
-}
-
-// Counters that a child and its parent see.
-struct Shared {
-    std::atomic<unsigned> acknowledged{0};
-};
-
-class SharedMemory {
-public:
-    SharedMemory()
-        : m_shared(new (mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) Shared) {}
-    ~SharedMemory() { munmap(m_shared, sizeof(Shared)); }
-    SharedMemory(const SharedMemory&) = delete;
-    SharedMemory& operator=(const SharedMemory&) = delete;
-    Shared* operator->() const { return m_shared; }
-
-private:
-    Shared* m_shared;
-};
-
-TEST(StoreCrash, KilledAtAnyInstantItHoldsWhatWasAcknowledged) {
-    const Place place("");
-    std::mt19937 random(20);
-    std::string expected;
-    for (unsigned round = 0; round < 200; ++round) {
-        SCOPED_TRACE(round);
-        const SharedMemory shared;
-        // Each change adds a letter, or takes the last away when all are there.
-        const auto next = [](const std::string& letters) {
-            return letters.size() < 20 ? letters + static_cast<char>('a' + letters.size()) : letters.substr(0, 3);
-        };
-        {
-            Child child([&] {
-                const StorePtr store = OpenFile(place.path);
-                for (std::string now = Letters(store);;) {
-                    const std::string then = next(now);
-                    const int error = Change(store, [&] {
-                        for (std::size_t i = then.size(); i < now.size(); ++i) StoreOf(store).deleteCertCascade(Letter(now[i]));
-                        return then.size() > now.size() ? Put(store, then.back(), std::string(random() % 9000 + 1, 'x')) : 0;
-                    });
-                    if (error != 0) throw std::runtime_error("change");
-                    now = then;
-                    ++shared->acknowledged;
-                }
-            });
-            const unsigned target = random() % 4;
-            unsigned spins = random() % 2000;
-            while (shared->acknowledged < target || spins-- != 0) std::this_thread::yield();
-            child.Kill();
-            ASSERT_EQ(ChildEnd::killed, child.Wait());
-        }
-        std::string acknowledged = expected;
-        for (unsigned i = 0; i < shared->acknowledged; ++i) acknowledged = next(acknowledged);
-        const std::string found = Letters(place.path);
-        // The last change may have been made and not told.
-        ASSERT_TRUE(found == acknowledged || found == next(acknowledged)) << found << " after " << acknowledged;
-        expected = found;
-    }
-}
-
 TEST(StoreCrash, ProcessesChangeOneStoreAtOnce) {
     const Place place("");
     constexpr unsigned kRounds = 25;
     const auto writer = [&](char first) {
         const StorePtr store = OpenFile(place.path);
+        const std::string pair = {first, static_cast<char>(first + 1)};  // always both or none
         for (unsigned round = 0; round < kRounds; ++round) {
-            // Always both or none of a pair.
             const bool adds = round % 2 == 0;
-            for (const bool reads : {false, true}) {
-                if (reads && (Letters(store).find(first) != std::string::npos) != adds) throw std::runtime_error("lost");
-                if (reads) continue;
-                const int error = Change(store, [&] {
-                    for (const char letter : {first, static_cast<char>(first + 1)}) {
-                        const int status = adds ? Put(store, letter, std::string(5000, letter))
-                                                : StoreOf(store).deleteCertCascade(Letter(letter));
-                        if (status == nal::kTreeError) return status;
-                    }
-                    return 0;
-                });
-                if (error != 0) throw std::runtime_error("change");
-            }
+            if (Change(store, [&] { return adds ? PutAll(store, pair) : DeleteAll(store, pair); }) != 0) throw std::runtime_error("change");
+            if ((Letters(store).find(first) != std::string::npos) != adds) throw std::runtime_error("lost");
         }
     };
     const auto reader = [&] {

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <random>
 #include <thread>
@@ -42,6 +43,13 @@ protected:
     CNALCertStorage storage;
 };
 
+std::list<CNALCertContext> All(const CNALCertStorage& storage) {
+    std::list<CNALCertContext> all;
+    const BOOL found = storage.FindCertList(all, CERT_FIND_ANY, nullptr);
+    EXPECT_EQ(found != FALSE, !all.empty());
+    return all;
+}
+
 std::vector<std::string> Encodings(const std::list<CNALCertContext>& certs) {
     std::vector<std::string> all;
     for (const CNALCertContext& cert : certs) all.push_back(EncodingOf(cert.GetContext()));
@@ -50,33 +58,28 @@ std::vector<std::string> Encodings(const std::list<CNALCertContext>& certs) {
 
 TEST_F(Storage, RefusesWithItsOwnCodes) {
     std::list<CNALCertContext> list(1);
-    EXPECT_FALSE(storage.FindCertList(list, CERT_FIND_SUBJECT_NAME, nullptr));
-    EXPECT_EQ(GetLastError(), 87U);
     const CRYPT_HASH_BLOB noContext{0, nullptr};
-    EXPECT_FALSE(storage.FindCertList(list, CERT_FIND_EXISTING, &noContext));
-    EXPECT_EQ(GetLastError(), 87U);
-    EXPECT_FALSE(storage.FindCertList(list, CERT_FIND_PUBLIC_KEY, &noContext));
-    EXPECT_EQ(GetLastError(), 230U);
-    EXPECT_FALSE(storage.FindCertList(list, CERT_FIND_ANY, nullptr));
-    EXPECT_EQ(GetLastError(), 0x80092004U);
-    EXPECT_EQ(list.size(), 1U);
-
-    CNALCertStorage closed;
+    const CNALCertStorage closed;
+    CNALCertStorage shut;
+    const CNALCertContext cert(CertBuilder().Build());
     CNALCertContext issuer;
     CNALCRLContext crl;
     unsigned flags = 7;
-    const CNALCertContext cert(CertBuilder().Build());
-    EXPECT_FALSE(closed.FindCertList(list, CERT_FIND_ANY, nullptr));
-    EXPECT_EQ(GetLastError(), 6U);
-    EXPECT_FALSE(closed.FindIssuerCertificate(cert, issuer, &flags, nullptr));
-    EXPECT_EQ(GetLastError(), 6U);
+    const std::pair<DWORD, std::function<bool()>> cases[] = {
+        {87, [&] { return storage.FindCertList(list, CERT_FIND_SUBJECT_NAME, nullptr); }},
+        {87, [&] { return storage.FindCertList(list, CERT_FIND_EXISTING, &noContext); }},
+        {kNotSupported, [&] { return storage.FindCertList(list, CERT_FIND_PUBLIC_KEY, &noContext); }},
+        {kNotFound, [&] { return storage.FindCertList(list, CERT_FIND_ANY, nullptr); }},
+        {kBadArgument, [&] { return storage.AddCertificate(CNALCertContext()); }},
+        {6, [&] { return closed.FindCertList(list, CERT_FIND_ANY, nullptr); }},
+        {6, [&] { return closed.FindIssuerCertificate(cert, issuer, &flags, nullptr); }},
+        {6, [&] { return shut.AddCertificate(cert); }},
+    };
+    for (const auto& [error, call] : cases) EXPECT_EQ(ErrorOf(call), error);
+    EXPECT_EQ(list.size(), 1U);
     EXPECT_EQ(flags, 0x20007U);
-    EXPECT_FALSE(closed.AddCertificate(cert));
-    EXPECT_EQ(GetLastError(), 6U);
-    EXPECT_FALSE(closed.GetCrlFromStorage(cert, crl));
-    EXPECT_FALSE(closed.FindCRLInStore(0, nullptr, crl).IsInitialized());
-    EXPECT_FALSE(storage.AddCertificate(CNALCertContext()));
-    EXPECT_EQ(GetLastError(), 0x80070057U);
+    EXPECT_FALSE(shut.GetCrlFromStorage(cert, crl));
+    EXPECT_FALSE(shut.FindCRLInStore(0, nullptr, crl).IsInitialized());
 }
 
 /// Nothing can be read by the descriptors that are open on a file, until this goes.
@@ -146,42 +149,32 @@ TEST_F(Storage, AddsReplacesAndDeletes) {
     CertBuilder builder;
     const CNALCertContext first(builder.Build());
     ASSERT_TRUE(storage.AddCertificate(first));
-    std::list<CNALCertContext> list;
-    ASSERT_TRUE(storage.FindCertList(list, CERT_FIND_ANY, nullptr));
-    EXPECT_EQ(list.front().m_storageType, 5U);
-    ASSERT_TRUE(list.front().SetContainer("kept"));
+    CNALCertContext taken = All(storage).front();
+    EXPECT_EQ(taken.m_storageType, 5U);
+    ASSERT_TRUE(taken.SetContainer("kept"));
 
     builder.subject = "Replaced";
     Add(builder.Build());
-    list.clear();
-    ASSERT_TRUE(storage.FindCertList(list, CERT_FIND_ANY, nullptr));
-    EXPECT_EQ(Encodings(list), std::vector{TextOf(builder.Build())});
-    EXPECT_EQ(list.front().GetContainer(), "kept") << "the encoded form keeps properties";
+    EXPECT_EQ(Encodings(All(storage)), std::vector{TextOf(builder.Build())});
+    EXPECT_EQ(All(storage).front().GetContainer(), "kept") << "the encoded form keeps properties";
     ASSERT_TRUE(storage.AddCertificate(first));
-    list.clear();
-    ASSERT_TRUE(storage.FindCertList(list, CERT_FIND_ANY, nullptr));
-    EXPECT_EQ(list.front().GetContainer(), "") << "the context form does not";
+    taken = All(storage).front();
+    EXPECT_EQ(taken.GetContainer(), "") << "the context form does not";
 
-    CNALCertContext taken = list.front();
     EXPECT_TRUE(storage.DeleteCertificate(taken));
     EXPECT_FALSE(taken.IsInitialized());
     EXPECT_FALSE(storage.DeleteCertificate(taken));
-    list.clear();
-    EXPECT_FALSE(storage.FindCertList(list, CERT_FIND_ANY, nullptr));
+    EXPECT_TRUE(All(storage).empty());
 }
 
 TEST_F(Storage, KeysWhatTheStoreCanKeyAndRefusesTheRest) {
     CertBuilder builder;
     builder.subjectKeyId = Filled(3, 24);
-    const CNALCertContext cut(builder.Build());
-    EXPECT_TRUE(storage.AddCertificate(cut)) << "keyed by the first 20 bytes";
+    EXPECT_TRUE(storage.AddCertificate(CNALCertContext(builder.Build()))) << "keyed by the first 20 bytes";
     builder.subjectKeyId.reset();
-    EXPECT_FALSE(storage.AddCertificate(CNALCertContext(builder.Build())));
-    EXPECT_EQ(GetLastError(), 0x80070057U);
+    EXPECT_EQ(ErrorOf([&] { return storage.AddCertificate(CNALCertContext(builder.Build())); }), kBadArgument);
     EXPECT_FALSE(storage.AddEncodetCertificate(Filled(0x30, 20), kEncoding));
-    std::list<CNALCertContext> list;
-    EXPECT_TRUE(storage.FindCertList(list, CERT_FIND_ANY, nullptr));
-    EXPECT_EQ(list.size(), 1U);
+    EXPECT_EQ(All(storage).size(), 1U);
 
     CrlBuilder crl;
     crl.number = Filled(1, 17);
@@ -212,36 +205,30 @@ TEST_F(Storage, WalksAndDeletesCrls) {
 TEST_F(Storage, CopiesShareTheStoreAndClearForgets) {
     const CNALCertStorage copy(storage);
     Add(CertBuilder().Build());
-    std::list<CNALCertContext> list;
-    EXPECT_TRUE(copy.FindCertList(list, CERT_FIND_ANY, nullptr));
-    list.clear();
+    EXPECT_EQ(All(copy).size(), 1U);
     CNALCertStorage other;
     other = copy;
     storage.Clear();
     EXPECT_FALSE(storage.IsOpened());
     EXPECT_EQ(storage.m_storageType, 0U);
-    EXPECT_TRUE(other.FindCertList(list, CERT_FIND_ANY, nullptr));
+    EXPECT_EQ(All(other).size(), 1U);
     EXPECT_EQ(other.m_storageType, 5U);
 }
 
 TEST_F(Storage, ASearchSeesNoChangeOfItsOwnThread) {
     const nal::StoreSearch search(*nal::CertStore::FromHandle(storage.GetStore()));
-    EXPECT_FALSE(storage.AddCertificate(CNALCertContext(CertBuilder().Build())));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(EDEADLK));
+    EXPECT_EQ(ErrorOf([&] { return storage.AddCertificate(CNALCertContext(CertBuilder().Build())); }), DWORD{EDEADLK});
 }
 
 // --- Certificates by their fields ---
 
 IdentObj KeyIdentifierName(const IdentObj& id) {
     asnt::Writer writer;
-    writer.Sequence([&] {
-        writer.Set([&] {
-            writer.Sequence([&] {
-                writer.Oid("1.3.6.1.4.1.311.10.7.1");
-                writer.OctetString(asnt::View(id));
-            });
-        });
-    });
+    const auto attribute = [&] {
+        writer.Oid("1.3.6.1.4.1.311.10.7.1");
+        writer.OctetString(asnt::View(id));
+    };
+    writer.Sequence([&] { writer.Set([&] { writer.Sequence(attribute); }); });
     return writer.Finish();
 }
 
@@ -257,37 +244,34 @@ TEST_F(Storage, FindsByTheFieldsThatAreFilledIn) {
     const IdentObj issuer = NameDer("Issuer");
     const IdentObj third = NameDer("Subject 3");
     const IdentObj secondKey = KeyIdentifierName(Filled(2));
-    std::list<CNALCertContext> all;
-    storage.FindCertList(all, CERT_FIND_ANY, nullptr);
-    const CERT_INFO whole = *all.back().GetContext()->pCertInfo;
+    const CNALCertContext last = All(storage).back();
+    const CERT_INFO whole = *last.GetContext()->pCertInfo;
 
-    const auto find = [&](const CERT_INFO& wanted) {
-        std::list<CNALCertContext> list;
-        storage.FindCertList(list, CERT_FIND_SUBJECT_CERT, &wanted);
-        std::string found;
-        for (const CNALCertContext& cert : list) found += static_cast<char>('0' + cert.GetSubjectKeyId().GetData()[0]);
-        return found;
-    };
-    CERT_INFO wanted{};
-    wanted.SerialNumber = Blob(serial);
-    wanted.Issuer = Blob(issuer);
-    EXPECT_EQ(find(wanted), "13");
-    wanted.Subject = Blob(third);
-    EXPECT_EQ(find(wanted), "3");
-    EXPECT_EQ(find(whole), "3");
+    CERT_INFO bySerial{};
+    bySerial.SerialNumber = Blob(serial);
+    bySerial.Issuer = Blob(issuer);
+    CERT_INFO bySubject = bySerial;
+    bySubject.Subject = Blob(third);
     CERT_INFO otherKey = whole;
     otherKey.SubjectPublicKeyInfo.PublicKey.cbData -= 1;
-    EXPECT_EQ(find(otherKey), "");
-    CERT_INFO otherExtensions = whole;
     std::vector<CERT_EXTENSION> extensions(whole.rgExtension, whole.rgExtension + whole.cExtension);
     extensions[0].fCritical = TRUE;
+    CERT_INFO otherExtensions = whole;
     otherExtensions.rgExtension = extensions.data();
-    EXPECT_EQ(find(otherExtensions), "");
-    wanted = {};
-    wanted.Issuer = Blob(secondKey);
-    EXPECT_EQ(find(wanted), "2") << "by key identifier, whatever the serial";
-    wanted.Issuer = Blob(third);
-    EXPECT_EQ(find(wanted), "");
+    CERT_INFO byKeyIdentifier{};  // whatever the serial
+    byKeyIdentifier.Issuer = Blob(secondKey);
+    CERT_INFO otherIssuer{};
+    otherIssuer.Issuer = Blob(third);
+    const std::pair<const CERT_INFO*, const char*> cases[] = {
+        {&bySerial, "13"}, {&bySubject, "3"},        {&whole, "3"},     {&otherKey, ""},
+        {&otherExtensions, ""}, {&byKeyIdentifier, "2"}, {&otherIssuer, ""}};
+    for (const auto& [wanted, expected] : cases) {
+        std::list<CNALCertContext> list;
+        storage.FindCertList(list, CERT_FIND_SUBJECT_CERT, wanted);
+        std::string found;
+        for (const CNALCertContext& cert : list) found += static_cast<char>('0' + cert.GetSubjectKeyId().GetData()[0]);
+        EXPECT_EQ(found, expected);
+    }
 }
 
 // --- The index and plain walks ---
@@ -295,9 +279,7 @@ TEST_F(Storage, FindsByTheFieldsThatAreFilledIn) {
 std::vector<std::string> PlainFind(HCERTSTORE store, DWORD type, const void* parameter) {
     std::vector<std::string> found;
     PCCERT_CONTEXT next = nullptr;
-    while ((next = CertFindCertificateInStore(store, kEncoding, 0, type, parameter, next)) != nullptr) {
-        found.push_back(EncodingOf(next));
-    }
+    while ((next = CertFindCertificateInStore(store, kEncoding, 0, type, parameter, next)) != nullptr) found.push_back(EncodingOf(next));
     return found;
 }
 
@@ -321,8 +303,8 @@ TEST_F(Storage, IndexGivesWhatPlainWalksGive) {
             nal::CertStore& store = *nal::CertStore::FromHandle(storage.GetStore());
             switch (random() % 6) {
                 case 0: {
-                    std::list<CNALCertContext> all;
-                    if (storage.FindCertList(all, CERT_FIND_ANY, nullptr)) storage.DeleteCertificate(all.front());
+                    std::list<CNALCertContext> all = All(storage);
+                    if (!all.empty()) storage.DeleteCertificate(all.front());
                     break;
                 }
                 case 1:
@@ -338,18 +320,16 @@ TEST_F(Storage, IndexGivesWhatPlainWalksGive) {
             }
             const IdentObj wanted = NameDer(anyName());
             const CERT_NAME_BLOB blob = Blob(wanted);
-            for (const DWORD type : {CERT_FIND_SUBJECT_NAME, CERT_FIND_ISSUER_NAME}) {
-                std::list<CNALCertContext> list;
-                storage.FindCertList(list, type, &blob);
-                ASSERT_EQ(Encodings(list), PlainFind(storage.GetStore(), type, &blob));
-            }
             CERT_INFO info{};
-            IdentObj serial = builder.serial;
-            info.SerialNumber = Blob(serial);
+            info.SerialNumber = Blob(builder.serial);
             info.Issuer = blob;
-            std::list<CNALCertContext> list;
-            storage.FindCertList(list, CERT_FIND_SUBJECT_CERT, &info);
-            ASSERT_EQ(Encodings(list), PlainFind(storage.GetStore(), CERT_FIND_SUBJECT_CERT, &info));
+            const std::pair<DWORD, const void*> searches[] = {
+                {CERT_FIND_SUBJECT_NAME, &blob}, {CERT_FIND_ISSUER_NAME, &blob}, {CERT_FIND_SUBJECT_CERT, &info}};
+            for (const auto& [type, parameter] : searches) {
+                std::list<CNALCertContext> list;
+                storage.FindCertList(list, type, parameter);
+                ASSERT_EQ(Encodings(list), PlainFind(storage.GetStore(), type, parameter));
+            }
         }
     }
 }
@@ -363,10 +343,10 @@ protected:
 
     // Adds a candidate; its first byte of key identifier is `id`.
     IdentObj AddCandidate(unsigned char id, const TestSigner& owner, FILETIME notAfter = Date(2040),
-                          const IdentObj& serial = Filled(1, 1), unsigned keySize = 20) {
+                          const IdentObj& serial = Filled(1, 1)) {
         CertBuilder builder;
         builder.issuer = builder.subject = "CA";
-        builder.subjectKeyId = Filled(id, keySize);
+        builder.subjectKeyId = Filled(id);
         builder.serial = serial;
         builder.notAfter = notAfter;
         const IdentObj der = root.Issue(builder, owner);
@@ -412,53 +392,52 @@ protected:
 
 using Answer = std::pair<int, unsigned>;
 
-TEST_F(Issuers, NoneIsSaidSo) {
-    EXPECT_EQ(Find(Leaf()), Answer(0, 0x20007));
-    EXPECT_EQ(Find(Leaf(), 2), Answer(0, 0x20002));
-    AddCandidate(1, root);
-    CertBuilder leaf = Leaf();
-    leaf.authorityKeyId = Filled(9);
-    EXPECT_EQ(Find(leaf), Answer(0, 0x20007)) << "the right name, another key";
-}
-
-TEST_F(Issuers, KeyIdentifierWinsOverALongerLife) {
-    AddCandidate(1, root, Date(2049));
-    AddCandidate(2, root, Date(2031));
-    CertBuilder leaf = Leaf();
-    EXPECT_EQ(Find(leaf), Answer(1, 0x10000)) << "the longer life, when the leaf does not say";
-    leaf.authorityKeyId = Filled(2);
-    EXPECT_EQ(Find(leaf), Answer(2, 0x10000));
-    EXPECT_EQ(Find(leaf, 3), Answer(2, 0)) << "no CRL is sought";
-    EXPECT_EQ(Find(leaf, 0), Answer(2, 0));
-}
-
-TEST_F(Issuers, WhatIsNamedByKeyIsTakenWhateverFails) {
-    AddCandidate(1, root);
-    AddCandidate(2, stranger);
-    CertBuilder leaf = Leaf();
-    leaf.authorityKeyId = Filled(2);
-    leaf.notAfter = Date(2024);
-    EXPECT_EQ(Find(leaf), Answer(2, 0x10003));
-}
-
-TEST_F(Issuers, OneThatSignsIsPreferred) {
-    AddCandidate(1, stranger, Date(2049));
-    EXPECT_EQ(Find(Leaf()), Answer(1, 0x10001)) << "the only one is taken all the same";
-    AddCandidate(2, stranger, Date(2059));
-    EXPECT_EQ(Find(Leaf()), Answer(1, 0x10001)) << "another that does not sign displaces nobody";
-    AddCandidate(3, root, Date(2031));
-    EXPECT_EQ(Find(Leaf()), Answer(3, 0x10000));
-}
-
-TEST_F(Issuers, SerialDecidesWhereTheKeyIdentifierDoesNot) {
-    AddCandidate(1, stranger, Date(2049), Filled(5, 2));
-    AddCandidate(2, root, Date(2031), Filled(5, 2));
-    AddCandidate(3, root, Date(2049), Filled(6, 2));
-    CertBuilder leaf = Leaf();
+TEST_F(Issuers, OneIsChosenByKeyThenBySignatureThenByLife) {
+    struct Candidate {
+        unsigned char id;
+        const TestSigner* owner;
+        unsigned until;
+        IdentObj serial = Filled(1, 1);
+    };
+    CertBuilder keyed = Leaf();
+    keyed.authorityKeyId = Filled(2);
+    CertBuilder expired = keyed;
+    expired.notAfter = Date(2024);
+    CertBuilder serialled = Leaf();
     CNALIssuerPublicKeyID authority;
     authority.m_issuerSerial = Filled(5, 2);
-    leaf.extensions.push_back({"2.5.29.35", false, authority.WriteData()});
-    EXPECT_EQ(Find(leaf), Answer(2, 0x10000)) << "a serial is taken at once only when it signs";
+    serialled.extensions.push_back({"2.5.29.35", false, authority.WriteData()});
+    const struct {
+        const char* what;
+        std::vector<Candidate> candidates;
+        CertBuilder leaf;
+        unsigned flags;
+        Answer answer;
+    } cases[] = {
+        {"none", {}, Leaf(), 7, {0, 0x20007}},
+        {"none, one check", {}, Leaf(), 2, {0, 0x20002}},
+        {"the right name, another key", {{1, &root, 2040}}, keyed, 7, {0, 0x20007}},
+        {"the longer life, when the leaf does not say", {{1, &root, 2049}, {2, &root, 2031}}, Leaf(), 7, {1, 0x10000}},
+        {"the key before the life", {{1, &root, 2049}, {2, &root, 2031}}, keyed, 7, {2, 0x10000}},
+        {"no CRL is sought", {{2, &root, 2031}}, keyed, 3, {2, 0}},
+        {"nothing is checked", {{2, &root, 2031}}, keyed, 0, {2, 0}},
+        {"what is named by key, whatever fails", {{1, &root, 2040}, {2, &stranger, 2040}}, expired, 7, {2, 0x10003}},
+        {"the only one, which does not sign", {{1, &stranger, 2049}}, Leaf(), 7, {1, 0x10001}},
+        {"another that does not sign displaces nobody", {{1, &stranger, 2049}, {2, &stranger, 2059}}, Leaf(), 7, {1, 0x10001}},
+        {"one that signs is preferred", {{1, &stranger, 2049}, {2, &stranger, 2059}, {3, &root, 2031}}, Leaf(), 7, {3, 0x10000}},
+        {"a serial is taken at once only when it signs",
+         {{1, &stranger, 2049, Filled(5, 2)}, {2, &root, 2031, Filled(5, 2)}, {3, &root, 2049, Filled(6, 2)}},
+         serialled, 7, {2, 0x10000}},
+    };
+    for (const auto& each : cases) {
+        storage.Clear();
+        CNALString name("test");
+        ASSERT_TRUE(storage.OpenStorage(name, CERT_STORE_PROV_MEMORY, 0, 5, nullptr));
+        for (const Candidate& candidate : each.candidates) {
+            AddCandidate(candidate.id, *candidate.owner, Date(candidate.until), candidate.serial);
+        }
+        EXPECT_EQ(Find(each.leaf, each.flags), each.answer) << each.what;
+    }
 }
 
 TEST_F(Issuers, RevocationIsOfTheCrlThatTheIssuerSigned) {
@@ -482,10 +461,8 @@ TEST_F(Issuers, RevocationIsOfTheCrlThatTheIssuerSigned) {
         EXPECT_EQ(Find(Leaf()), Answer(1, step.flags)) << step.what;
         EXPECT_EQ(lastCrl.IsInitialized(), step.flags != 0x10000) << step.what;
     }
-    std::list<CNALCertContext> all;
-    storage.FindCertList(all, CERT_FIND_ANY, nullptr);
     CNALCRLContext crl;
-    ASSERT_TRUE(storage.GetCrlFromStorage(all.front(), crl));
+    ASSERT_TRUE(storage.GetCrlFromStorage(All(storage).front(), crl));
     EXPECT_EQ(crl.GetSerialNumber(), Filled(10, 16));
 }
 
@@ -521,8 +498,7 @@ TEST_F(Issuers, EightThreadsSearchWhileTheStorageChanges) {
                 const CNALCertContext& subject = (round + thread) % 2 == 0 ? good : revoked;
                 if (!own.FindIssuerCertificate(subject, issuer, &flags, &crl)) ++wrong;
                 if (flags != (&subject == &good ? 0U : CERT_STORE_REVOCATION_FLAG) || !crl.IsInitialized()) ++wrong;
-                std::list<CNALCertContext> all;
-                if (!own.FindCertList(all, CERT_FIND_ANY, nullptr)) ++wrong;
+                if (All(own).empty()) ++wrong;
             }
         });
     }

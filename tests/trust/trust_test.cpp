@@ -18,14 +18,9 @@
 
 namespace {
 
-using nal_test::CertBuilder;
-using nal_test::CrlBuilder;
-using nal_test::Date;
-using nal_test::Filled;
-using nal_test::TestSigner;
-using nal_test::TrustListBuilder;
-using nal_test::TrustListUsage;
-using nal_test::UnsignedList;
+using namespace nal_test;
+
+constexpr const char* kCommon = "0000_trl.p7s";
 
 /// No file can be opened meanwhile.
 class NoFiles {
@@ -69,35 +64,33 @@ protected:
         return builder;
     }
     IdentObj RootCert() const { return m_root.Issue(Named("Root", "Root", 1, 1), m_root); }
-    IdentObj SignerCert() const {
-        CertBuilder builder = Named("Signer", "Root", 2, 1);
+    static CertBuilder SignerToBe(const char* issuer = "Root", unsigned char issuerId = 1) {
+        CertBuilder builder = Named("Signer", issuer, 2, issuerId);
         builder.extensions.push_back(TrustListUsage());
-        return m_root.Issue(builder, m_signer);
+        return builder;
     }
+    IdentObj SignerCert() const { return m_root.Issue(SignerToBe(), m_signer); }
     /// A certificate that vouches for `End`, and that certificate; the serial names network 12ab.
     IdentObj CaCert() const { return m_ca.Issue(Named("CA", "CA", 3, 3), m_ca); }
-    IdentObj EndCert() const {
-        CertBuilder builder = Named("End", "CA", 4, 3);
+    IdentObj EndCert() const { return m_ca.Issue(InNetwork(Named("End", "CA", 4, 3)), m_end); }
+    static CertBuilder InNetwork(CertBuilder builder) {
         builder.serial = Filled(9, 16);
         builder.serial.GetData()[12] = 0x12;  // most significant first: stored bytes 3 and 2
         builder.serial.GetData()[13] = 0xAB;
-        return m_ca.Issue(builder, m_end);
+        return builder;
     }
-    IdentObj RootCrl(const IdentObj& revokedSerial) const {
+    IdentObj CrlThatRevokesTheSigner() const {
         CrlBuilder crl;
         crl.issuer = "Root";
-        crl.authorityKeyId = Filled(1);
-        if (!revokedSerial.IsEmpty()) crl.entries.push_back({revokedSerial});
+        crl.entries.push_back({Filled(2, 2)});
         return m_root.Sign(crl.Build());
     }
 
     void AddToMain(const std::vector<IdentObj>& certs, const std::vector<IdentObj>& crls) {
         CNALString name(m_folder.File("home/trust/trusted.dat").c_str());
         CNALCertStorage storage(name, CERT_STORE_PROV_FILENAME_A, 0x10000, 0, nullptr);
-        for (const IdentObj& cert : certs)
-            ASSERT_TRUE(storage.AddEncodetCertificate(cert, 0x10001));
-        for (const IdentObj& crl : crls)
-            ASSERT_TRUE(storage.AddEncodetCRL(crl, 0x10001));
+        for (const IdentObj& cert : certs) ASSERT_TRUE(storage.AddEncodetCertificate(cert, 0x10001));
+        for (const IdentObj& crl : crls) ASSERT_TRUE(storage.AddEncodetCRL(crl, 0x10001));
     }
 
     TrustListBuilder GoodList(std::int64_t number = 1) const {
@@ -110,23 +103,31 @@ protected:
     std::string Delivered(const std::string& name) const { return m_folder.File("net/d_station/" + name); }
     void Deliver(const std::string& name, const IdentObj& message) const {
         const std::string path = Delivered(name);
-        nal_test::WriteFile(path + ".new", message.GetData(), message.GetSize());
+        WriteFile(path + ".new", message.GetData(), message.GetSize());
         std::filesystem::rename(path + ".new", path);
+    }
+    void Forget(const char* name) const { std::filesystem::remove(m_folder.File("home/trust/") + name); }
+    template <class Storage>
+    static std::list<CNALCertContext> All(const Storage& storage) {
+        std::list<CNALCertContext> certs;
+        storage.FindCertList(certs, CERT_FIND_ANY, nullptr);
+        return certs;
     }
     /// How many certificates the common trust list has now; -1 without a list.
     static int CommonList() {
-        const CNALCertStorage list = m_VPN_TrustStorages.GetList("0000_trl.p7s");
-        if (!list.IsOpened()) return -1;
-        std::list<CNALCertContext> certs;
-        list.FindCertList(certs, CERT_FIND_ANY, nullptr);
-        return static_cast<int>(certs.size());
+        const CNALCertStorage list = m_VPN_TrustStorages.GetList(kCommon);
+        return list.IsOpened() ? static_cast<int>(All(list).size()) : -1;
     }
-    static BOOL FindIssuer(const IdentObj& subject, unsigned* flags, CNALCRLContext* crl = nullptr) {
+    using Answer = std::pair<bool, unsigned>;
+    /// Whether there is an issuer, and the flags of a search with all checks.
+    static Answer FindIssuer(const IdentObj& subject, CNALCRLContext* crl = nullptr) {
         CNALCertContext issuer;
-        return m_VPN_TrustStorages.FindIssuerCertificate(CNALCertContext(subject), issuer, flags, crl);
+        unsigned flags = 7;
+        const bool found = m_VPN_TrustStorages.FindIssuerCertificate(CNALCertContext(subject), issuer, &flags, crl) != FALSE;
+        return {found, flags};
     }
 
-    nal_test::TempFolder m_folder;
+    TempFolder m_folder;
     TestSigner m_root;
     TestSigner m_signer;
     TestSigner m_ca;
@@ -135,87 +136,77 @@ protected:
 
 TEST_F(Trust, TakesAListOfTheRightSignerAndKeepsIt) {
     EXPECT_EQ(-1, CommonList());
-    Deliver("0000_trl.p7s", GoodList(5).Build(m_signer));
+    Deliver(kCommon, GoodList(5).Build(m_signer));
     EXPECT_EQ(1, CommonList());
     TrustListBuilder larger = GoodList(6);
     larger.certificates.push_back(EndCert());
-    Deliver("0000_trl.p7s", larger.Build(m_signer));
-    const CNALCertStorage before = m_VPN_TrustStorages.GetList("0000_trl.p7s");
+    Deliver(kCommon, larger.Build(m_signer));
+    const CNALCertStorage before = m_VPN_TrustStorages.GetList(kCommon);
     EXPECT_EQ(2, CommonList());
 
     // Replayed, gone or rubbish: the accepted copy stays in use, in another process too.
-    const std::vector<std::pair<const char*, IdentObj>> bad = {
+    const std::pair<const char*, IdentObj> bad[] = {
         {"replayed", GoodList(5).Build(m_signer)}, {"rubbish", Filled(7, 100)}, {"empty", IdentObj()}};
     for (const auto& [name, message] : bad) {
-        Deliver("0000_trl.p7s", message);
+        Deliver(kCommon, message);
         EXPECT_EQ(2, CommonList()) << name;
-        EXPECT_EQ(nal_test::ChildEnd::success, nal_test::RunInChild([] {
+        EXPECT_EQ(ChildEnd::success, RunInChild([] {
                       m_VPN_TrustStorages.Reset();
                       if (CommonList() != 2) throw XTOOStatus(TOO_E_INTERNAL);
                   }))
             << name;
     }
-    std::filesystem::remove(Delivered("0000_trl.p7s"));
+    std::filesystem::remove(Delivered(kCommon));
     EXPECT_EQ(2, CommonList());
-    std::list<CNALCertContext> certs;
-    EXPECT_TRUE(before.FindCertList(certs, CERT_FIND_ANY, nullptr));  // what was handed out stays
+    EXPECT_EQ(2U, All(before).size());  // what was handed out stays
     // Without the root nothing of it is trusted any more.
-    std::filesystem::remove(m_folder.File("home/trust/trusted.dat"));
+    Forget("trusted.dat");
     EXPECT_EQ(0, CommonList());
 }
 
 TEST_F(Trust, RefusesEveryOtherList) {
     const TestSigner stranger;
-    CertBuilder noUsage = Named("Signer", "Root", 2, 1);
-    CertBuilder strange = Named("Signer", "Root", 2, 1);
-    strange.extensions.push_back(TrustListUsage());
-    CertBuilder expired = strange;
+    CertBuilder expired = SignerToBe();
     expired.notAfter = Date(2025);
-    CertBuilder belowCa = Named("Signer", "CA", 2, 3);
-    belowCa.extensions.push_back(TrustListUsage());
-
     const auto with = [&](const IdentObj& signer) {
         TrustListBuilder list = GoodList();
         list.signer = signer;
-        return list;
+        return list.Build(m_signer);
     };
     TrustListBuilder outside = GoodList();
     outside.certificates.clear();
     outside.outside = {CaCert()};
     TrustListBuilder version = GoodList();
     version.version = 1;
-    const struct {
-        const char* name;
-        IdentObj message;
-    } cases[] = {
-        {"no usage", with(m_root.Issue(noUsage, m_signer)).Build(m_signer)},
-        {"foreign root", with(stranger.Issue(strange, m_signer)).Build(m_signer)},
-        {"not below a root", with(m_ca.Issue(belowCa, m_signer)).Build(m_signer)},
+    const std::pair<const char*, IdentObj> cases[] = {
+        {"no usage", with(m_root.Issue(Named("Signer", "Root", 2, 1), m_signer))},
+        {"foreign root", with(stranger.Issue(SignerToBe(), m_signer))},
+        {"not below a root", with(m_ca.Issue(SignerToBe("CA", 3), m_signer))},
         {"another key", GoodList().Build(stranger)},
-        {"expired", with(m_root.Issue(expired, m_signer)).Build(m_signer)},
+        {"expired", with(m_root.Issue(expired, m_signer))},
         {"certificate outside the signed content", outside.Build(m_signer)},
         {"version", version.Build(m_signer)},
         {"unsigned", UnsignedList({CaCert()})},
     };
-    for (const auto& test : cases) {
-        Deliver("0000_trl.p7s", test.message);
-        EXPECT_EQ(0, CommonList()) << test.name;
-        std::filesystem::remove(m_folder.File("home/trust/0000_trl.p7s"));
+    for (const auto& [name, message] : cases) {
+        Deliver(kCommon, message);
+        EXPECT_EQ(0, CommonList()) << name;
+        Forget(kCommon);
         m_VPN_TrustStorages.Reset();
     }
     // A signer that the root has revoked; a list that was accepted before stays.
-    AddToMain({}, {RootCrl(Filled(2, 2))});
-    Deliver("0000_trl.p7s", GoodList().Build(m_signer));
+    AddToMain({}, {CrlThatRevokesTheSigner()});
+    Deliver(kCommon, GoodList().Build(m_signer));
     EXPECT_EQ(0, CommonList());
 }
 
 TEST_F(Trust, KeepsTheListOfASignerThatIsRevokedLater) {
-    Deliver("0000_trl.p7s", GoodList(1).Build(m_signer));
+    Deliver(kCommon, GoodList(1).Build(m_signer));
     EXPECT_EQ(1, CommonList());
-    AddToMain({}, {RootCrl(Filled(2, 2))});
-    Deliver("0000_trl.p7s", GoodList(2).Build(m_signer));
+    AddToMain({}, {CrlThatRevokesTheSigner()});
+    Deliver(kCommon, GoodList(2).Build(m_signer));
     EXPECT_EQ(1, CommonList());
-    const auto kept = nal_test::ReadFile(m_folder.File("home/trust/0000_trl.p7s"));
+    const auto kept = ReadFile(m_folder.File("home/trust/") + kCommon);
     EXPECT_EQ(GoodList(1).Build(m_signer).GetSize(), kept.size());
 }
 
@@ -273,104 +264,84 @@ TEST_F(Trust, NoChangeOfAByteMakesAnotherListGood) {
     for (unsigned at = 0; at < good.GetSize(); at += 3) {
         for (const bool cut : {false, true}) {
             IdentObj bad = good;
-            if (cut)
-                bad.SetSize(at);
-            else
-                bad.GetData()[at] ^= 0x04;
-            Deliver("0000_trl.p7s", bad);
-            const CNALCertStorage list = m_VPN_TrustStorages.GetList("0000_trl.p7s");
-            std::list<CNALCertContext> certs;
-            list.FindCertList(certs, CERT_FIND_ANY, nullptr);
-            for (const CNALCertContext& cert : certs)
+            if (cut) bad.SetSize(at);
+            if (!cut) bad.GetData()[at] ^= 0x04;
+            Deliver(kCommon, bad);
+            for (const CNALCertContext& cert : All(m_VPN_TrustStorages.GetList(kCommon))) {
                 EXPECT_EQ(CNALCertContext(CaCert()).GetSubjectKeyId(), cert.GetSubjectKeyId()) << at;
-            std::filesystem::remove(m_folder.File("home/trust/0000_trl.p7s"));
+            }
+            Forget(kCommon);
         }
     }
 }
 
 TEST_F(Trust, AcceptingIsWholeWhereverItStops) {
-    Deliver("0000_trl.p7s", GoodList(1).Build(m_signer));
+    Deliver(kCommon, GoodList(1).Build(m_signer));
     ASSERT_EQ(1, CommonList());
     TrustListBuilder larger = GoodList(2);
     larger.certificates.push_back(EndCert());
     const IdentObj next = larger.Build(m_signer);
-    const std::string accepted = m_folder.File("home/trust/0000_trl.p7s");
-    const auto before = nal_test::ReadFile(accepted);
-    Deliver("0000_trl.p7s", next);
+    const std::string accepted = m_folder.File("home/trust/") + kCommon;
+    const auto before = ReadFile(accepted);
+    Deliver(kCommon, next);
     for (unsigned nth = 1; nth <= 6; ++nth) {
-        nal_test::WriteFile(accepted, before);
-        nal_test::RunInChild([&] {
+        WriteFile(accepted, before);
+        RunInChild([&] {
             m_VPN_TrustStorages.Reset();
             too_testing::KillAtStep(nth);
             CommonList();
         });
-        const auto after = nal_test::ReadFile(accepted);
+        const auto after = ReadFile(accepted);
         EXPECT_TRUE(after == before || IdentObj(after.data(), static_cast<unsigned>(after.size())) == next) << nth;
     }
     // On a full disk the list is in use all the same.
-    nal_test::WriteFile(accepted, before);
+    WriteFile(accepted, before);
     m_VPN_TrustStorages.Reset();
     const too_testing::ScopedStepFailure full(1);
     EXPECT_EQ(2, CommonList());
-    EXPECT_EQ(before, nal_test::ReadFile(accepted));
+    EXPECT_EQ(before, ReadFile(accepted));
 }
 
 TEST_F(Trust, SeeksIssuersInOrder) {
-    unsigned flags = 7;
-    CNALCRLContext crl;
-    CNALCertContext nobody;
     EXPECT_EQ("12ab", NALGetNetworkIdentifier(CNALCertContext(EndCert())).str());
-    EXPECT_FALSE(FindIssuer(EndCert(), &flags));
-    EXPECT_EQ(0x20007U, flags);
-    EXPECT_FALSE(m_VPN_TrustStorages.FindIssuerCertificate(CNALCertContext(), nobody, &flags, nullptr));
+    EXPECT_EQ(Answer(false, 0x20007), FindIssuer(EndCert()));
+    CNALCertContext nobody;
+    EXPECT_FALSE(m_VPN_TrustStorages.FindIssuerCertificate(CNALCertContext(), nobody, nullptr, nullptr));
     EXPECT_EQ(6U, GetLastError());
 
-    // The common list has the issuer, the network's own list the CRL.
-    Deliver("0000_trl.p7s", GoodList().Build(m_signer));
-    flags = 7;
-    EXPECT_TRUE(FindIssuer(EndCert(), &flags));
-    EXPECT_EQ(0x10000U, flags);
+    Deliver(kCommon, GoodList().Build(m_signer));
+    EXPECT_EQ(Answer(true, 0x10000), FindIssuer(EndCert()));
+    Deliver("12ab.trl", UnsignedList({CaCert()}));
+    EXPECT_EQ(Answer(true, 0x10000), FindIssuer(EndCert())) << "the unsigned list is asked first, but its issuer is not the subject";
+
+    // An unsigned list's root is untrusted, and a signed list of the network comes before it.
+    std::filesystem::remove(Delivered(kCommon));
+    Forget(kCommon);
+    const IdentObj root = m_ca.Issue(InNetwork(Named("CA", "CA", 3, 3)), m_ca);
+    Deliver("12ab.trl", UnsignedList({root}));
+    EXPECT_EQ(Answer(true, 0x10020), FindIssuer(root));
     CrlBuilder builder;
     builder.issuer = "CA";
     builder.authorityKeyId = Filled(3);
     builder.entries.push_back({Filled(1, 16)});
-    Deliver("12ab.trl", UnsignedList({CaCert()}));
-    flags = 7;
-    EXPECT_TRUE(FindIssuer(EndCert(), &flags));
-    EXPECT_EQ(0x10000U, flags);  // the unsigned list is asked first, but its issuer is not the subject
-
-    // An unsigned list's root is untrusted, and a signed list of the network comes before it.
-    std::filesystem::remove(Delivered("0000_trl.p7s"));
-    std::filesystem::remove(m_folder.File("home/trust/0000_trl.p7s"));
-    CertBuilder own = Named("CA", "CA", 3, 3);
-    own.serial = Filled(9, 16);
-    own.serial.GetData()[12] = 0x12;
-    own.serial.GetData()[13] = 0xAB;
-    const IdentObj root = m_ca.Issue(own, m_ca);
-    Deliver("12ab.trl", UnsignedList({root}));
-    flags = 7;
-    EXPECT_TRUE(FindIssuer(root, &flags));
-    EXPECT_EQ(0x10020U, flags);
     TrustListBuilder signedList = GoodList();
     signedList.certificates = {root};
     signedList.crls = {m_ca.Sign(builder.Build())};
     Deliver("12ab_trl.p7s", signedList.Build(m_signer));
-    flags = 7;
-    EXPECT_TRUE(FindIssuer(root, &flags, &crl));
-    EXPECT_EQ(0U, flags);
+    CNALCRLContext crl;
+    EXPECT_EQ(Answer(true, 0), FindIssuer(root, &crl));
     EXPECT_TRUE(crl.IsInitialized());
 }
 
 TEST_F(Trust, WalksTheStoragesOfAKind) {
-    Deliver("0000_trl.p7s", GoodList().Build(m_signer));
+    Deliver(kCommon, GoodList().Build(m_signer));
     Deliver("12ab.trl", UnsignedList({CaCert()}));
     Deliver("12ab_usr.p7b", UnsignedList({EndCert()}));
     Deliver("0000_usr.p7b", UnsignedList({SignerCert()}));
     Deliver("nonsense_usr.p7b", UnsignedList({EndCert()}));
     const struct {
         unsigned kinds;
-        std::size_t storages;
-        std::size_t certificates;
+        std::size_t storages, certificates;
     } cases[] = {{0, 0, 0},  {1, 1, 1},          {2, 1, 1},          {0x20, 1, 1}, {0x10, 0, 0},
                  {51, 3, 3}, {0x20000030, 3, 3}, {0x20000010, 1, 1}, {0x20000033, 5, 5}};
     for (const auto& test : cases) {
@@ -379,8 +350,7 @@ TEST_F(Trust, WalksTheStoragesOfAKind) {
         std::list<CNALCertContext> certs;
         EXPECT_EQ(test.certificates != 0, NALFindCertificate(certs, test.kinds, CERT_FIND_ANY, nullptr)) << test.kinds;
         EXPECT_EQ(test.certificates, certs.size()) << test.kinds;
-        for (CNALCertContext& cert : certs)
-            EXPECT_NE(0U, NALGetStorageType(cert) & test.kinds);
+        for (CNALCertContext& cert : certs) EXPECT_NE(0U, NALGetStorageType(cert) & test.kinds);
     }
     for (const char* name : {"../d_station/0000_trl.p7s", "0000_trl.p7s/", "00AB_trl.p7s", "_trl.p7s", "", "12ab.cer"})
         EXPECT_FALSE(m_VPN_TrustStorages.GetList(name).IsOpened()) << name;
@@ -400,36 +370,30 @@ TEST_F(Trust, LoadsUsersLists) {
     Deliver("12ab_usr.p7b", Filled(3, 50));
     EXPECT_FALSE(list.LoadFile(path, 0x20, &err, &msg));
     EXPECT_NE(std::string::npos, msg.str().find(path));
-    std::list<CNALCertContext> certs;
-    EXPECT_TRUE(list.FindCertList(certs, CERT_FIND_ANY, nullptr));
-    EXPECT_EQ(2U, certs.size());
+    EXPECT_EQ(2U, All(list).size());
 }
 
 TEST_F(Trust, ThreadsSearchWhileListsAreReplaced) {
     const IdentObj end = EndCert();
     std::vector<IdentObj> messages;
-    for (int number = 1; number <= 4; ++number)
-        messages.push_back(GoodList(number).Build(m_signer));
-    Deliver("0000_trl.p7s", messages.front());
+    for (int number = 1; number <= 4; ++number) messages.push_back(GoodList(number).Build(m_signer));
+    Deliver(kCommon, messages.front());
     std::atomic<bool> stop{false};
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
     for (int i = 0; i < 8; ++i) {
         threads.emplace_back([&] {
             while (!stop) {
-                unsigned flags = 7;
-                if (!FindIssuer(end, &flags) || flags != 0x10000U) ++failures;
+                if (FindIssuer(end) != Answer(true, 0x10000)) ++failures;
             }
         });
     }
     for (const IdentObj& message : messages) {
-        Deliver("0000_trl.p7s", message);
-        unsigned flags = 7;
-        EXPECT_TRUE(FindIssuer(end, &flags));
+        Deliver(kCommon, message);
+        EXPECT_TRUE(FindIssuer(end).first);
     }
     stop = true;
-    for (std::thread& thread : threads)
-        thread.join();
+    for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(0, failures.load());
 }
 

@@ -38,13 +38,11 @@ public:
         node.tag.bits = static_cast<unsigned char>(Below(4) << 6);
         if (depth < kMaxNesting && Below(3) != 0) {
             node.tag.bits |= Tag::kConstructed;
-            for (unsigned left = Below(5); left != 0; --left)
-                node.children.push_back(Make(depth + 1));
+            for (unsigned left = Below(5); left != 0; --left) node.children.push_back(Make(depth + 1));
         } else {
             static const unsigned kSizes[] = {0, 1, 5, 126, 127, 128, 255, 256, 1000};
             node.content.SetSize(kSizes[Below(std::size(kSizes))]);
-            for (unsigned i = 0; i < node.content.GetSize(); ++i)
-                node.content.GetData()[i] = static_cast<unsigned char>(m_random());
+            for (unsigned i = 0; i < node.content.GetSize(); ++i) node.content.GetData()[i] = static_cast<unsigned char>(m_random());
         }
         return node;
     }
@@ -58,8 +56,7 @@ private:
 void Write(Writer& writer, const Node& node) {
     if (!node.tag.IsConstructed()) return writer.Primitive(node.tag, node.content);
     writer.Constructed(node.tag, [&] {
-        for (const Node& child : node.children)
-            Write(writer, child);
+        for (const Node& child : node.children) Write(writer, child);
     });
 }
 
@@ -71,16 +68,14 @@ void ExpectSame(Reader& reader, const Node& node) {
         return;
     }
     Reader inside = reader.Inside(element);
-    for (const Node& child : node.children)
-        ExpectSame(inside, child);
+    for (const Node& child : node.children) ExpectSame(inside, child);
     EXPECT_TRUE(inside.AtEnd());
 }
 
 void ExpectSame(const CASNTUnit& unit, const Node& node) {
     ASSERT_EQ(unit.GetTag(), node.tag.number);
     ASSERT_EQ(unit.GetItemCount(), node.children.size());
-    for (unsigned i = 0; i < unit.GetItemCount(); ++i)
-        ExpectSame(unit.GetItem(i), node.children[i]);
+    for (unsigned i = 0; i < unit.GetItemCount(); ++i) ExpectSame(unit.GetItem(i), node.children[i]);
 }
 
 TEST(RoundTrip, RandomStructures) {

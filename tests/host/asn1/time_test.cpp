@@ -2,7 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include "asn1_support.h"
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/hex.h"
 #include "too/time.h"
 
 namespace {
@@ -38,9 +42,7 @@ TEST(Time, ReadsAndWritesTheTable) {
     for (const auto& c : cases) {
         FILETIME time{};
         ASSERT_TRUE(Decode(c.type, c.text, time)) << c.text;
-        EXPECT_EQ(CTOOFileTime(time).GetTicks(),
-                  static_cast<std::uint64_t>(c.unixSeconds + 11644473600) * kTicksPerSecond)
-            << c.text;
+        EXPECT_EQ(CTOOFileTime(time).GetTicks(), static_cast<std::uint64_t>(c.unixSeconds + 11644473600) * kTicksPerSecond) << c.text;
         EXPECT_EQ(asnt::TimeTag(time), c.type) << c.text;
         std::string text;
         ASSERT_TRUE(asnt::EncodeTime(c.type, time, text)) << c.text;
@@ -49,67 +51,39 @@ TEST(Time, ReadsAndWritesTheTable) {
 }
 
 TEST(Time, RefusesNonsense) {
-    const struct {
-        asnt::Tag type;
-        const char* text;
-    } cases[] = {
-        {tag::UtcTime, ""},
-        {tag::UtcTime, "Z"},
-        {tag::UtcTime, "7001010000Z"},  // no seconds: BER only
-        {tag::UtcTime, "700101000000"},
-        {tag::UtcTime, "700101000000z"},
-        {tag::UtcTime, "700101000000+0000"},
-        {tag::UtcTime, "700101000000Z0"},
-        {tag::UtcTime, "700101000000.5Z"},
-        {tag::UtcTime, "20500101000000Z"},
-        {tag::UtcTime, "700001000000Z"},
-        {tag::UtcTime, "701301000000Z"},
-        {tag::UtcTime, "700100000000Z"},
-        {tag::UtcTime, "700132000000Z"},
-        {tag::UtcTime, "700431000000Z"},
-        {tag::UtcTime, "230229000000Z"},
-        {tag::UtcTime, "700101240000Z"},
-        {tag::UtcTime, "700101006000Z"},
-        {tag::UtcTime, "700101000060Z"},
-        {tag::UtcTime, " 00101000000Z"},
-        {tag::UtcTime, "-00101000000Z"},
-        {tag::UtcTime, "7001010000 0Z"},
-        {tag::GeneralizedTime, "700101000000Z"},
-        {tag::GeneralizedTime, "21000229000000Z"},
-        {tag::GeneralizedTime, "16001231235959Z"},
-        {tag::GeneralizedTime, "00000101000000Z"},
-        {tag::GeneralizedTime, "20500101000000.Z"},
-        {tag::GeneralizedTime, "20500101000000.0Z"},
-        {tag::GeneralizedTime, "20500101000000.50Z"},
-        {tag::GeneralizedTime, "20500101000000.12345678Z"},
-        {tag::GeneralizedTime, "20500101000000,5Z"},
-        {tag::OctetString, "700101000000Z"},
-        {tag::ContextPrimitive(23), "700101000000Z"},
+    const std::pair<asnt::Tag, std::vector<std::string_view>> cases[] = {
+        {tag::UtcTime, {"", "Z", "700101000000", "700101000000z", "700101000000+0000", "700101000000Z0", "700101000000.5Z",
+                        "20500101000000Z",
+                        "7001010000Z",  // no seconds: BER only
+                        "700001000000Z", "701301000000Z", "700100000000Z", "700132000000Z", "700431000000Z", "230229000000Z",
+                        "700101240000Z", "700101006000Z", "700101000060Z", " 00101000000Z", "-00101000000Z", "7001010000 0Z",
+                        std::string_view("70010100\0000Z", 13)}},
+        {tag::GeneralizedTime, {"700101000000Z", "21000229000000Z", "16001231235959Z", "00000101000000Z", "20500101000000.Z",
+                                "20500101000000.0Z", "20500101000000.50Z", "20500101000000.12345678Z", "20500101000000,5Z"}},
+        {tag::OctetString, {"700101000000Z"}},
+        {tag::ContextPrimitive(23), {"700101000000Z"}},
     };
-    for (const auto& c : cases) {
-        FILETIME time{7, 7};
-        EXPECT_FALSE(Decode(c.type, c.text, time)) << c.text;
-        EXPECT_EQ(time.dwLowDateTime, 7u) << c.text;
+    for (const auto& [type, texts] : cases) {
+        for (const std::string_view text : texts) {
+            FILETIME time{7, 7};
+            EXPECT_FALSE(Decode(type, text, time)) << text;
+            EXPECT_EQ(time.dwLowDateTime, 7u) << text;
+        }
     }
-    FILETIME time{};
-    EXPECT_FALSE(Decode(tag::UtcTime, std::string_view("70010100\0000Z", 13), time));
 }
 
 TEST(Time, KeepsFractionsOfASecondWhenReading) {
     FILETIME whole{};
     ASSERT_TRUE(Decode(tag::GeneralizedTime, "20500101000000Z", whole));
-    const struct {
-        const char* text;
-        std::uint64_t ticks;
-    } cases[] = {
+    const std::pair<const char*, std::uint64_t> cases[] = {
         {"20500101000000.5Z", 5'000'000}, {"20500101000000.0000001Z", 1}, {"20500101000000.9999999Z", 9'999'999}};
-    for (const auto& c : cases) {
+    for (const auto& [fraction, ticks] : cases) {
         FILETIME time{};
-        ASSERT_TRUE(Decode(tag::GeneralizedTime, c.text, time)) << c.text;
-        EXPECT_EQ(CTOOFileTime(time).GetTicks() - CTOOFileTime(whole).GetTicks(), c.ticks) << c.text;
+        ASSERT_TRUE(Decode(tag::GeneralizedTime, fraction, time)) << fraction;
+        EXPECT_EQ(CTOOFileTime(time).GetTicks() - CTOOFileTime(whole).GetTicks(), ticks) << fraction;
         std::string text;
         ASSERT_TRUE(asnt::EncodeTime(tag::GeneralizedTime, time, text));
-        EXPECT_EQ(text, "20500101000000Z") << c.text;
+        EXPECT_EQ(text, "20500101000000Z") << fraction;
     }
 }
 
@@ -121,20 +95,6 @@ TEST(Time, WritesOnlyYearsThatTheTypeHas) {
     EXPECT_FALSE(asnt::EncodeTime(tag::GeneralizedTime, CTOOFileTime::FromUnix(253402300800), text));
     EXPECT_FALSE(asnt::EncodeTime(tag::GeneralizedTime, CTOOFileTime(UINT64_MAX), text));
     EXPECT_EQ(text, "kept");
-}
-
-// Every day of the calendar's 400-year cycle, and the years around the two-digit windows, survives.
-TEST(Time, RoundTripsEveryDay) {
-    constexpr std::uint64_t kDay = 86'400 * kTicksPerSecond;
-    constexpr std::uint64_t kDays = 3'067'671;  // 1601-01-01 to 9999-12-31
-    std::string text;
-    for (std::uint64_t day = 0; day < kDays; day += day < 200'000 ? 1 : 97) {
-        const CTOOFileTime time(day * kDay + day % 86'400 * kTicksPerSecond);
-        FILETIME back{};
-        ASSERT_TRUE(asnt::EncodeTime(asnt::TimeTag(time), time, text)) << day;
-        ASSERT_TRUE(Decode(asnt::TimeTag(time), text, back)) << text;
-        ASSERT_EQ(CTOOFileTime(back).GetTicks(), time.GetTicks()) << text;
-    }
 }
 
 }  // namespace

@@ -47,14 +47,11 @@ TEST_F(LogTest, SettingsFromTheEnvironment) {
 TEST_F(LogTest, ARecordIsOneLineWithPlaceAndFields) {
     const std::string out = Logged(1, [] {
         OkrLogHelper record(OrkLog_GetProps_cl_module(0), 1, "CNALUser::Check", "source/win32/cnaluser", 120);
-        record << "Error: "
-               << "a\nb\x1B[31m\\ \xD1\x84 \xC2\x9B"
-               << " Error Code: " << 206 << " " << -2146885628;
+        record << "Error: " << "a\nb\x1B[31m\\ \xD1\x84 \xC2\x9B" << " Error Code: " << 206 << " " << -2146885628;
         record.SetAlternate(true);
         record << "say \"x\"";
     });
-    EXPECT_THAT(
-        out, MatchesRegex("[-0-9]+T[0-9:.]+Z [0-9]+ error CNALUser::Check source/win32/cnaluser:120 Error: [^\n]*\n"));
+    EXPECT_THAT(out, MatchesRegex("[-0-9]+T[0-9:.]+Z [0-9]+ error CNALUser::Check source/win32/cnaluser:120 Error: [^\n]*\n"));
     EXPECT_THAT(out, HasSubstr("a\\nb\\x1B[31m\\\\ \xD1\x84 \\xC2\\x9B Error Code: 206 0x80092004\"say \"\"x\"\"\"\n"));
 }
 
@@ -66,21 +63,15 @@ TEST_F(LogTest, OnlyRecordsWithinTheLevelAreWritten) {
     };
     EXPECT_EQ(Logged(0, write), "");
     EXPECT_THAT(Logged(1, write), EndsWith("error F s:1 x\n"));
-    EXPECT_THAT(Logged(4, write),
-                MatchesRegex(".* error F s:1 x\n.* warning F s:2 x\n.* info F s:3 x\n.* debug F s:4 x\n"));
+    EXPECT_THAT(Logged(4, write), MatchesRegex(".* error F s:1 x\n.* warning F s:2 x\n.* info F s:3 x\n.* debug F s:4 x\n"));
 }
 
-TEST_F(LogTest, LeavesErrorsAlone) {
+TEST_F(LogTest, LeavesErrorsAloneAndCutsAHugeField) {
+    const std::string huge(1 << 20, 'x');
     SetLastError(0x80092004);
     errno = EBADF;
-    Logged(1, [] { OkrLogHelper(OrkLog_GetProps_cl_module(0), 1, "F", "s", 1) << "x"; });
+    const std::string out = Logged(1, [&] { OkrLogHelper(OrkLog_GetProps_cl_module(0), 1, "F", "s", 1) << huge.c_str() << "tail"; });
     EXPECT_EQ(GetLastError(), 0x80092004);
-}
-
-TEST_F(LogTest, CutsAHugeField) {
-    const std::string huge(1 << 20, 'x');
-    const std::string out =
-        Logged(1, [&] { OkrLogHelper(OrkLog_GetProps_cl_module(0), 1, "F", "s", 1) << huge.c_str() << "tail"; });
     EXPECT_LT(out.size(), 10000u);
     EXPECT_THAT(out, EndsWith("x [cut]\n"));
 }
@@ -108,19 +99,13 @@ TEST(LogHelper, ChoosesTheWriter) {
 
 TEST(LogNames, AreQualifiedByTheClass) {
     const struct {
-        const char* pretty;
-        const char* brief;
-        const char* expected;
+        const char *pretty, *brief, *expected;
     } cases[] = {
         {"DWORD CNALMessageSignerInfo::ReadData(void*, DWORD, int*)", "ReadData", "CNALMessageSignerInfo::ReadData"},
-        {"const char* Name(int)", "Name", "Name"},
         {"std::list<IdentObj> CNALSignData::GetSigersInfo(int*)", "GetSigersInfo", "CNALSignData::GetSigersInfo"},
         {"void Box<std::pair<int, long> >::Put(int) [with T = int]", "Put", "Box<std::pair<int, long> >::Put"},
-        {"int main()", "other", "other"},
-        {nullptr, "F", "F"},
-        {"void F()", nullptr, ""}};
-    for (const auto& c : cases)
-        EXPECT_EQ(ClUnilogFname(c.pretty, c.brief), c.expected);
+        {"const char* Name(int)", "Name", "Name"}, {"int main()", "other", "other"}, {nullptr, "F", "F"}, {"void F()", nullptr, ""}};
+    for (const auto& c : cases) EXPECT_EQ(ClUnilogFname(c.pretty, c.brief), c.expected);
 }
 
 }  // namespace

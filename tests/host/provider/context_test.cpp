@@ -27,11 +27,8 @@ ReleasesAtExit g_releasesAtExit;
 
 TEST_F(Contexts, RefusesWhatIsNotRegisteredAndOddFlags) {
     const struct {
-        const char* container;
-        const char* name;
-        DWORD type;
-        DWORD flags;
-        DWORD error;
+        const char *container, *name;
+        DWORD type, flags, error;
     } cases[] = {
         {nullptr, "Another Provider", 2, ORK_OPEN_VERIFY, ORK_E_PROVIDER_NOT_REGISTERED},
         {nullptr, "ormatek cryptographic service provider", 2, ORK_OPEN_VERIFY, ORK_E_PROVIDER_NOT_REGISTERED},
@@ -55,11 +52,7 @@ TEST_F(Contexts, RefusesWhatIsNotRegisteredAndOddFlags) {
         unsigned long handle = 77;
         const BOOL result = ORKAcquireContext(&handle, c.container, c.name, c.type, c.flags);
         EXPECT_ERROR(result, c.error) << (c.container ? c.container : "-") << " " << std::hex << c.flags;
-        if (result) {
-            ORKReleaseContext(handle);
-        } else {
-            EXPECT_EQ(handle, 77U);
-        }
+        EXPECT_TRUE(result ? ORKReleaseContext(handle) : handle == 77);
     }
     EXPECT_ERROR(ORKAcquireContext(nullptr, nullptr, nullptr, 2, ORK_OPEN_VERIFY), ORK_E_INVALID_PARAMETER);
 }
@@ -67,9 +60,8 @@ TEST_F(Contexts, RefusesWhatIsNotRegisteredAndOddFlags) {
 TEST_F(Contexts, FindsStaleInventedAndForeignHandles) {
     Prov prov = Verify();
     Hash hash = HashOf(prov, "x");
-    Key key;
-    ASSERT_OK(ORKGenKey(prov, ORK_ALG_GOST28147, 0, key.Take()));
-    const unsigned long staleProv = [] { return static_cast<unsigned long>(Verify()); }();
+    const Key key = Generate(prov, ORK_ALG_GOST28147);
+    const unsigned long staleProv = Verify();
     IdentObj value;
     unsigned long out = 0;
     for (const unsigned long bad : {0UL, 1UL, ~0UL, staleProv, static_cast<unsigned long>(key)}) {
@@ -121,31 +113,19 @@ TEST_F(Contexts, ListsEveryAlgorithmOnceAndStartsOver) {
             EXPECT_EQ(std::strlen(info.szName) + 1, info.dwNameLen);
         }
         EXPECT_EQ(GetLastError(), ORK_E_NO_MORE_ITEMS);
-        EXPECT_EQ(algorithms,
-                  (std::set<DWORD>{0x801E, 0x8029, 0x661E, 0x2E23, 0x2E1E, 0x2E29, 0xAA24, 0xAA1E, 0xAA25}));
+        EXPECT_EQ(algorithms, (std::set<DWORD>{0x801E, 0x8029, 0x661E, 0x2E23, 0x2E1E, 0x2E29, 0xAA24, 0xAA1E, 0xAA25}));
     }
 }
 
 TEST_F(Contexts, AnswerTheirParameters) {
     const Prov prov = Create("box");
-    const struct {
-        DWORD param;
-        std::string value;
-    } texts[] = {{ORK_PARAM_NAME, ORK_PROVIDER_NAME},
-                 {ORK_PARAM_CONTAINER, "box"},
-                 {ORK_PARAM_UNIQUE_NAME, PathOf("box")},
-                 {ORK_PARAM_HASH_PARAMS, "1.2.643.2.2.30.1"},
-                 {ORK_PARAM_CIPHER_PARAMS, "1.2.643.2.2.31.1"},
-                 {ORK_PARAM_SIGN_PARAMS, "1.2.643.2.2.35.1"},
-                 {ORK_PARAM_EXCHANGE_PARAMS, "1.2.643.2.2.36.0"}};
-    for (const auto& t : texts) {
-        CTOOString text;
-        EXPECT_OK(ORKGetProvParam(prov, t.param, text));
-        EXPECT_EQ(text, CTOOString(t.value)) << t.param;
-    }
-    DWORD number = 0;
-    EXPECT_OK(ORKGetProvParam(prov, ORK_PARAM_TYPE, number));
-    EXPECT_EQ(number, 2U);
+    const std::pair<DWORD, std::string> texts[] = {
+        {ORK_PARAM_NAME, ORK_PROVIDER_NAME},           {ORK_PARAM_CONTAINER, "box"},
+        {ORK_PARAM_UNIQUE_NAME, PathOf("box")},        {ORK_PARAM_HASH_PARAMS, "1.2.643.2.2.30.1"},
+        {ORK_PARAM_CIPHER_PARAMS, "1.2.643.2.2.31.1"}, {ORK_PARAM_SIGN_PARAMS, "1.2.643.2.2.35.1"},
+        {ORK_PARAM_EXCHANGE_PARAMS, "1.2.643.2.2.36.0"}};
+    for (const auto& [param, text] : texts) EXPECT_EQ(ProvParam<CTOOString>(prov, param), CTOOString(text)) << param;
+    EXPECT_EQ(ProvParam(prov, ORK_PARAM_TYPE), 2U);
     IdentObj value;
     const struct {
         DWORD param;
@@ -159,8 +139,7 @@ TEST_F(Contexts, AnswerTheirParameters) {
                 {ORK_PARAM_CIPHER_PARAMS, "1.2.643.2.2.31.4", 0},
                 {ORK_PARAM_NAME, "x", ORK_E_BAD_TYPE},
                 {4711, "x", ORK_E_BAD_TYPE}};
-    for (const auto& s : sets)
-        EXPECT_ERROR(ORKSetProvParam(prov, s.param, s.text, 0), s.error) << s.param << s.text;
+    for (const auto& s : sets) EXPECT_ERROR(ORKSetProvParam(prov, s.param, s.text, 0), s.error) << s.param << s.text;
     EXPECT_ERROR(ORKGetProvParam(prov, ORK_PARAM_PASSWORD, value), ORK_E_BAD_TYPE);
     EXPECT_ERROR(ORKGetProvParam(prov, ORK_PARAM_ENTRY_INFO, value), ORK_E_NOT_FOUND);
     EXPECT_ERROR(ORKGetProvParam(Verify(), ORK_PARAM_UNIQUE_NAME, value), ORK_E_BAD_KEYSET);
@@ -171,8 +150,7 @@ TEST_F(Contexts, AnswerTheirParameters) {
 TEST_F(Contexts, RandomBytesComeFromBothForms) {
     unsigned char buffer[8] = {};
     EXPECT_EQ(ORKSCApi_GetRandomByteOctet(buffer, 1, nullptr), 0U);
-    for (int i = 1; i < 8; ++i)
-        EXPECT_EQ(buffer[i], 0);
+    for (int i = 1; i < 8; ++i) EXPECT_EQ(buffer[i], 0);
     unsigned char other[32] = {};
     EXPECT_EQ(ORKSCApi::GetRandomByteOctet(other, sizeof other, nullptr), 0U);
     EXPECT_NE(std::string(reinterpret_cast<char*>(other), 32), std::string(32, '\0'));
@@ -217,18 +195,15 @@ TEST_F(Contexts, ServeManyThreads) {
     const Prov prov = Create("threads");
     const Key shared = Generate(prov, ORK_KEY_SIGNATURE);
     std::vector<std::thread> threads;
-    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             for (int round = 0; round < 10; ++round) {
                 EXPECT_TRUE(Matches(prov, shared, shared, ORK_ALG_GOSTR3411));
-                Key own;
-                EXPECT_OK(ORKGetUserKey(prov, ORK_KEY_ANY, own.Take()));
+                UserKey(prov);
             }
         });
     }
-    for (std::thread& thread : threads)
-        thread.join();
+    for (std::thread& thread : threads) thread.join();
 }
 
 }  // namespace

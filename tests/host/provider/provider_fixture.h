@@ -2,16 +2,13 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "ork/csp.h"
+#include "support/temp_folder.h"
 #include "too/ident_obj.h"
 #include "too/last_error.h"
 #include "too/string.h"
@@ -48,18 +45,14 @@ private:
     unsigned long m_handle = 0;
 };
 
-inline BOOL ReleaseContext(unsigned long handle) {
-    return ORKReleaseContext(handle, 0);
-}
+inline BOOL ReleaseContext(unsigned long handle) { return ORKReleaseContext(handle, 0); }
 
 using Prov = Handle<ReleaseContext>;
 using Key = Handle<ORKDestroyKey>;
 using Hash = Handle<ORKDestroyHash>;
 
 // The last error of a call that must fail, 0 when it did not.
-inline DWORD ErrorOf(BOOL result) {
-    return result ? 0 : GetLastError();
-}
+inline DWORD ErrorOf(BOOL result) { return result ? 0 : GetLastError(); }
 
 #define ASSERT_OK(call) ASSERT_TRUE(call) << std::hex << GetLastError()
 #define EXPECT_OK(call) EXPECT_TRUE(call) << std::hex << GetLastError()
@@ -67,15 +60,8 @@ inline DWORD ErrorOf(BOOL result) {
 
 class ProviderTest : public testing::Test {
 public:
-    ProviderTest() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "nal-provider-XXXXXX").string();
-        m_home = mkdtemp(pattern.data());
-        setenv("NAL_HOME", m_home.c_str(), 1);
-    }
-    ~ProviderTest() override {
-        unsetenv("NAL_HOME");
-        std::filesystem::remove_all(m_home);
-    }
+    ProviderTest() { setenv("NAL_HOME", m_home.c_str(), 1); }
+    ~ProviderTest() override { unsetenv("NAL_HOME"); }
 
 protected:
     std::string PathOf(const std::string& name) const { return m_home + "/csp/" + name; }
@@ -85,15 +71,13 @@ protected:
         EXPECT_OK(ORKAcquireContext(prov.Take(), nullptr, nullptr, 2, ORK_OPEN_VERIFY));
         return prov;
     }
-    static Prov Create(const char* name, const char* password = "", const char* pin = "") {
+    static Prov Create(const std::string& name, const char* password = "", const char* pin = "") {
         return Acquire(name, ORK_OPEN_NEW, password, pin);
     }
-    static Prov Open(const char* name, const char* password = "", const char* pin = "") {
-        return Acquire(name, 0, password, pin);
-    }
-    static Prov Acquire(const char* name, DWORD flags, const char* password, const char* pin) {
+    static Prov Open(const std::string& name, const char* password = "", const char* pin = "") { return Acquire(name, 0, password, pin); }
+    static Prov Acquire(const std::string& name, DWORD flags, const char* password, const char* pin) {
         Prov prov;
-        EXPECT_OK(ORKAcquireContext(prov.Take(), name, ORK_PROVIDER_NAME, 2, flags));
+        EXPECT_OK(ORKAcquireContext(prov.Take(), name.c_str(), ORK_PROVIDER_NAME, 2, flags));
         if (*password != 0) {
             EXPECT_OK(ORKSetProvParam(prov, ORK_PARAM_PASSWORD, password, 0));
         }
@@ -110,8 +94,25 @@ protected:
         EXPECT_OK(ORKGenKey(prov, algId, 0, key.Take()));
         return key;
     }
-    static Hash HashOf(unsigned long prov, const std::string& text, DWORD algId = ORK_ALG_GOSTR3411,
-                       unsigned long key = 0) {
+    static Key UserKey(unsigned long prov, DWORD type = ORK_KEY_ANY) {
+        Key key;
+        EXPECT_OK(ORKGetUserKey(prov, type, key.Take()));
+        return key;
+    }
+    // A parameter that must be there.
+    template <class Value = DWORD>
+    static Value KeyParam(unsigned long key, DWORD param) {
+        Value value{};
+        EXPECT_OK(ORKGetKeyParam(key, param, value));
+        return value;
+    }
+    template <class Value = DWORD>
+    static Value ProvParam(unsigned long prov, DWORD param) {
+        Value value{};
+        EXPECT_OK(ORKGetProvParam(prov, param, value));
+        return value;
+    }
+    static Hash HashOf(unsigned long prov, const std::string& text, DWORD algId = ORK_ALG_GOSTR3411, unsigned long key = 0) {
         Hash hash;
         EXPECT_OK(ORKCreateHash(prov, algId, key, hash.Take(), 0));
         EXPECT_OK(ORKHashData(hash, text.data(), static_cast<DWORD>(text.size()), 0));
@@ -160,14 +161,12 @@ protected:
     }
 
     static std::string ReadFile(const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-    static void WriteFile(const std::string& path, const std::string& bytes) {
-        std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+        const nal_test::Bytes bytes = nal_test::ReadFile(path);
+        return {bytes.begin(), bytes.end()};
     }
 
-    std::string m_home;
+    const nal_test::TempFolder m_folder;
+    const std::string m_home = m_folder.Path();
 };
 
 }  // namespace provider_test

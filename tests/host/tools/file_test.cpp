@@ -21,9 +21,7 @@ namespace fs = std::filesystem;
 using nal_test::ChildEnd;
 using nal_test::TempFolder;
 
-void Store(const std::string& path, const std::string& text) {
-    nal_test::WriteFile(path, text);
-}
+void Store(const std::string& path, const std::string& text) { nal_test::WriteFile(path, text); }
 
 std::string Load(const std::string& path) {
     const auto bytes = nal_test::ReadFile(path);
@@ -96,43 +94,30 @@ TEST(File, ReportsWhatIsWrongAndNamesTheFile) {
     ASSERT_EQ(0, mkfifo(folder.File("pipe").c_str(), 0600));
     fs::create_symlink("nowhere", folder.File("dangling"));
     fs::create_symlink("loop", folder.File("loop"));
-    const std::string longName = folder.File(std::string(300, 'x'));
     struct {
         std::string path;
         const char* mode;
         int code;
     } const cases[] = {
-        {folder.File("missing"), "rbc", TOO_E_FILE_NOT_FOUND},
-        {folder.File("no/such"), "wbc", TOO_E_FILE_NOT_FOUND},
-        {folder.File("dangling"), "rb", TOO_E_FILE_NOT_FOUND},
-        {folder.Path(), "rb", TOO_E_NOT_A_FILE},
-        {folder.Path(), "wb", TOO_E_NOT_A_FILE},
-        {folder.File("pipe"), "rb", TOO_E_NOT_A_FILE},
-        {folder.File("pipe"), "wb", TOO_E_NOT_A_FILE},
-        {folder.File("loop"), "rb", TOO_E_NOT_A_FILE},
-        {folder.File("file/below"), "rb", TOO_E_NOT_A_FOLDER},
-        {file, "wx", TOO_E_FILE_EXISTS},
-        {folder.File("dangling"), "wx", TOO_E_FILE_EXISTS},
-        {longName, "wb", TOO_E_BAD_ARGUMENT},
-        {file, "q", TOO_E_BAD_ARGUMENT},
-        {file, "", TOO_E_BAD_ARGUMENT},
-        {file, "rx", TOO_E_BAD_ARGUMENT},
-        {file, "rbz", TOO_E_BAD_ARGUMENT},
+        {folder.File("missing"), "rbc", TOO_E_FILE_NOT_FOUND}, {folder.File("dangling"), "rb", TOO_E_FILE_NOT_FOUND},
+        {folder.File("no/such"), "wbc", TOO_E_FILE_NOT_FOUND}, {folder.File("loop"), "rb", TOO_E_NOT_A_FILE},
+        {folder.Path(), "rb", TOO_E_NOT_A_FILE},               {folder.Path(), "wb", TOO_E_NOT_A_FILE},
+        {folder.File("pipe"), "rb", TOO_E_NOT_A_FILE},         {folder.File("pipe"), "wb", TOO_E_NOT_A_FILE},
+        {folder.File("file/below"), "rb", TOO_E_NOT_A_FOLDER}, {folder.File("dangling"), "wx", TOO_E_FILE_EXISTS},
+        {file, "wx", TOO_E_FILE_EXISTS},                       {folder.File(std::string(300, 'x')), "wb", TOO_E_BAD_ARGUMENT},
+        {file, "q", TOO_E_BAD_ARGUMENT},                       {file, "", TOO_E_BAD_ARGUMENT},
+        {file, "rx", TOO_E_BAD_ARGUMENT},                      {file, "rbz", TOO_E_BAD_ARGUMENT},
         {"", "rb", TOO_E_BAD_ARGUMENT},
     };
     for (const auto& test : cases) {
-        EXPECT_EQ(test.code, CodeOf(test.path, [&] { CTOOFile(test.path, test.mode); }))
-            << test.path << " " << test.mode;
+        EXPECT_EQ(test.code, CodeOf(test.path, [&] { CTOOFile(test.path, test.mode); })) << test.path << " " << test.mode;
     }
-    EXPECT_EQ(TOO_E_BAD_ARGUMENT,
-              CodeOf(folder.File("fi?le"), [&] { CTOOFile(folder.File(std::string("fi\0le", 5)), "wb"); }));
+    EXPECT_EQ(TOO_E_BAD_ARGUMENT, CodeOf(folder.File("fi?le"), [&] { CTOOFile(folder.File(std::string("fi\0le", 5)), "wb"); }));
     EXPECT_EQ("text", Load(file));
     EXPECT_EQ(TOO_E_SEEK, CodeOf(file, [&] { CTOOFile(file, "rb").Seek(-1); }));
     EXPECT_EQ(TOO_E_WRITE, CodeOf(file, [&] { CTOOFile(file, "rb").Write("x", 1); }));
-    EXPECT_EQ(TOO_E_READ, CodeOf(file, [&] {
-                  char c = 0;
-                  CTOOFile(file, "w").Read(&c, 1);
-              }));
+    char c = 0;
+    EXPECT_EQ(TOO_E_READ, CodeOf(file, [&] { CTOOFile(file, "w").Read(&c, 1); }));
 }
 
 TEST(File, AccessRefused) {
@@ -142,14 +127,11 @@ TEST(File, AccessRefused) {
     fs::permissions(folder.File("secret"), fs::perms::none);
     // The superuser may read everything, so the question is put as somebody else.
     EXPECT_EQ(ChildEnd::success, nal_test::RunInChild([&] {
-                  if (geteuid() == 0 && setuid(65534) != 0) _exit(1);
-                  if (CodeOf(folder.File("secret"), [&] { CTOOFile(folder.File("secret"), "rb"); }) != TOO_E_ACCESS)
-                      _exit(2);
-                  if (geteuid() == 65534 && CodeOf(folder.File("new"), [&] {
-                                                CTOOWholeFile::Store(folder.File("new"), "x", 1);
-                                            }) != TOO_E_ACCESS) {
-                      _exit(3);
-                  }
+                  const bool isRoot = geteuid() == 0;
+                  if (isRoot && setuid(65534) != 0) _exit(1);
+                  if (CodeOf(folder.File("secret"), [&] { CTOOFile(folder.File("secret"), "rb"); }) != TOO_E_ACCESS) _exit(2);
+                  const auto store = [&] { CTOOWholeFile::Store(folder.File("new"), "x", 1); };
+                  if (isRoot && CodeOf(folder.File("new"), store) != TOO_E_ACCESS) _exit(3);
               }));
 }
 
@@ -259,8 +241,9 @@ TEST(WholeFile, RefusesATargetThatIsNoFileAndReplacesALink) {
     EXPECT_EQ(TOO_E_NOT_A_FILE, CodeOf(folder.Path(), [&] { CTOOWholeFile file(folder.Path()); }));
     EXPECT_EQ(TOO_E_NOT_A_FILE, CodeOf("/dev/null", [&] { CTOOWholeFile file("/dev/null"); }));
     EXPECT_EQ(TOO_E_NOT_A_FILE, CodeOf(folder.File("x/"), [&] { CTOOWholeFile file(folder.File("x/")); }));
-    EXPECT_EQ(TOO_E_FILE_NOT_FOUND,
-              CodeOf(folder.File("no/such"), [&] { CTOOWholeFile file(folder.File("no/such")); }));
+    const std::string nowhere = folder.File("no/such");
+    EXPECT_EQ(TOO_E_FILE_NOT_FOUND, CodeOf(nowhere, [&] { CTOOWholeFile file(nowhere); }));
+    EXPECT_EQ(TOO_E_FILE_NOT_FOUND, CodeOf(nowhere, [&] { CTOOWholeFile file(nowhere, CTOOWholeFile::Unnamed); }));
 
     Store(folder.File("victim"), "old");
     fs::create_symlink("victim", folder.File("link"));
@@ -273,7 +256,6 @@ TEST(WholeFile, RefusesATargetThatIsNoFileAndReplacesALink) {
     EXPECT_EQ("x", Load(longest));
 }
 
-// What a store does when its nth step fails, or its process dies there: the target holds the old or the new content.
 TEST(WholeFile, AGroupThatCannotBeKeptBringsNobodyIn) {
     if (geteuid() != 0) GTEST_SKIP() << "needs root to make a file of another group";
     const TempFolder folder;
@@ -291,92 +273,57 @@ TEST(WholeFile, AGroupThatCannotBeKeptBringsNobodyIn) {
     EXPECT_EQ(0644U, PermissionsOf(path));
 }
 
+// When the nth step of a store fails, or its process dies there, the target holds the old or the new content.
 TEST(WholeFile, IsOldOrNewWhereverItStops) {
-    const std::string oldText(3000, 'o');
+    const TempFolder folder;
+    const std::string target = folder.File("t");
     const std::string newText(5000, 'n');
-    const TempFolder folder;
-    const std::string target = folder.File("t");
-    const auto store = [&] { CTOOWholeFile::Store(target, newText.data(), newText.size()); };
-    Store(target, oldText);
-    too_testing::ResetSteps();
-    store();
-    const unsigned steps = too_testing::GetStepCount();
-    ASSERT_EQ(4U, steps) << "write, sync, rename, sync of the folder";
-
-    for (unsigned nth = 1; nth <= steps; ++nth) {
-        Store(target, oldText);
-        {
-            const too_testing::ScopedStepFailure full(nth);
-            EXPECT_THROW(store(), XTOOFile) << nth;
-        }
-        // Only the last step comes after the rename.
-        EXPECT_EQ(nth < steps ? oldText : newText, Load(target)) << nth;
-        EXPECT_EQ(1U, CountEntries(folder.Path())) << nth;
-
-        Store(target, oldText);
-        EXPECT_EQ(ChildEnd::killed, nal_test::RunInChild([&] {
-                      too_testing::KillAtStep(nth);
-                      store();
-                  }));
-        EXPECT_EQ(nth < steps ? oldText : newText, Load(target)) << nth;
-        // A leftover of the dead process hinders nobody.
-        store();
-        EXPECT_EQ(newText, Load(target));
-        for (const auto& entry : fs::directory_iterator(folder.Path())) {
-            if (entry.path() != target) fs::remove(entry.path());
-        }
-    }
-}
-
-TEST(WholeFile, AnUnnamedOneLeavesNothingBehindThatIsIncomplete) {
-    const TempFolder folder;
-    const std::string target = folder.File("t");
-    const auto store = [&] {
-        CTOOWholeFile file(target, CTOOWholeFile::Unnamed);
-        file.Write("new content", 11);
-        EXPECT_LE(CountEntries(folder.Path()), 1U);
-        file.Commit();
-    };
-    for (const bool replaces : {false, true}) {
+    const struct {
+        bool unnamed, replaces;
+        unsigned steps;  // write, sync, rename or link (and then rename), sync of the folder
+    } cases[] = {{false, false, 4}, {false, true, 4}, {true, false, 4}, {true, true, 6}};
+    for (const auto& c : cases) {
+        const auto fill = [&](CTOOWholeFile&& file) {
+            file.Write(newText.data(), newText.size());
+            file.Commit();
+        };
+        const auto store = [&] { c.unnamed ? fill(CTOOWholeFile(target, CTOOWholeFile::Unnamed)) : fill(CTOOWholeFile(target)); };
+        const std::string before = c.replaces ? std::string(3000, 'o') : "none";
         const auto reset = [&] {
             fs::remove(target);
-            if (replaces) Store(target, "old");
+            if (c.replaces) Store(target, before);
         };
         const auto content = [&] { return CTOOFile::Exists(target) ? Load(target) : "none"; };
-        const std::string before = replaces ? "old" : "none";
         reset();
         too_testing::ResetSteps();
         store();
-        const unsigned steps = too_testing::GetStepCount();
-        ASSERT_EQ(replaces ? 6U : 4U, steps) << "write, sync, link (again, rename), sync of the folder";
-        EXPECT_EQ("new content", Load(target));
-        for (unsigned nth = 1; nth <= steps; ++nth) {
-            SCOPED_TRACE(nth);
+        ASSERT_EQ(c.steps, too_testing::GetStepCount());
+        for (unsigned nth = 1; nth <= c.steps; ++nth) {
+            SCOPED_TRACE(std::to_string(&c - cases) + " " + std::to_string(nth));
+            const std::string& expected = nth < c.steps ? before : newText;  // only the last step comes after the rename
             reset();
             {
                 const too_testing::ScopedStepFailure full(nth);
                 EXPECT_THROW(store(), XTOOFile);
             }
-            EXPECT_EQ(nth < steps ? before : "new content", content());
-            EXPECT_EQ(replaces || nth == steps ? 1U : 0U, CountEntries(folder.Path()));
+            EXPECT_EQ(expected, content());
+            EXPECT_EQ(c.replaces || nth == c.steps ? 1U : 0U, CountEntries(folder.Path()));
             reset();
             EXPECT_EQ(ChildEnd::killed, nal_test::RunInChild([&] {
                           too_testing::KillAtStep(nth);
                           store();
                       }));
-            EXPECT_EQ(nth < steps ? before : "new content", content());
-            // Only between its two names is a file that replaces another to be seen, and then it is complete.
+            EXPECT_EQ(expected, content());
+            // A leftover of the dead process hinders nobody. An unnamed one is seen between its two names only, when it is complete.
+            store();
+            EXPECT_EQ(newText, content());
             for (const auto& entry : fs::directory_iterator(folder.Path())) {
                 if (entry.path() == target) continue;
-                EXPECT_TRUE(replaces && nth + 1 == steps);
-                EXPECT_EQ("new content", Load(entry.path().string()));
+                EXPECT_TRUE(!c.unnamed || (c.replaces && nth + 1 == c.steps && Load(entry.path().string()) == newText));
                 fs::remove(entry.path());
             }
         }
     }
-    EXPECT_EQ(TOO_E_FILE_NOT_FOUND, CodeOf(folder.File("no/such"), [&] {
-                  CTOOWholeFile file(folder.File("no/such"), CTOOWholeFile::Unnamed);
-              }));
 }
 
 // ---- folders ----
@@ -391,8 +338,9 @@ TEST(Folder, MakesFindsAndRemoves) {
     EXPECT_TRUE(CTOOFolder::Delete(folder.File("a/b/c")));
     EXPECT_FALSE(CTOOFolder::Delete(folder.File("a/b/c")));
     Store(folder.File("file"), "x");
-    EXPECT_EQ(TOO_E_NOT_A_FOLDER, CodeOf(folder.File("file"), [&] { CTOOFolder::MakeFolder(folder.File("file/x")); }));
-    EXPECT_EQ(TOO_E_NOT_A_FOLDER, CodeOf(folder.File("file"), [&] { CTOOFolder::MakeFolder(folder.File("file")); }));
+    for (const char* name : {"file/x", "file"}) {
+        EXPECT_EQ(TOO_E_NOT_A_FOLDER, CodeOf(folder.File("file"), [&] { CTOOFolder::MakeFolder(folder.File(name)); }));
+    }
     EXPECT_FALSE(CTOOFolder::Exists(folder.File("file")));
 }
 
@@ -408,8 +356,7 @@ TEST(Folder, UniqueNames) {
 
 TEST(FindFile, MatchesSortedAndByKind) {
     const TempFolder folder;
-    for (const char* name : {"b_trl.p7s", "a_trl.p7s", "a_trl.p7s.bak", ".hidden.p7s", "abc", "p7s"})
-        Store(folder.File(name), "");
+    for (const char* name : {"b_trl.p7s", "a_trl.p7s", "a_trl.p7s.bak", ".hidden.p7s", "abc", "p7s"}) Store(folder.File(name), "");
     CTOOFolder::MakeFolder(folder.File("folder_trl.p7s"));
     fs::create_symlink(folder.Path(), folder.File("link"));
     struct {
@@ -419,19 +366,18 @@ TEST(FindFile, MatchesSortedAndByKind) {
     } const cases[] = {
         {"*_trl.p7s", CTOOFindFile::c_files, "a_trl.p7s b_trl.p7s "},
         {"*_trl.p7s", CTOOFindFile::c_all, "a_trl.p7s b_trl.p7s folder_trl.p7s "},
-        {"*", CTOOFindFile::c_folders, "folder_trl.p7s link "},
-        {"a*", CTOOFindFile::c_files, "a_trl.p7s a_trl.p7s.bak abc "},
-        {"a?c", CTOOFindFile::c_files, "abc "},
-        {"*.*.*", CTOOFindFile::c_files, "a_trl.p7s.bak "},
         {"**p*7s", CTOOFindFile::c_files, "a_trl.p7s b_trl.p7s p7s "},
+        {"a*", CTOOFindFile::c_files, "a_trl.p7s a_trl.p7s.bak abc "},
+        {"*.*.*", CTOOFindFile::c_files, "a_trl.p7s.bak "},
+        {"*", CTOOFindFile::c_folders, "folder_trl.p7s link "},
         {".*", CTOOFindFile::c_all, ".hidden.p7s "},
+        {"a?c", CTOOFindFile::c_files, "abc "},
         {"", CTOOFindFile::c_all, ""},
     };
     for (const auto& test : cases) {
         CTOOFindFile find(folder.Path(), test.mask, test.kind);
         std::string names;
-        for (CTOOString name; find.Next(name);)
-            names += name.str() + " ";
+        for (CTOOString name; find.Next(name);) names += name.str() + " ";
         EXPECT_EQ(test.names, names) << test.mask;
     }
     EXPECT_TRUE(CTOOFindFile(folder.File("missing")).GetNames().empty());

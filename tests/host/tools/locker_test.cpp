@@ -5,7 +5,6 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -18,6 +17,7 @@
 #include <vector>
 
 #include "support/child.h"
+#include "support/status_of.h"
 #include "support/temp_folder.h"
 #include "too/status.h"
 
@@ -27,39 +27,25 @@ using IPC::CreateReadLockerDeprecated;
 using IPC::CreateWriteLockerDeprecated;
 using nal_test::Child;
 using nal_test::ChildEnd;
-
-// Bytes between two processes, to say that a point was reached and to wait for it.
-class Signal {
-public:
-    Signal() {
-        if (pipe(m_ends.data()) != 0) throw XTOOStatus(TOO_E_INTERNAL, "pipe");
-    }
-    ~Signal() {
-        close(m_ends[0]);
-        close(m_ends[1]);
-    }
-    Signal(const Signal&) = delete;
-    Signal& operator=(const Signal&) = delete;
-
-    void Send() const { ASSERT_EQ(1, write(m_ends[1], "x", 1)); }
-    void Await() const {
-        char c = 0;
-        ASSERT_EQ(1, read(m_ends[0], &c, 1));
-    }
-
-private:
-    std::array<int, 2> m_ends{};
-};
+using nal_test::Pipe;
 
 class Locker : public testing::Test {
 protected:
     Locker() { setenv("NAL_HOME", m_folder.Path().c_str(), 1); }
 
-    // Raises a number in a file by reading and writing it, which loses counts unless others are kept out.
-    void Raise() const {
+    // The number in a file; raised by reading and writing it, it loses counts unless others are kept out.
+    int Number() const {
         const auto bytes = nal_test::ReadFile(m_folder.File("number"));
-        const int number = std::stoi(std::string(bytes.begin(), bytes.end()));
-        nal_test::WriteFile(m_folder.File("number"), std::to_string(number + 1));
+        return std::stoi(std::string(bytes.begin(), bytes.end()));
+    }
+    void Write(int number) const { nal_test::WriteFile(m_folder.File("number"), std::to_string(number)); }
+
+    // Whether the file of the lock "name" is locked by somebody.
+    bool IsLocked() const {
+        const int file = open(m_folder.File("locks/name.lock").c_str(), O_RDWR | O_CLOEXEC);
+        const bool locked = flock(file, LOCK_EX | LOCK_NB) != 0;
+        close(file);
+        return locked;
     }
 
     nal_test::TempFolder m_folder;
@@ -67,25 +53,21 @@ protected:
 
 TEST_F(Locker, AWriterIsAloneAmongProcessesAndThreads) {
     constexpr int rounds = 100;
-    nal_test::WriteFile(m_folder.File("number"), std::string("0"));
+    Write(0);
     const auto work = [&] {
         for (int i = 0; i < rounds; ++i) {
             const auto lock = CreateWriteLockerDeprecated("_A_B");
-            Raise();
+            Write(Number() + 1);
         }
     };
-    {
-        Child first(work);
-        Child second(work);
-        std::thread third(work);
-        std::thread fourth(work);
-        third.join();
-        fourth.join();
-        EXPECT_EQ(ChildEnd::success, first.Wait());
-        EXPECT_EQ(ChildEnd::success, second.Wait());
-    }
-    const auto bytes = nal_test::ReadFile(m_folder.File("number"));
-    EXPECT_EQ(std::to_string(4 * rounds), std::string(bytes.begin(), bytes.end()));
+    Child first(work);
+    Child second(work);
+    std::thread third(work);
+    std::thread fourth(work);
+    third.join();
+    fourth.join();
+    for (Child* child : {&first, &second}) EXPECT_EQ(ChildEnd::success, child->Wait());
+    EXPECT_EQ(4 * rounds, Number());
 }
 
 TEST_F(Locker, ReadersShareAndKeepWritersOut) {
@@ -95,8 +77,7 @@ TEST_F(Locker, ReadersShareAndKeepWritersOut) {
         const auto mine = CreateReadLockerDeprecated("name");
         // Would never end if readers excluded one another.
         std::thread([&] { const auto other = CreateReadLockerDeprecated("name"); }).join();
-        EXPECT_EQ(ChildEnd::success,
-                  nal_test::RunInChild([&] { const auto other = CreateReadLockerDeprecated("name"); }));
+        EXPECT_EQ(ChildEnd::success, nal_test::RunInChild([] { CreateReadLockerDeprecated("name"); }));
         writer = std::thread([&] {
             const auto lock = CreateWriteLockerDeprecated("name");
             written = true;
@@ -130,22 +111,17 @@ TEST_F(Locker, IsRecursiveByThread) {
         EXPECT_TRUE(entered);
     }
     const auto reader = CreateReadLockerDeprecated("name");
-    try {
-        CreateWriteLockerDeprecated("name");
-        ADD_FAILURE() << "a reader became a writer";
-    } catch (const XTOOStatus& failure) {
-        EXPECT_EQ(TOO_E_LOCK, failure.GetCode());
-    }
+    EXPECT_EQ(TOO_E_LOCK, nal_test::StatusOf([] { CreateWriteLockerDeprecated("name"); })) << "a reader became a writer";
 }
 
 TEST_F(Locker, ADeadProcessLeavesNoLock) {
-    const Signal held;
+    const Pipe held;
     Child child([&] {
         const auto lock = CreateWriteLockerDeprecated("name");
-        held.Send();
+        held.Send("!");
         pause();
     });
-    held.Await();
+    held.Receive();
     auto waiting = std::async(std::launch::async, [] { const auto lock = CreateWriteLockerDeprecated("name"); });
     EXPECT_EQ(std::future_status::timeout, waiting.wait_for(std::chrono::seconds(0)));
     child.Kill();
@@ -155,16 +131,14 @@ TEST_F(Locker, ADeadProcessLeavesNoLock) {
 
 TEST_F(Locker, AForkedChildHoldsNothingOfItsParent) {
     auto lock = CreateWriteLockerDeprecated("name");
-    const Signal started;
+    const Pipe started;
     Child child([&] {
         lock.reset();  // the parent's, so nothing happens
-        started.Send();
+        started.Send("!");
         const auto own = CreateWriteLockerDeprecated("name");
     });
-    started.Await();
-    const int file = open(m_folder.File("locks/name.lock").c_str(), O_RDWR | O_CLOEXEC);
-    EXPECT_EQ(-1, flock(file, LOCK_EX | LOCK_NB));
-    close(file);
+    started.Receive();
+    EXPECT_TRUE(IsLocked());
     lock.reset();
     EXPECT_EQ(ChildEnd::success, child.Wait());
 }
@@ -211,9 +185,7 @@ TEST_F(Locker, ALockFileThatIsReplacedMeanwhileIsTakenAnew) {
     close(removed);
     entered.get_future().wait();
     // What others find under the name is locked.
-    const int present = open(path.c_str(), O_RDWR | O_CLOEXEC);
-    EXPECT_EQ(-1, flock(present, LOCK_EX | LOCK_NB));
-    close(present);
+    EXPECT_TRUE(IsLocked());
     checked.set_value();
     waiting.join();
 }
@@ -221,13 +193,10 @@ TEST_F(Locker, ALockFileThatIsReplacedMeanwhileIsTakenAnew) {
 TEST_F(Locker, NamesOfAnyBytesAndLengthMakeFilesInTheLockFolder) {
     const std::string longName(5000, 'L');
     std::vector<std::unique_ptr<IPC::CLocker>> locks;
-    for (const std::string& name : {std::string("a/b"), std::string("a_b"), std::string("../../x"),
-                                    std::string("\0", 1), std::string("a%2Fb"), longName + "1", longName + "2"}) {
-        locks.push_back(CreateWriteLockerDeprecated(name));
-    }
+    const std::string names[] = {"a/b", "a_b", "../../x", std::string("\0", 1), "a%2Fb", longName + "1", longName + "2"};
+    for (const std::string& name : names) locks.push_back(CreateWriteLockerDeprecated(name));
     std::size_t files = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(m_folder.File("locks")))
-        files += entry.is_regular_file();
+    for (const auto& entry : std::filesystem::directory_iterator(m_folder.File("locks"))) files += entry.is_regular_file();
     EXPECT_EQ(locks.size(), files);
     EXPECT_THROW(CreateReadLockerDeprecated(""), XTOOStatus);
 }

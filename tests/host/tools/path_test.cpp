@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <optional>
 #include <string>
 
 namespace {
@@ -13,17 +12,9 @@ TEST(Path, SplitsAndJoins) {
         const char *path, *folder, *name;
         bool isFull;
     } const cases[] = {
-        {"/a/b/c.txt", "/a/b", "c.txt", true},
-        {"a/b", "a", "b", true},
-        {"/a", "/", "a", true},
-        {"a", "", "a", false},
-        {"/a/b/", "/a/b", "", true},
-        {"", "", "", false},
-        {"/", "/", "", true},
-        {"a//b", "a", "b", true},
-        {"///a", "/", "a", true},
-        {"../x", "..", "x", true},
-        {"\\a", "", "\\a", false},
+        {"/a/b/c.txt", "/a/b", "c.txt", true}, {"/a/b/", "/a/b", "", true}, {"/a", "/", "a", true}, {"a/b", "a", "b", true},
+        {"../x", "..", "x", true},             {"a//b", "a", "b", true},    {"/", "/", "", true},   {"a", "", "a", false},
+        {"\\a", "", "\\a", false},             {"///a", "/", "a", true},    {"", "", "", false},
     };
     for (const auto& test : cases) {
         CTOOString folder = "before";
@@ -47,32 +38,10 @@ TEST(Path, ConvertsBackslashes) {
     const char* pairs[][2] = {
         {"C:\\dir\\file", "/dir/file"}, {"dir\\file", "dir/file"}, {"C:file", "C:file"}, {"/a/b", "/a/b"}, {"", ""},
         {"\\\\host\\x", "//host/x"}};
-    for (const auto& [from, to] : pairs)
-        EXPECT_EQ(to, toolsunix::FilenameConvertor(from));
+    for (const auto& [from, to] : pairs) EXPECT_EQ(to, toolsunix::FilenameConvertor(from));
 }
 
-// Sets a variable of the environment, or takes it out, until the end of the scope.
-class ScopedVariable {
-public:
-    ScopedVariable(const char* name, const char* value) : m_name(name) {
-        if (const char* old = std::getenv(name)) m_old = old;
-        Set(value);
-    }
-    ~ScopedVariable() { Set(m_old ? m_old->c_str() : nullptr); }
-    ScopedVariable(const ScopedVariable&) = delete;
-    ScopedVariable& operator=(const ScopedVariable&) = delete;
-
-private:
-    void Set(const char* value) const {
-        if (value) {
-            setenv(m_name, value, 1);
-        } else {
-            unsetenv(m_name);
-        }
-    }
-    const char* m_name;
-    std::optional<std::string> m_old;
-};
+void Set(const char* name, const char* value) { value != nullptr ? setenv(name, value, 1) : unsetenv(name); }
 
 TEST(Path, HomeFollowsTheEnvironment) {
     struct {
@@ -84,12 +53,16 @@ TEST(Path, HomeFollowsTheEnvironment) {
         {nullptr, "relative", "/u", "/u/.local/share/nal/csp"},
         {nullptr, nullptr, "/u", "/u/.local/share/nal/csp"},
     };
+    const char* userBefore = std::getenv("HOME");
+    const std::string user = userBefore != nullptr ? userBefore : "";
     for (const auto& test : cases) {
-        const ScopedVariable home("NAL_HOME", test.home);
-        const ScopedVariable data("XDG_DATA_HOME", test.data);
-        const ScopedVariable user("HOME", test.user);
+        Set("NAL_HOME", test.home);
+        Set("XDG_DATA_HOME", test.data);
+        Set("HOME", test.user);
         EXPECT_EQ(test.expected, GetTarnCSPPath());
     }
+    for (const char* name : {"NAL_HOME", "XDG_DATA_HOME"}) Set(name, nullptr);
+    Set("HOME", userBefore != nullptr ? user.c_str() : nullptr);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "support/child.h"
+#include "support/status_of.h"
 #include "support/temp_folder.h"
 #include "too/status.h"
 #include "too/testing.h"
@@ -30,6 +31,14 @@ protected:
 
     CRecFile Open(unsigned char mode = CRecFile::c_create) const {
         return CRecFile(m_path.c_str(), mode, c_recordSize, c_headerSize);
+    }
+
+    // A new file with a record for each letter.
+    void Fill(const std::string& letters) const {
+        CRecFile file = Open();
+        for (const char c : letters) {
+            if (!file.Add(Record(c).data())) throw XTOOStatus(file.GetReturnCode());
+        }
     }
 
     // The records' letters, which is all that tells them apart; a record that is not whole shows as "?".
@@ -59,15 +68,11 @@ protected:
 };
 
 TEST_F(RecFile, AddsPutsGetsAndKeeps) {
-    {
-        CRecFile file = Open();
-        EXPECT_EQ(0, file.Size());
-        for (const char c : {'a', 'b', 'c'})
-            EXPECT_TRUE(file.Add(Record(c).data()));
-        EXPECT_TRUE(file.Put(1, Record('B').data()));
-        EXPECT_TRUE(file.PutHeader(std::string(c_headerSize, 'h').data()));
-        EXPECT_EQ(0, file.GetReturnCode());
-    }
+    Fill("");
+    EXPECT_EQ("", Show());
+    Fill("abc");
+    EXPECT_TRUE(Open().Put(1, Record('B').data()));
+    EXPECT_TRUE(Open().PutHeader(std::string(c_headerSize, 'h').data()));
     EXPECT_EQ("aBc", Show());
     EXPECT_EQ(std::string(c_headerSize, 'h'), Header());
 
@@ -84,10 +89,7 @@ TEST_F(RecFile, AddsPutsGetsAndKeeps) {
 }
 
 TEST_F(RecFile, ReturnCodes) {
-    {
-        CRecFile file = Open();
-        file.Add(Record('a').data());
-    }
+    Fill("a");
     CRecFile file = Open(CRecFile::c_read);
     std::string record = Record('-');
     for (const long beyond : {1L, -1L, 1L << 40}) {
@@ -113,18 +115,10 @@ TEST_F(RecFile, ReturnCodes) {
 }
 
 TEST_F(RecFile, RefusesWhatIsNoRecordFileOfItsSizes) {
-    {
-        CRecFile file = Open();
-        file.Add(Record('a').data());
-    }
+    Fill("a");
     const auto good = nal_test::ReadFile(m_path);
     const auto codeOf = [&](long recordSize, long headerSize, unsigned char mode) {
-        try {
-            const CRecFile file(m_path.c_str(), mode, recordSize, headerSize);
-        } catch (const XTOOFile& failure) {
-            return failure.GetCode();
-        }
-        return 0;
+        return nal_test::StatusOf([&] { const CRecFile file(m_path.c_str(), mode, recordSize, headerSize); });
     };
     EXPECT_EQ(TOO_E_BAD_STRUCTURE, codeOf(95, c_headerSize, 2));
     EXPECT_EQ(TOO_E_BAD_STRUCTURE, codeOf(c_recordSize, 0, 2));
@@ -148,11 +142,7 @@ TEST_F(RecFile, RefusesWhatIsNoRecordFileOfItsSizes) {
 }
 
 TEST_F(RecFile, ATornLastRecordIsNoRecord) {
-    {
-        CRecFile file = Open();
-        file.Add(Record('a').data());
-        file.Add(Record('b').data());
-    }
+    Fill("ab");
     const auto whole = nal_test::ReadFile(m_path);
     for (long cut = 1; cut < c_recordSize; cut += 13) {
         nal_test::WriteFile(m_path, whole.data(), whole.size() - static_cast<std::size_t>(cut));
@@ -165,11 +155,7 @@ TEST_F(RecFile, ATornLastRecordIsNoRecord) {
 
 // Bytes of the file are changed or cut at will: nothing crashes, and every answer is an error or whole records.
 TEST_F(RecFile, DamagedFilesAreReadWithoutHarm) {
-    {
-        CRecFile file = Open();
-        for (const char c : {'a', 'b', 'c'})
-            file.Add(Record(c).data());
-    }
+    Fill("abc");
     const auto good = nal_test::ReadFile(m_path);
     for (std::size_t at = 0; at < 16 + 8 + 96 + 32; ++at) {
         for (const int value : {0x00, 0xFF, 0x01}) {
@@ -201,16 +187,11 @@ TEST_F(RecFile, AChangeIsWholeWhereverItStops) {
         {"Add", [](CRecFile& file) { return file.Add(Record('d').data()); }, "abcd", 'h'},
         {"Put", [](CRecFile& file) { return file.Put(1, Record('d').data()); }, "adc", 'h'},
         {"PutHeader", [](CRecFile& file) { return file.PutHeader(std::string(c_headerSize, 'H').data()); }, "abc", 'H'},
-        {"ReplaceAll", [](CRecFile& file) { return file.ReplaceAll((Record('x') + Record('y')).data(), 2); }, "xy",
-         'h'},
+        {"ReplaceAll", [](CRecFile& file) { return file.ReplaceAll((Record('x') + Record('y')).data(), 2); }, "xy", 'h'},
     };
     const std::string oldHeader(c_headerSize, 'h');
-    {
-        CRecFile file = Open();
-        for (const char c : {'a', 'b', 'c'})
-            file.Add(Record(c).data());
-        file.PutHeader(oldHeader.data());
-    }
+    Fill("abc");
+    Open().PutHeader(oldHeader.data());
     const auto before = nal_test::ReadFile(m_path);
     for (const auto& test : cases) {
         const std::string newHeader(c_headerSize, test.header);
@@ -226,10 +207,8 @@ TEST_F(RecFile, AChangeIsWholeWhereverItStops) {
             EXPECT_EQ(records + "z", Show());
         };
         too_testing::ResetSteps();
-        {
-            CRecFile file = Open();
-            ASSERT_TRUE(test.change(file));
-        }
+        CRecFile changed = Open();
+        ASSERT_TRUE(test.change(changed));
         const unsigned steps = too_testing::GetStepCount();
         ASSERT_GE(steps, 4U);
         for (unsigned nth = 1; nth <= steps; ++nth) {
@@ -261,20 +240,11 @@ TEST_F(RecFile, AChangeIsWholeWhereverItStops) {
 TEST_F(RecFile, ProcessesShareAFile) {
     constexpr int processes = 4;
     constexpr int records = 20;
-    {
-        std::list<nal_test::Child> children;
-        for (int process = 0; process < processes; ++process) {
-            children.emplace_back([this, process] {
-                CRecFile file = Open();
-                for (int i = 0; i < records; ++i) {
-                    if (!file.Add(Record(static_cast<char>('a' + process)).data()))
-                        throw XTOOStatus(file.GetReturnCode());
-                }
-            });
-        }
-        for (auto& child : children)
-            EXPECT_EQ(ChildEnd::success, child.Wait());
+    std::list<nal_test::Child> children;
+    for (int process = 0; process < processes; ++process) {
+        children.emplace_back([&, process] { Fill(std::string(records, static_cast<char>('a' + process))); });
     }
+    for (auto& child : children) EXPECT_EQ(ChildEnd::success, child.Wait());
     const std::string shown = Show();
     for (int process = 0; process < processes; ++process) {
         EXPECT_EQ(records, std::count(shown.begin(), shown.end(), static_cast<char>('a' + process)));

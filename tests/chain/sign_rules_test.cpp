@@ -6,6 +6,7 @@
 #include "nal/verify.h"
 #include "ork/csp.h"
 #include "support/certificate_parts.h"
+#include "support/status_of.h"
 #include "too/testing.h"
 
 namespace {
@@ -27,9 +28,8 @@ BuiltExtension Period(const FILETIME& from, const FILETIME& to) { return Period(
 
 const BuiltExtension kSigns = Usage(CNALKeyUsage::DigitalSignature);
 const BuiltExtension kCA = BasicConstraints(true);
-const BuiltExtension kDamaged{"", false, Filled(0x55, 3)};
 
-BuiltExtension Damaged(const char* oid) { return {oid, false, kDamaged.value}; }
+BuiltExtension Damaged(const char* oid) { return {oid, false, Filled(0x55, 3)}; }
 
 // 0 when it may, else the last error.
 DWORD Refusal(const CertBuilder& builder, bool useTime = false, const FILETIME& time = {0, 0}) {
@@ -170,15 +170,9 @@ TEST(Usages, NothingIsKnownOfThem) {
     std::list<CTOOString> usages{"1.2"};
     bool all = true;
     NALGetEnhancedKeyUsage(CNALCertContext(CertBuilder().Build()).GetContext(), 0, usages, all);
-    EXPECT_EQ(usages, std::list<CTOOString>{"1.2"});
-    EXPECT_TRUE(all);
-    for (const std::size_t count : {0, 1, 2}) {
-        usages = {"1.2"};
-        all = true;
-        NALCertGetValidUsages(std::vector<CNALCertContext>(count), usages, all);
-        EXPECT_TRUE(usages.empty());
-        EXPECT_FALSE(all);
-    }
+    EXPECT_TRUE(all && usages == std::list<CTOOString>{"1.2"});
+    NALCertGetValidUsages(std::vector<CNALCertContext>(2), usages, all);
+    EXPECT_TRUE(!all && usages.empty());
 }
 
 TEST(VerifyParams, OpenAHash) {
@@ -186,7 +180,7 @@ TEST(VerifyParams, OpenAHash) {
         SCOPED_TRACE(oid != nullptr ? oid : "null");
         CNALVerifyParams params(oid);
         EXPECT_EQ(params.GetHashOID(), oid != nullptr && *oid != '\0' ? oid : "1.2.643.2.2.9");
-        EXPECT_TRUE(ORKHashData(params.GetHash(), kDamaged.value.GetData(), 3, 0));
+        EXPECT_TRUE(ORKHashData(params.GetHash(), "abc", 3, 0));
         const CNALVerifyParams copy(params);
         EXPECT_EQ(copy.GetHashAlgId(), params.GetHashAlgId());
         EXPECT_EQ(copy.GetProvider().GetProviderHandle(), params.GetProvider().GetProviderHandle());
@@ -197,17 +191,10 @@ TEST(VerifyParams, OpenAHash) {
         IdentObj value;
         EXPECT_FALSE(ORKGetHashParam(hash, ORK_HASH_PARAM_VALUE, value)) << "the hash went with its owner";
     }
-    const auto textOf = [](const char* oid) {
-        try {
-            const CNALVerifyParams params(oid);
-            return CTOOString("none");
-        } catch (const XTOOStatus& status) {
-            return status.GetText();
-        }
-    };
-    EXPECT_EQ(textOf("1.3.14.3.2.26"), "CNALProvider::Init") << "no provider here has that hash";
+    const auto failureOf = [](const char* oid) { return FailureOf([&] { const CNALVerifyParams params(oid); }); };
+    EXPECT_TRUE(failureOf("1.3.14.3.2.26").ends_with(" CNALProvider::Init")) << "no provider here has that hash";
     const too_testing::ScopedCallFailure failure("ORKCreateHash", ORK_E_BAD_LENGTH);
-    EXPECT_EQ(textOf(nullptr), "ORKCreateHash");
+    EXPECT_TRUE(failureOf(nullptr).ends_with(" ORKCreateHash"));
 }
 
 }  // namespace

@@ -15,11 +15,8 @@ namespace {
 
 using nal_test::Der;
 using nal_test::FromHexText;
+using nal_test::FromText;
 using nal_test::StatusOf;
-
-IdentObj FromText(const char* text) {
-    return {text, static_cast<unsigned>(std::string(text).size())};
-}
 
 std::vector<std::string> Texts(const std::list<CTOOString>& list) {
     std::vector<std::string> texts;
@@ -111,14 +108,10 @@ TEST(PublicKey, ReadsWhatItWrites) {
     EXPECT_EQ(key.GetObjectSize(), der.GetSize());
 
     const nal_test::TempFolder folder;
-    const CTOOString path(folder.File("key"));
-    {
-        CTOOFile file(path, "wb");
-        file.Write("head", 4);
-        EXPECT_EQ(key.WriteData(file), der.GetSize());
-        file.Write("tail", 4);
-    }
-    CTOOFile file(path, "rb");
+    CTOOFile file(folder.File("key"), "wb+");
+    file.Write("head", 4);
+    EXPECT_EQ(key.WriteData(file), der.GetSize());
+    file.Write("tail", 4);
     file.Seek(4);
     CNALCertPublicKeyInfo read;
     EXPECT_EQ(read.ReadData(file), der.GetSize());
@@ -173,15 +166,10 @@ TEST(PublicKey, ComparisonsAreConjunctions) {
     const CNALCertPublicKeyInfo low = KeyOf("01");
     const CNALCertPublicKeyInfo high = KeyOf("02");
     // The algorithms are equal, so neither "less" nor "greater" nor "unequal" holds.
-    EXPECT_FALSE(low == high);
-    EXPECT_FALSE(low != high);
-    EXPECT_FALSE(low < high);
-    EXPECT_FALSE(high > low);
+    EXPECT_FALSE(low == high || low != high || low < high || high > low);
     CNALCertPublicKeyInfo other = high;
     other.m_algorithm.m_algorithm = FromText("1.2.643.2.2.20");
-    EXPECT_TRUE(low != other);
-    EXPECT_TRUE(low < other);
-    EXPECT_TRUE(other > low);
+    EXPECT_TRUE(low != other && low < other && other > low);
 }
 
 TEST(PublicKey, ProviderBlob) {
@@ -212,10 +200,9 @@ TEST(Algorithms, NumbersOfOids) {
         const char* oid;
         unsigned algId, extra;
     } const cases[] = {
-        {"1.2.643.2.2.9", 0x801E, 0},       {"1.2.643.2.2.19", 0x2E23, 0},
-        {"1.2.643.2.2.20", 0x2E1E, 0},      {"1.2.643.2.2.98", 0xAA24, 0},
-        {"1.2.643.2.2.3", 0x801E, 0x2E23},  {"1.2.643.2.2.4", 0x801E, 0x2E1E},
-        {"1.2.643.2.2.21", 0x661E, 0},      {"1.3.6.1.4.1.47474.2.1.1.2", 0x8029, 0},
+        {"1.2.643.2.2.9", 0x801E, 0},      {"1.2.643.2.2.19", 0x2E23, 0},     {"1.2.643.2.2.20", 0x2E1E, 0},
+        {"1.2.643.2.2.3", 0x801E, 0x2E23}, {"1.2.643.2.2.4", 0x801E, 0x2E1E}, {"1.2.643.2.2.98", 0xAA24, 0},
+        {"1.2.643.2.2.21", 0x661E, 0},     {"1.3.6.1.4.1.47474.2.1.1.2", 0x8029, 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.oid);

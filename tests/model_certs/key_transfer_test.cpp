@@ -49,19 +49,17 @@ TEST_F(KeyTransfer, ExportedKeysImport) {
         EXPECT_EQ(parameters, c.parameters);
         EXPECT_EQ(info.GetKeyLength(), c.length);
 
-        unsigned long imported = 0;
-        ASSERT_TRUE(NALIportPKInfo(m_provider, info, &imported));
-        CNALCertPublicKeyInfo again;
-        EXPECT_TRUE(NALExportPKInfo(m_provider, imported, again));
-        EXPECT_EQ(again, info);
-        EXPECT_TRUE(ORKDestroyKey(imported));
-
-        // The blob that the library makes of the same key imports to the same key.
+        // The blob that the library makes of the key imports to the same key.
         const IdentObj blob = NALConvertPublicKeyInfo(info);
-        ASSERT_TRUE(ORKImportKey(m_provider, blob.GetData(), blob.GetSize(), 0, 0, &imported));
-        EXPECT_TRUE(NALExportPKInfo(m_provider, imported, again));
-        EXPECT_EQ(again, info);
-        EXPECT_TRUE(ORKDestroyKey(imported));
+        for (const bool byBlob : {false, true}) {
+            unsigned long imported = 0;
+            ASSERT_TRUE(byBlob ? ORKImportKey(m_provider, blob.GetData(), blob.GetSize(), 0, 0, &imported)
+                               : NALIportPKInfo(m_provider, info, &imported));
+            CNALCertPublicKeyInfo again;
+            EXPECT_TRUE(NALExportPKInfo(m_provider, imported, again));
+            EXPECT_EQ(again, info);
+            EXPECT_TRUE(ORKDestroyKey(imported));
+        }
         EXPECT_TRUE(ORKDestroyKey(key));
     }
 }

@@ -18,11 +18,11 @@ using nal_test::Wrap;
 constexpr char kKey[] = "300C 3004 0602 2A03 0304 00 ABCDEF";
 constexpr char kExtensionRequest[] = "301D 0609 2A864886F70D01090E 3110 300E 300C 0603 551D0F 0405 0303 07 8000";
 
-IdentObj MakeContent(const std::vector<std::string>& parts) {
+/// A SEQUENCE of these elements, in hexadecimal.
+IdentObj Sequence(const std::vector<std::string>& parts, asnt::Tag tag = asnt::tag::Sequence) {
     std::vector<IdentObj> elements;
-    elements.reserve(parts.size());
     for (const std::string& part : parts) elements.push_back(FromHexText(part));
-    return Wrap(asnt::tag::Sequence, elements);
+    return Wrap(tag, elements);
 }
 
 CNALPKCS10Data ReadContent(const IdentObj& der) {
@@ -54,7 +54,7 @@ CNALSecondSignature MakeSecondSignature() {
 }
 
 TEST(Request, GivesFieldsAndWritesWhatItRead) {
-    const IdentObj content = MakeContent({"020100", kName, kKey, "A000"});
+    const IdentObj content = Sequence({"020100", kName, kKey, "A000"});
     const IdentObj der = Wrap(asnt::tag::Sequence, {content, FromHexText(kAlgorithm), FromHexText(kSignature)});
     IdentObj padded = der;
     padded.Append("behind", 6);
@@ -94,13 +94,13 @@ TEST(Request, AcceptsAndRefusesShapes) {
         {"a damaged attribute", {"020100", kName, kKey, "A002 0500"}, false},
     };
     for (const auto& c : cases) {
-        const IdentObj der = Wrap(asnt::tag::Sequence, {MakeContent(c.parts), FromHexText(kAlgorithm), FromHexText(kSignature)});
+        const IdentObj der = Wrap(asnt::tag::Sequence, {Sequence(c.parts), FromHexText(kAlgorithm), FromHexText(kSignature)});
         EXPECT_EQ(StatusOf([&] { ReadRequest(der); }), c.accepted ? TOO_OK : TOO_E_BAD_STRUCTURE) << c.what;
     }
 }
 
 TEST(Request, CarriesExtensions) {
-    CNALPKCS10Data data = ReadContent(MakeContent({"020100", kName, kKey, std::string("A01F") + kExtensionRequest}));
+    CNALPKCS10Data data = ReadContent(Sequence({"020100", kName, kKey, std::string("A01F") + kExtensionRequest}));
     CNALKeyUsage usage;
     ASSERT_TRUE(usage.ReadFrom(data.GetExtensions(), c_NAL_OID_KEY_USAGE));
     EXPECT_EQ(usage.GetFlags(), static_cast<unsigned>(CNALKeyUsage::DigitalSignature));
@@ -132,7 +132,7 @@ TEST(SecondSignature, IsReadTakenOutAndRefused) {
                   read.ReadData(cut.GetData(), cut.GetSize());
               }), 0u);
 
-    CNALPKCS10Data data = ReadContent(MakeContent({"020100", kName, kKey, std::string("A01F") + kExtensionRequest}));
+    CNALPKCS10Data data = ReadContent(Sequence({"020100", kName, kKey, std::string("A01F") + kExtensionRequest}));
     const IdentObj without = data.WriteData();
     CNALSecondSignature read;
     EXPECT_FALSE(data.GetSecondSignature(read));
@@ -160,7 +160,7 @@ TEST(SecondSignature, IsReadTakenOutAndRefused) {
 }
 
 TEST(SignedEnvelope, ReadsWritesAndReports) {
-    const IdentObj der = Wrap(asnt::tag::Sequence, {FromHexText("3003 020101"), FromHexText(kAlgorithm), FromHexText(kSignature)});
+    const IdentObj der = Sequence({"3003 020101", kAlgorithm, kSignature});
     CNALSignedData envelope;
     int err = -1;
     EXPECT_EQ(envelope.ReadData(der.GetData(), der.GetSize(), &err), der.GetSize());
@@ -170,16 +170,14 @@ TEST(SignedEnvelope, ReadsWritesAndReports) {
     EXPECT_EQ(envelope.WriteData(&err), der);
 
     const std::vector<IdentObj> bad = {
-        Wrap(asnt::tag::Sequence, {FromHexText("3000"), FromHexText(kAlgorithm)}),
-        Wrap(asnt::tag::Sequence, {FromHexText("3000"), FromHexText(kAlgorithm), FromHexText(kSignature), FromHexText("0500")}),
-        Wrap(asnt::tag::Sequence, {FromHexText("3000"), FromHexText(kAlgorithm), FromHexText("0402 ABCD")}),
-        Wrap(asnt::tag::Sequence, {FromHexText("3000"), FromHexText(kAlgorithm), FromHexText("0302 09FF")}),
-        Wrap(asnt::tag::Set, {FromHexText("3000"), FromHexText(kAlgorithm), FromHexText(kSignature)}),
+        Sequence({"3000", kAlgorithm}),
+        Sequence({"3000", kAlgorithm, kSignature, "0500"}),
+        Sequence({"3000", kAlgorithm, "0402 ABCD"}),
+        Sequence({"3000", kAlgorithm, "0302 09FF"}),
+        Sequence({"3000", kAlgorithm, kSignature}, asnt::tag::Set),
         IdentObj(),
     };
     for (const IdentObj& input : bad) {
-        EXPECT_EQ(envelope.ReadData(input.GetData(), input.GetSize(), &err), 0u) << input;
-        EXPECT_EQ(err, TOO_E_BAD_STRUCTURE) << input;
         EXPECT_EQ(StatusOf([&] { envelope.ReadData(input.GetData(), input.GetSize(), nullptr); }), TOO_E_BAD_STRUCTURE) << input;
     }
     EXPECT_EQ(envelope.WriteData(&err), der) << "a refused envelope changes nothing";

@@ -55,20 +55,15 @@ TEST(Utf8Conversion, StrictAndLenient) {
     // Longer than needed, but not by its first byte.
     EXPECT_EQ(Wide(Raw("e08081"), 0), L"\x01");
     EXPECT_EQ(Wide(Raw("61efbbbf62"), kDrop), L"ab");
-    EXPECT_EQ(Wide(Raw("61efbbbf62"), 0),
-              L"a\xFEFF"
-              L"b");
+    EXPECT_EQ(Wide(Raw("61efbbbf62"), 0), (std::wstring{L'a', 0xFEFF, L'b'}));
 
     const std::wstring surrogate = {L'a', 0xD800, L'b'};
     const std::wstring negative = {L'a', -1, L'b'};
-    EXPECT_EQ(Narrow(surrogate, 0), "");
-    EXPECT_EQ(Narrow(negative, 0), "");
-    EXPECT_EQ(Narrow(surrogate, kLenient), "ab");
-    EXPECT_EQ(Narrow(negative, kLenient), "ab");
-    EXPECT_EQ(Narrow(L"\xFEFF"
-                     L"a",
-                     kDrop),
-              "a");
+    for (const std::wstring& text : {surrogate, negative}) {
+        EXPECT_EQ(Narrow(text, 0), "");
+        EXPECT_EQ(Narrow(text, kLenient), "ab");
+    }
+    EXPECT_EQ(Narrow({0xFEFF, L'a'}, kDrop), "a");
     EXPECT_EQ(Narrow(L"\xFEFF", 0), "\xEF\xBB\xBF");
 }
 

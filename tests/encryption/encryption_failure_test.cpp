@@ -226,8 +226,6 @@ TEST_F(EncryptionFailure, ArgumentsAreChecked) {
         int status;
     } encryptions[] = {
         {"no content", region(plain, 5, 5), people, TOO_E_BAD_ARGUMENT},
-        {"null of a length", region(WhatToSignStruct(), 0, 5), people, TOO_E_BAD_ARGUMENT},
-        {"backwards", region(plain, 5, 4), people, TOO_E_RANGE},
         {"empty region of a file", region(InFile(m_source), 7, 7), people, TOO_E_BAD_ARGUMENT},
         {"beyond the file", region(InFile(m_source), 0, 20001), people, TOO_E_RANGE},
         {"no file", InFile(missing), people, TOO_E_FILE_NOT_FOUND},
@@ -262,12 +260,9 @@ TEST_F(EncryptionFailure, ArgumentsAreChecked) {
         WhatToSignStruct source;
         int status;
     } decryptions[] = {
-        {"null", WhatToSignStruct(), TOO_E_BAD_ARGUMENT},
-        {"backwards", region(message, 5, 4), TOO_E_RANGE},
         {"no message", plain, TOO_E_NOT_SIGNED_MESSAGE},
         {"cut", region(message, 0, der.GetSize() - 1), TOO_E_BAD_STRUCTURE},
         {"no file", InFile(missing), TOO_E_FILE_NOT_FOUND},
-        {"nothing of a file", region(InFile(m_message), 9, 9), TOO_E_BAD_ARGUMENT},
         {"beyond the file", region(InFile(m_message), 0, der.GetSize() + 1), TOO_E_RANGE},
         {"file cut", region(InFile(m_message), 0, der.GetSize() - 1), TOO_E_BAD_STRUCTURE},
         {"inside of memory", region(InMemory(padded), 5, padded.GetSize()), TOO_OK},

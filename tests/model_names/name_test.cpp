@@ -204,17 +204,18 @@ TEST(NameValue, Narrow) {
     std::string abc = "ABC";
     CERT_RDN_VALUE_BLOB blob{3, reinterpret_cast<BYTE*>(abc.data())};
     char out[8] = {};
-    EXPECT_EQ(CertRDNValueToStr(4, &blob, out, 3), 3u);
-    EXPECT_STREQ(out, "AB");
+    const struct {
+        unsigned type, room, result;
+        const char* text;
+    } rows[] = {{4, 8, 4, "ABC"}, {4, 3, 3, "AB"}, {4, 1, 1, ""}, {0, 8, 1, ""}, {1, 8, 1, ""},
+                {2, 8, 1, ""},    {11, 8, 1, ""},  {14, 8, 1, ""}, {0xFFFFFFFF, 8, 1, ""}};
+    for (const auto& row : rows) {
+        out[0] = 'x';
+        EXPECT_EQ(CertRDNValueToStr(row.type, &blob, out, row.room), row.result) << row.type;
+        EXPECT_STREQ(out, row.text) << row.type;
+    }
     EXPECT_EQ(CertRDNValueToStr(4, &blob, nullptr, 3), 4u);
     EXPECT_EQ(CertRDNValueToStr(4, &blob, out, 0), 4u);
-    EXPECT_EQ(CertRDNValueToStr(4, &blob, out, 1), 1u);
-    EXPECT_STREQ(out, "");
-    for (const unsigned type : {0u, 1u, 2u, 11u, 14u, 0xFFFFFFFFu}) {
-        out[0] = 'x';
-        EXPECT_EQ(CertRDNValueToStr(type, &blob, out, 8), 1u) << type;
-        EXPECT_STREQ(out, "") << type;
-    }
     EXPECT_EQ(CertRDNValueToStr(4, nullptr, out, 8), 1u);
 
     const LocaleScope utf8(nullptr, "C.UTF-8");

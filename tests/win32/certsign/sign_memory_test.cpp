@@ -130,8 +130,6 @@ TEST_F(SignMemory, FailuresAreToldAndChangeNothing) {
     const std::string missing = Path("missing");
     WhatToSignStruct null = InMemory(bytes);
     null.data = nullptr;
-    WhatToSignStruct nullPath = InFile(path);
-    nullPath.data = nullptr;
     const WhatToSignStruct good = InMemory(bytes);
     const Person stranger{CNALUser(), s_ann->cert, ""};
     Person mixed{s_ann->user, s_bob->cert, ""};
@@ -153,10 +151,7 @@ TEST_F(SignMemory, FailuresAreToldAndChangeNothing) {
     } cases[] = {
         {"no such file", *s_ann, InFile(missing), {}, nullptr, TOO_E_FILE_NOT_FOUND},
         {"region outside the file", *s_ann, InFile(path, 0, 0, 101), {}, nullptr, TOO_E_BAD_ARGUMENT},
-        {"start outside the file", *s_ann, InFile(path, 0, 101), {}, nullptr, TOO_E_BAD_ARGUMENT},
-        {"backwards", *s_ann, InMemory(bytes, 0, 101), {}, nullptr, TOO_E_BAD_ARGUMENT},
         {"null", *s_ann, null, {}, nullptr, TOO_E_BAD_ARGUMENT},
-        {"null path", *s_ann, nullPath, {}, nullptr, TOO_E_BAD_ARGUMENT},
         {"no provider", stranger, good, {}, nullptr, TOO_E_NOT_INITIALIZED},
         {"another's certificate", mixed, good, {}, nullptr, TOO_E_KEY_NOT_FOUND},
         {"unknown hash", *s_ann, good, {}, "1.2.3", TOO_E_UNKNOWN_ALGORITHM},

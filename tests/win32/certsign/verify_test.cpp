@@ -116,13 +116,10 @@ TEST_F(Verification, StatusSaysWhatIsWrongWithTheSigner) {
         int verifiedAfterDays;
         DWORD status;
     } cases[] = {
-        {"good", ValidFrom(-1, 30), 0, 0},
         {"good later", ValidFrom(-1, 30), 29, 0},
         {"expired since", ValidFrom(-1, 30), 31, c_NAL_SIGNER_NOT_ALLOWED},
         {"expired before", ValidFrom(-30, -1), 0, c_NAL_SIGNING_TIME_INVALID},
         {"not yet valid", ValidFrom(1, 30), 0, c_NAL_SIGNING_TIME_INVALID},
-        {"not yet valid then", ValidFrom(1, 30), 2, c_NAL_SIGNING_TIME_INVALID},
-        {"no key usage", with([](Profile& p) { p.keyUsage = 0; }), 0, c_NAL_SIGNER_NOT_ALLOWED},
         {"another key usage", with([](Profile& p) { p.keyUsage = CNALKeyUsage::KeyEncipherment; }), 0, c_NAL_SIGNER_NOT_ALLOWED},
         {"CA", with([](Profile& p) { p.constraints = keycentre::Constraints::New, p.isCa = true; }), 0, c_NAL_SIGNER_NOT_ALLOWED},
         {"key period over", keyPeriod(-10, -5), 0, c_NAL_SIGNER_NOT_ALLOWED},
@@ -238,7 +235,6 @@ TEST_F(Verification, GivesARecordPerSignerInOrder) {
     const CNALSignerInfoCheck unknown(*std::next(records.begin(), 2));
     EXPECT_TRUE(unknown.certificate.m_info.m_subject.IsEmpty());
     EXPECT_TRUE(unknown != shown && (unknown < shown) != (unknown > shown) && CNALSignerInfoCheck(shown) == shown);
-    EXPECT_TRUE(records.front() == records.back() || records.front() < records.back() || records.front() > records.back());
     EXPECT_EQ(CNALWholeSignatureCheck(static_cast<const CNALWholeSignature&>(records.front())).status, c_NAL_SIGNER_NOT_FOUND);
 }
 

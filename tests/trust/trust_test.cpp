@@ -223,19 +223,19 @@ TEST_F(Trust, TriesAgainWhatCouldNotBeRead) {
         return certs.size();
     };
     Deliver("12ab.trl", UnsignedList({CaCert()}));
-    Deliver("0000_trl.p7s", GoodList(1).Build(m_signer));
-    EXPECT_TRUE(found("12ab.trl") == 1 && found("0000_trl.p7s") == 1 && roots() == 1);
+    Deliver(kCommon, GoodList(1).Build(m_signer));
+    EXPECT_TRUE(found("12ab.trl") == 1 && found(kCommon) == 1 && roots() == 1);
     Deliver("12ab.trl", UnsignedList({CaCert(), EndCert()}));
     TrustListBuilder larger = GoodList(2);
     larger.certificates.push_back(EndCert());
-    Deliver("0000_trl.p7s", larger.Build(m_signer));
+    Deliver(kCommon, larger.Build(m_signer));
     AddToMain({CaCert()}, {});
     {
         const NoFiles none;
-        EXPECT_TRUE(found("12ab.trl") == 1 && found("0000_trl.p7s") == 1 && roots() == 1);
+        EXPECT_TRUE(found("12ab.trl") == 1 && found(kCommon) == 1 && roots() == 1);
     }
     EXPECT_EQ(2U, found("12ab.trl"));
-    EXPECT_EQ(2U, found("0000_trl.p7s"));
+    EXPECT_EQ(2U, found(kCommon));
     EXPECT_EQ(2U, roots());
 }
 
@@ -243,13 +243,13 @@ TEST_F(Trust, TriesAgainWhatCouldNotBeRead) {
 TEST_F(Trust, TakesNoListInThePlaceOfAnUnreadableCopy) {
     TrustListBuilder larger = GoodList(7);
     larger.certificates.push_back(EndCert());
-    Deliver("0000_trl.p7s", larger.Build(m_signer));
+    Deliver(kCommon, larger.Build(m_signer));
     ASSERT_EQ(2, CommonList());
-    const std::string copy = m_folder.File("home/trust/0000_trl.p7s");
+    const std::string copy = m_folder.File("home/trust/") + kCommon;
     auto damaged = nal_test::ReadFile(copy);
     damaged[damaged.size() / 2] ^= 1;
     nal_test::WriteFile(copy, damaged);
-    Deliver("0000_trl.p7s", GoodList(6).Build(m_signer));
+    Deliver(kCommon, GoodList(6).Build(m_signer));
     EXPECT_EQ(2, CommonList());  // what this process accepted
     m_VPN_TrustStorages.Reset();
     EXPECT_EQ(0, CommonList());

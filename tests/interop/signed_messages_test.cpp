@@ -204,7 +204,8 @@ TEST_F(SignedMessages, OfOpenSslAreReadCheckedAndWrittenAgain) {
 }
 
 TEST_F(SignedMessages, OfGnuTlsAreCheckedAndWrittenAgain) {
-    Issue("1", "signer");
+    Issue("root", "root");
+    Issue("1", "signer", "root");
     for (const char* attributes : {"", " --p7-time"}) {
         for (const char* form : {"--p7-sign", "--p7-detached-sign"}) {
             SCOPED_TRACE(std::string(form) + attributes);

@@ -45,7 +45,7 @@ TEST_F(SignFile, AFileBecomesASignatureFile) {
             EXPECT_EQ(bytes, message.eContent);
             EXPECT_EQ(flags == 0 ? 1 : 3, message.version);
             EXPECT_EQ(flags == c_NAL_SIGN_NO_CERTIFICATE ? std::list<IdentObj>() : std::list<IdentObj>{cert}, message.certificates);
-            EXPECT_EQ(Statuses{0}, Check(ReadFrom(out), std::nullopt, {cert}));
+            EXPECT_EQ(Statuses{0}, Check(ReadFrom(out), std::nullopt, {s_ann->cert}));
             EXPECT_TRUE(SignerOf(message.signerInfos.front()).signedAttrs[1].HasOID(c_NAL_OID_SIGNING_TIME));
             EXPECT_EQ(bytes, Load(source));
         }

@@ -31,7 +31,7 @@ protected:
 };
 
 TEST_F(SignMemory, EveryOptionOverMemoryAndFiles) {
-    const std::list<IdentObj> certs = {s_authority->root.GetCertificate(), EncodingOf(s_ann->cert)};
+    const std::vector<CNALCertContext> certs = {s_authority->root.GetContext(), s_ann->cert};
     for (const unsigned size : {0U, 1U, 200000U}) {
         const IdentObj bytes = MakeBytes(size);
         const std::string path = Store("content", bytes);
@@ -108,7 +108,7 @@ TEST_F(SignMemory, SignersOfOneContentLiveInOneMessage) {
 TEST_F(SignMemory, ASignatureAboutOtherContentIsNotAdded) {
     const IdentObj bytes = MakeBytes(70000);
     IdentObj other = bytes;
-    other.GetData()[0] ^= 1;
+    other.GetData()[69999] ^= 1;
     for (const DWORD options : {DWORD{0}, c_NAL_SIGN_ATTACHED}) {
         const IdentObj message = Sign(*s_ann, InMemory(bytes, options));
         const std::string path = Store("other", other);

@@ -201,7 +201,8 @@ TEST_F(SignDataReading, ContentIsFoundInEveryForm) {
              "A0 80 24 80 04 01 68 04 01 69 0000", "A0 80 24 80 04 01 68 02 01 69 0000 0000",
              "A0 80 24 05 04 01 68 04 01 69 0000", "A0 80 24 07 04 01 68 04 01 69 0000",
              "A0 80 24 80 04 7F 68 04 01 69 0000 0000", "A0 80 24 80 24 04 04 03 6869 0000 0000", "A0 80 30 80 0000 0000",
-             "A0 80 24 80 04 80 68 0000 0000 0000", "A0 04 24 80 04 00 0000 0000", "A0 80 24 80 0001 0000 0000"}) {
+             "A0 80 24 80 04 80 68 0000 0000 0000", "A0 04 24 80 04 00 0000 0000", "A0 80 24 80 0001 0000 0000",
+             "A0 80 24 05 04 01 68 0000 0000"}) {
         const int status = Read(Hex(head + damaged + tail));
         EXPECT_TRUE(status == TOO_E_BAD_STRUCTURE || status == TOO_E_NOT_SIGNED_MESSAGE) << damaged;
         nal_test::ExpectEmpty(m_message);

@@ -98,6 +98,9 @@ TEST_F(SignMemory, SignersOfOneContentLiveInOneMessage) {
     certOnly.signerInfos.clear();
     EXPECT_EQ(TOO_E_ALREADY_SIGNED, StatusOfSigning(*s_ann, InMemory(bytes), certOnly.WriteObject(nullptr)));
     EXPECT_EQ(Statuses{0}, Check(Read(Sign(*s_ann, again, certOnly.WriteObject(nullptr)))));
+    IdentObj other = bytes;
+    other.GetData()[4999] ^= 1;
+    EXPECT_EQ(TOO_E_BAD_ARGUMENT, StatusOfSigning(*s_bob, InMemory(other), certOnly.WriteObject(nullptr)));
 
     // What cannot be read as a signer info is kept as it is.
     CNALSignData odd = Read(one);

@@ -425,9 +425,7 @@ TEST(Chain, CrossSignedAuthorities) {
 
 TEST(Chain, TimeAtTheBounds) {
     const struct {
-        FILETIME notBefore;
-        FILETIME notAfter;
-        FILETIME now;
+        FILETIME notBefore, notAfter, now;
         std::int64_t ticks;  // added to now
         bool valid;
     } cases[] = {

@@ -92,8 +92,7 @@ TEST_F(SignRules, TimesAndTheirPrecedence) {
     const BuiltExtension open = Period(Date(2026), Date(2028));
     const struct {
         const char* name;
-        FILETIME notBefore;
-        FILETIME notAfter;
+        FILETIME notBefore, notAfter;
         std::vector<BuiltExtension> extensions;
         bool useTime;
         FILETIME time;

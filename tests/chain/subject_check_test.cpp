@@ -69,9 +69,7 @@ TEST_F(SubjectCheck, SignatureAndWhatIsAsked) {
 
 TEST_F(SubjectCheck, TimeHasBoundsOfItsOwn) {
     const struct {
-        FILETIME notBefore;
-        FILETIME notAfter;
-        FILETIME issuerEnd;
+        FILETIME notBefore, notAfter, issuerEnd;
         bool valid;
     } cases[] = {
         {Date(2026), Date(2028), Date(2027), true},

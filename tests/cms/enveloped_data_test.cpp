@@ -204,8 +204,7 @@ TEST_F(EnvelopedData, IndefiniteLengthsAreReadAndWrittenDefinite) {
     const std::string around = std::string("3080 0609 2A864886F70D010703 A080 3080 020100 3180") +
                                HexOf(recipient) + "0000 3080" + c_data + c_algorithm;
     const struct {
-        const char* content;
-        const char* kept;
+        const char *content, *kept;
         unsigned openSize;
     } cases[] = {{"A080 0403 616263 0401 64 0000", "0403616263 040164", 4},
                  {"A080 0000", "", 0},
@@ -380,8 +379,7 @@ TEST_F(EnvelopedData, RecipientsOfEachFormAreToldApart) {
     const IdentObj named = FromHexText("A1 16 020103 A006 8004 DEADBEEF 3005 0603 2A0304 3002 3000");
     const struct {
         const IdentObj& der;
-        int asTransport;
-        int asAgreement;
+        int asTransport, asAgreement;
     } cases[] = {{transport, TOO_OK, 56}, {agreement, 56, TOO_OK}, {named, 56, 56}, {FromHexText("3000"), 206, 56}, {IdentObj(), 28, 28}};
     for (const auto& each : cases) {
         SCOPED_TRACE(HexOf(each.der));
@@ -402,8 +400,7 @@ TEST_F(EnvelopedData, RecipientsOfEachFormAreToldApart) {
 TEST_F(EnvelopedData, OriginatorsListsMayStandAsPlainSets) {
     const struct {
         const char* der;
-        unsigned certificates;
-        unsigned crls;
+        unsigned certificates, crls;
         const char* written;
     } cases[] = {{"A000", 0, 0, "A000"},
                  {"A00C A004 3000 3000 A104 3000 A000", 2, 2, "A00C A004 3000 3000 A104 3000 A000"},

@@ -169,8 +169,7 @@ TEST_F(SignDataReading, ContentIsFoundInEveryForm) {
     const std::string tail = "0000 31 00 0000 0000 0000";
     const struct {
         const char* what;
-        std::string content;
-        std::string expected;
+        std::string content, expected;
         bool inPieces;
     } cases[] = {
         {"one piece, indefinite around it", "A0 80 04 02 6869 0000", "hi", false},

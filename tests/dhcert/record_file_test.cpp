@@ -69,8 +69,7 @@ TEST(DHRecordFileName, LockName) {
 TEST_F(DHRecordFile, LogsSendsAndReceipts) {
     const struct {
         const char* name;
-        CNALSendCertRecord there;
-        CNALSendCertRecord logged;
+        CNALSendCertRecord there, logged;
         const char* result;
     } cases[] = {
         {"the same send again", Record(0, "a"), Record(0, "a", "00000001", 2000), "a:0 "},

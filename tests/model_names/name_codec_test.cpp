@@ -77,8 +77,7 @@ TEST(NameEncoder, KnowsItsKeywordsAndOids) {
 TEST(NameEncoder, ReadsTheGrammar) {
     // Texts on the left mean what those on the right mean.
     const struct {
-        std::wstring text;
-        std::wstring same;
+        std::wstring text, same;
         unsigned options = 0;
     } rows[] = {
         {L" CN = a b ", L"CN=\"a b\""}, {L"CN=a,O=b", L"CN=a;O=b"}, {L"CN=a\r\nO=b\r\n", L"CN=a,O=b"},

@@ -31,8 +31,7 @@ TEST(Name, Equality) {
     const std::string b = Attr(10, Tlv(19, "b"));
     const struct {
         const char* what;
-        CNALX509Name left;
-        CNALX509Name right;
+        CNALX509Name left, right;
         bool equal;
     } rows[] = {
         {"order", Name({a, b}), Name({b, a}), true},

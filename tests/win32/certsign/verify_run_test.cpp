@@ -112,8 +112,7 @@ TEST_F(Run, FailsWhenTheProviderDoes) {
     const IdentObj message = Encoded(MessageOf(m_content, {{&*s_who}}));
     const std::string path = Store("attached", message);
     const struct {
-        const char* call;
-        const char* context;
+        const char *call, *context;
     } cases[] = {{"ORKAcquireContext", "ORKHashData"},        {"ORKCreateHash", "ORKHashData"},
                  {"ORKHashData", "ORKHashData"},              {"ORKDuplicateHash", "ORKGetHashParam"},
                  {"ORKGetHashParam", "ORKGetHashParam"},      {"ORKVerifySignature", "NALVerifySignedData: SignerCheck"}};
@@ -291,8 +290,7 @@ TEST_F(Removal, ThatFailsChangesNothing) {
     const std::string garbage = Store("garbage", FromText("not a message"));
     IdentObj out = FromText("before");
     const struct {
-        const char* source;
-        const char* target;
+        const char *source, *target;
         IdentObj* message;
         std::string failure;
     } cases[] = {{nullptr, target.c_str(), &out, "28 NALRemoveSignaturesFromFile"},

@@ -146,8 +146,7 @@ TEST_F(Verification, JudgesTheSignedAttributes) {
     const IdentObj otherType = Der([](asnt::Writer& writer) { writer.Oid("1.2.3"); });
     using Attributes = CNALAttributesList;
     const struct {
-        const char* name;
-        const char* removed;
+        const char *name, *removed;
         std::function<void(Attributes&)> add;
         DWORD status;
     } cases[] = {

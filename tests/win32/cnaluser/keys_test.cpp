@@ -12,9 +12,7 @@ TEST_F(UserTest, MakesKeysOfEveryKind) {
     constexpr struct {
         unsigned flags;
         const char* algorithm;  // null: the form with flags
-        const char* set;
-        const char* madeAlgorithm;
-        const char* madeSet;
+        const char *set, *madeAlgorithm, *madeSet;
         int status;
     } cases[] = {
         {0, nullptr, "", c_NAL_OID_KEY_GOST2001, "1.2.643.2.2.35.1", 0},

@@ -93,12 +93,7 @@ TEST_F(RequestTest, AFirstRequestIsSignedByTheNewKeyAlone) {
 
 TEST_F(RequestTest, ARenewalIsOfTheOldKindAndSignedByTheOldKey) {
     constexpr struct {
-        const char* algorithm;
-        const char* set;
-        const char* askedAlgorithm;
-        const char* askedSet;
-        const char* madeAlgorithm;
-        const char* madeSet;
+        const char *algorithm, *set, *askedAlgorithm, *askedSet, *madeAlgorithm, *madeSet;
         unsigned type;
     } cases[] = {
         {c_NAL_OID_KEY_GOST2001, "1.2.643.2.2.35.3", "", "", c_NAL_OID_KEY_GOST2001, "1.2.643.2.2.35.3", AT_SIGNATURE},
@@ -268,8 +263,7 @@ TEST_F(RequestTest, InstallsWhatVerifies) {
     constexpr struct {
         const char* name;
         int notBefore;  // years from now; the certificate is for two
-        bool isRevoked;
-        bool hasCrl;
+        bool isRevoked, hasCrl;
         int status;
     } cases[] = {
         {"good", 0, false, true, TOO_OK},

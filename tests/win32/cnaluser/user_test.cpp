@@ -15,11 +15,7 @@ using nal_test::UserTest;
 
 TEST_F(UserTest, SecretsOpenTheKeysTheyProtect) {
     constexpr struct {
-        const char* name;
-        const char* password;
-        const char* pin;
-        const char* wrongPassword;
-        const char* wrongPin;
+        const char *name, *password, *pin, *wrongPassword, *wrongPin;
     } cases[] = {
         {"both", "secret", "1234", "secret", "1235"},
         {"password", "secret", "", "Secret", ""},
@@ -61,8 +57,7 @@ TEST_F(UserTest, WhatDoesNotOpen) {
     const std::string longSecret(1025, 'x');
     std::ofstream(File("other")) << "no container, though a file";
     const struct {
-        std::string path;
-        std::string password;
+        std::string path, password;
         bool create;
         int status;
     } cases[] = {
@@ -179,8 +174,7 @@ TEST_F(UserTest, ListsContainersWithoutTheirSecrets) {
     EXPECT_EQ(static_cast<DWORD>(NAL_PROTECTED_PASSWORD | NAL_PROTECTED_PIN), bare.m_protection);
     const struct {
         unsigned type;
-        const char* algorithm;
-        const char* set;
+        const char *algorithm, *set;
         bool hasCertificate = false;
     } keys[] = {{AT_SIGNATURE, c_NAL_OID_KEY_GOST94, "1.2.643.2.2.32.3", true},
                 {AT_KEYEXCHANGE, c_NAL_OID_DH_GOST2001, "1.2.643.2.2.36.1"},

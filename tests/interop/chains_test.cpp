@@ -31,8 +31,8 @@ protected:
 
     void IssueCrl(const std::string& issuer, const std::string& revoked) {
         Put("index.txt", revoked);
-        Sh("i=" + issuer + "; openssl ca -config openssl.cnf -name crl -gencrl -crldays 365 -keyfile $i.key -cert $i.pem -out $i.crl.pem && "
-           "openssl crl -in $i.crl.pem -outform DER -out $i.crl");
+        Sh("i=" + issuer + "; openssl ca -config openssl.cnf -name crl -gencrl -crldays 365 -keyfile $i.key -cert $i.pem "
+           "-out $i.crl.pem && openssl crl -in $i.crl.pem -outform DER -out $i.crl");
     }
 };
 

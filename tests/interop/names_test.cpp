@@ -51,7 +51,8 @@ protected:
     // A self-signed certificate for the lines of a [dn] section, values in the string types of a mask.
     nal_test::Bytes SelfSigned(const std::string& stringMask, const std::string& dn) const {
         Put("req.cnf", "[req]\nprompt=no\nutf8=yes\ndistinguished_name=dn\nstring_mask=" + stringMask + "\n[dn]\n" + dn);
-        Sh("openssl req -x509 -newkey gost2001 -pkeyopt paramset:A -nodes -addext basicConstraints=CA:TRUE -keyout key.pem -config req.cnf -outform DER -out certificate");
+        Sh("openssl req -x509 -newkey gost2001 -pkeyopt paramset:A -nodes -addext basicConstraints=CA:TRUE -keyout key.pem "
+           "-config req.cnf -outform DER -out certificate");
         return nal_test::ReadFile(Path("certificate"));
     }
 };

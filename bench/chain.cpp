@@ -3,6 +3,7 @@
 //   Signatures        the three signature checks alone, as CNALCertContext::IsValidSignature makes them
 //   Chain/P           NALVerifyCertificate with all checks; the authority lies in P: 0 the main storage, 1 a trust list, 2 an extra storage
 //   ChainBeside/P     the same without the signature checks: what a chain costs beside them
+//   ChainAmong/N      the same as Chain/2 with an extra storage of N certificates
 //   LongChain/N       a chain of N authorities in an extra storage, without signature checks; N items
 //   MaySign           NALCanSignByCert
 #include <benchmark/benchmark.h>
@@ -53,6 +54,12 @@ std::list<CNALCertContext> Others(unsigned count) {
 
 IdentObj ToDer(const CNALCertContext& cert) { return {cert.GetContext()->pbCertEncoded, cert.GetContext()->cbCertEncoded}; }
 
+void OpenExtra(CNALCertStorage& storage) {
+    CNALString name("extra");
+    storage.OpenStorage(name, CERT_STORE_PROV_MEMORY, 0, 0, nullptr);
+    storage.m_untrusted = 1;
+}
+
 // The process's trust storages, and everything that chains are built of.
 class World {
 public:
@@ -66,6 +73,14 @@ public:
     CNALCertContext ends[3];
     CNALCertStorage extra;
 
+    // A place's authority with its CRL, among others.
+    void Fill(CNALCertStorage& storage, Place place, unsigned others) const {
+        if (!storage.AddCertificateList(Others(others)) || !storage.AddCertificate(authorities[place]) ||
+            !storage.AddEncodetCRL(CrlOf(NameOf(place), 10 + place, m_key), kEncoding)) {
+            throw std::runtime_error("no storage");
+        }
+    }
+
 private:
     World() {
         setenv("NAL_HOME", m_folder.File("home").c_str(), 1);
@@ -77,16 +92,14 @@ private:
         root = CNALCertContext(m_rootKey.Issue(Named("Root", "Root", 1, 1), m_rootKey));
         CNALString mainName(m_folder.File("home/trust/trusted.dat").c_str());
         CNALCertStorage main(mainName, CERT_STORE_PROV_FILENAME_A, 0, 0, nullptr);
-        CNALString extraName("extra");
-        extra.OpenStorage(extraName, CERT_STORE_PROV_MEMORY, 0, 0, nullptr);
-        extra.m_untrusted = 1;
+        OpenExtra(extra);
         nal_test::TrustListBuilder list;
 
-        Fill(main, Main);
+        for (const Place place : {Main, TrustList, Extra}) IssueAuthority(place);
+        Fill(main, Main, kOthers);
         main.AddCertificate(root);
         main.AddEncodetCRL(CrlOf("Root", 1, m_rootKey), kEncoding);
-        Fill(extra, Extra);
-        IssueAuthority(TrustList);
+        Fill(extra, Extra, kOthers);
         list.certificates.push_back(ToDer(authorities[TrustList]));
         for (const CNALCertContext& other : Others(kOthers)) list.certificates.push_back(ToDer(other));
         list.crls.push_back(CrlOf(NameOf(TrustList), 10 + TrustList, m_key));
@@ -126,36 +139,42 @@ private:
         ends[place] = CNALCertContext(m_key.Issue(end, m_key));
     }
 
-    void Fill(CNALCertStorage& storage, Place place) {
-        IssueAuthority(place);
-        if (!storage.AddCertificateList(Others(kOthers)) || !storage.AddCertificate(authorities[place]) ||
-            !storage.AddEncodetCRL(CrlOf(NameOf(place), 10 + place, m_key), kEncoding)) {
-            throw std::runtime_error("no storage");
-        }
-    }
-
     nal_test::TempFolder m_folder;
     TestSigner m_rootKey;
     TestSigner m_key;
 };
 
-void Verify(benchmark::State& state, unsigned checks) {
-    World& world = World::Get();
-    const CNALCertContext end = world.ends[state.range(0)];
+void Verify(benchmark::State& state, const CNALCertContext& end, CNALCertStorage& extra, unsigned checks) {
     CNALCertificateChain warm;
-    NALVerifyCertificate(end, warm, nullptr, &world.extra);
+    NALVerifyCertificate(end, warm, nullptr, &extra);
     for (auto _ : state) {
         CNALCertificateChain chain;
         unsigned flags = checks;
-        if (!NALVerifyCertificate(end, chain, &flags, &world.extra) || chain.GetErrors() != 0 || chain.GetCount() != 3) {
+        if (!NALVerifyCertificate(end, chain, &flags, &extra) || chain.GetErrors() != 0 || chain.GetCount() != 3) {
             state.SkipWithError("a chain with faults");
         }
     }
     state.SetItemsProcessed(state.iterations());
 }
 
-void Chain(benchmark::State& state) { Verify(state, 7); }
-void ChainBeside(benchmark::State& state) { Verify(state, 6); }
+constexpr unsigned kAllChecks = 7;
+constexpr unsigned kAllButSignatures = 6;
+
+void VerifyIn(benchmark::State& state, unsigned checks) {
+    World& world = World::Get();
+    Verify(state, world.ends[state.range(0)], world.extra, checks);
+}
+
+void Chain(benchmark::State& state) { VerifyIn(state, kAllChecks); }
+void ChainBeside(benchmark::State& state) { VerifyIn(state, kAllButSignatures); }
+
+void ChainAmong(benchmark::State& state) {
+    const World& world = World::Get();
+    CNALCertStorage storage;
+    OpenExtra(storage);
+    world.Fill(storage, Extra, static_cast<unsigned>(state.range(0)));
+    Verify(state, world.ends[Extra], storage, kAllChecks);
+}
 
 void Signatures(benchmark::State& state) {
     World& world = World::Get();
@@ -207,5 +226,6 @@ BENCHMARK(ChainBeside)->DenseRange(0, 2)->Unit(benchmark::kMicrosecond);
 BENCHMARK(Signatures)->Unit(benchmark::kMicrosecond)->ThreadRange(1, 8)->UseRealTime();
 BENCHMARK(Chain)->DenseRange(0, 2)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(Chain)->Arg(0)->Unit(benchmark::kMicrosecond)->ThreadRange(2, 8)->UseRealTime();
+BENCHMARK(ChainAmong)->RangeMultiplier(10)->Range(100, 100000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(LongChain)->Arg(10)->Arg(1000)->Arg(10000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(MaySign)->Unit(benchmark::kMicrosecond);

@@ -9,7 +9,7 @@
 namespace nalhost::crypto {
 
 /// What kernels are built on, each with what those before it have. A primitive takes the highest that it has a kernel
-/// for, not above ChosenKernel(); a comparison with < is meant.
+/// for, not above ChosenKernel(), unless a lower one is faster on the processor; a comparison with < is meant.
 enum class Kernel {
     kReference,  ///< libgcrypt alone
     kPortable,   ///< C++ that runs on every processor

@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "host/provider/crypto/error.h"
-#include "host/provider/crypto/kernel_choice.h"
 
 namespace nalhost::crypto {
 namespace {
@@ -108,8 +107,7 @@ const char* SecureMemoryWarning(SecureMemoryState state) {
                    "2048 KiB or more";
         case SecureMemoryState::kDisabled:
             return "Keys are kept in memory that may be swapped out: the host process has turned off libgcrypt's "
-                   "secure "
-                   "memory";
+                   "secure memory";
     }
     return "";
 }
@@ -118,24 +116,38 @@ void Wipe(void* data, std::size_t size) {
     if (size != 0) explicit_bzero(data, size);
 }
 
-// Clears whole registers where the processor has wider ones than this file is compiled for. Not inlined, so that the
-// compiler keeps nothing in those that it does not know.
+// Clears whole registers where the processor has wider ones than this file is compiled for, whatever kernels it can run:
+// the C library's copying uses them, too. Not inlined, so that the compiler keeps nothing in those that it does not know.
 [[gnu::noinline]] void WipeRegisters() {
 #if defined(__x86_64__)
-    static const Kernel processor = ProcessorKernel();
-    if (processor >= Kernel::kAvx512) {
+    struct Processor {
+        bool hasAvx = __builtin_cpu_supports("avx");
+        bool hasAvx512 = __builtin_cpu_supports("avx512f");
+        bool hasWideMasks = __builtin_cpu_supports("avx512bw");
+    };
+    static const Processor processor;
+    if (processor.hasAvx512) {
         asm volatile(
             "vpxord %%zmm16, %%zmm16, %%zmm16; vpxord %%zmm17, %%zmm17, %%zmm17; vpxord %%zmm18, %%zmm18, %%zmm18\n\t"
             "vpxord %%zmm19, %%zmm19, %%zmm19; vpxord %%zmm20, %%zmm20, %%zmm20; vpxord %%zmm21, %%zmm21, %%zmm21\n\t"
             "vpxord %%zmm22, %%zmm22, %%zmm22; vpxord %%zmm23, %%zmm23, %%zmm23; vpxord %%zmm24, %%zmm24, %%zmm24\n\t"
             "vpxord %%zmm25, %%zmm25, %%zmm25; vpxord %%zmm26, %%zmm26, %%zmm26; vpxord %%zmm27, %%zmm27, %%zmm27\n\t"
             "vpxord %%zmm28, %%zmm28, %%zmm28; vpxord %%zmm29, %%zmm29, %%zmm29; vpxord %%zmm30, %%zmm30, %%zmm30\n\t"
-            "vpxord %%zmm31, %%zmm31, %%zmm31\n\t"
+            "vpxord %%zmm31, %%zmm31, %%zmm31" ::
+                : "memory");
+    }
+    if (processor.hasWideMasks) {
+        asm volatile(
             "kxorq %%k0, %%k0, %%k0; kxorq %%k1, %%k1, %%k1; kxorq %%k2, %%k2, %%k2; kxorq %%k3, %%k3, %%k3\n\t"
             "kxorq %%k4, %%k4, %%k4; kxorq %%k5, %%k5, %%k5; kxorq %%k6, %%k6, %%k6; kxorq %%k7, %%k7, %%k7" ::
                 : "memory");
+    } else if (processor.hasAvx512) {
+        asm volatile(
+            "kxorw %%k0, %%k0, %%k0; kxorw %%k1, %%k1, %%k1; kxorw %%k2, %%k2, %%k2; kxorw %%k3, %%k3, %%k3\n\t"
+            "kxorw %%k4, %%k4, %%k4; kxorw %%k5, %%k5, %%k5; kxorw %%k6, %%k6, %%k6; kxorw %%k7, %%k7, %%k7" ::
+                : "memory");
     }
-    if (processor >= Kernel::kAvx2) asm volatile("vzeroall" ::: "memory");
+    if (processor.hasAvx) asm volatile("vzeroall" ::: "memory");
     asm volatile(
         "pxor %%xmm0, %%xmm0; pxor %%xmm1, %%xmm1; pxor %%xmm2, %%xmm2; pxor %%xmm3, %%xmm3\n\t"
         "pxor %%xmm4, %%xmm4; pxor %%xmm5, %%xmm5; pxor %%xmm6, %%xmm6; pxor %%xmm7, %%xmm7\n\t"

@@ -278,12 +278,12 @@ TEST_F(SecretResidue, OfRegisters) {
         WithWipedStack([] { asm volatile("pcmpeqb %%xmm9, %%xmm9; movq %%xmm9, %%r10" ::: "xmm9", "r10"); }, wipe);
         asm volatile("movdqu %%xmm9, %0; movq %%r10, %1" : "=m"(left), "=r"(general)::"memory");
         EXPECT_EQ(0U, left[0] | left[1] | general);
-        if (ProcessorKernel() >= Kernel::kAvx2) {
-            WithWipedStack([] { asm volatile("vpcmpeqb %%ymm9, %%ymm9, %%ymm9" ::: "xmm9"); }, wipe);
+        if (__builtin_cpu_supports("avx")) {
+            WithWipedStack([] { asm volatile("vcmptrueps %%ymm9, %%ymm9, %%ymm9" ::: "xmm9"); }, wipe);
             asm volatile("vmovdqu %%ymm9, %0" : "=m"(left)::"memory");
             EXPECT_EQ(0U, left[0] | left[1] | left[2] | left[3]);
         }
-        if (ProcessorKernel() >= Kernel::kAvx512) {
+        if (__builtin_cpu_supports("avx512bw")) {
             std::uint64_t mask = 1;
             WithWipedStack(
                 [] { asm volatile("vpternlogd $255, %%zmm25, %%zmm25, %%zmm25; kxnorq %%k3, %%k3, %%k3" ::); }, wipe);

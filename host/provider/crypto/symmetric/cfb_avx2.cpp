@@ -4,8 +4,7 @@
 // 32 blocks go side by side, cut into planes: a vector holds the same byte of every block, so that one byte permute
 // looks all of them up in the 16 entries of one S-box. In planes
 // - the rotation by 11 bits is one by a byte, which is a matter of names, and one by 3 bits, which is in the tables:
-// the
-//   upper S-box of a byte is spread over two bytes, so there are three look-ups for each;
+//   the upper S-box of a byte is spread over two bytes, so there are three look-ups for each;
 // - the sum with the key needs its carries from byte to byte. Bytes are compared as signed ones only, so sums are kept
 //   with their highest bit inverted, which the tables take back.
 //

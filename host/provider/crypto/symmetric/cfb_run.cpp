@@ -72,7 +72,7 @@ void StartCfb(CfbRun& run, ByteView key, ByteView iv, bool meshes) {
         run.key[i] = Load<std::uint32_t>(key.data() + 4 * i);
     std::copy_n(iv.begin(), kBlockSize, run.feedback);
     run.used = kBlockSize;
-    run.blocksLeft = meshes ? kBlocksOfOneKey : std::numeric_limits<std::size_t>::max();
+    run.blocksLeft = meshes ? kBlocksOfOneKey : std::numeric_limits<std::uint64_t>::max();
 }
 
 void EncryptCfb(const SboxTables& tables, const CfbKernel& kernel, CfbRun& run, ByteView in, ByteSpan out) {

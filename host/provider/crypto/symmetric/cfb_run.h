@@ -2,6 +2,8 @@
 // section 2.3.2.
 #pragma once
 
+#include <cstdint>
+
 #include "host/provider/crypto/kernel_choice.h"
 #include "host/provider/crypto/secure_memory.h"
 #include "host/provider/crypto/symmetric/sbox_tables.h"
@@ -16,7 +18,7 @@ struct CfbRun {
     std::uint8_t feedback[kBlockSize];  ///< the last block of cipher text, the IV at first. Of a block that has begun:
                                         ///< cipher text as far as it has come, the rest is still gamma
     std::size_t used;                   ///< of the block that has begun, 1..8; 8 when none has
-    std::size_t blocksLeft;             ///< under this key; no end of them when keys are not meshed
+    std::uint64_t blocksLeft;           ///< under this key; no end of them when keys are not meshed
 };
 
 /// Processes whole blocks from `in` to `out`, which may be the same memory; key and feedback go on, over borders at

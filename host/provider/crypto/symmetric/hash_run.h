@@ -19,7 +19,7 @@ struct HashRun {
     std::uint8_t digest[kHashBlockSize];  ///< the value in the order of CMS, once the hash is finished
 };
 
-/// Takes whole blocks into the value and the sum. What it works on stays on the stack, below the caller's frame.
+/// Takes whole blocks, one at least, into the value and the sum. What it works on stays on the stack, below the caller's frame.
 using HashBlocks = void (*)(const SboxTables& tables, HashRun& run, const std::uint8_t* blocks, std::size_t count);
 
 void HashBlocksPortable(const SboxTables& tables, HashRun& run, const std::uint8_t* blocks, std::size_t count);

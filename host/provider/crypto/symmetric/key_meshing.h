@@ -33,7 +33,8 @@ template <typename Mesh, typename Process>
             mesh();
             run.blocksLeft = kBlocksOfOneKey;
         }
-        const std::size_t size = count - done < run.blocksLeft ? count - done : run.blocksLeft;
+        const std::size_t rest = count - done;
+        const std::size_t size = rest < run.blocksLeft ? rest : static_cast<std::size_t>(run.blocksLeft);
         process(done, size);
         run.blocksLeft -= size;
         done += size;

@@ -26,10 +26,15 @@ std::string_view TextOf(asnt::View bytes) { return {reinterpret_cast<const char*
 SignerChains::SignerChains(const CNALSignData& message, const CNALCertStorage* storage)
     : m_message(message), m_storage(storage != nullptr && storage->IsOpened() ? storage : nullptr) {}
 
+// A storage has room for one certificate per key identifier: the one on the chain that is judged now.
 void SignerChains::AddCert(const CNALCertContext& cert) {
     IdentObj encoded = EncodingOf(*cert.GetContext()).Copy();
+    IdentObj& present = m_present[cert.GetSubjectKeyId()];
+    if (present == encoded) return;
     // One that no storage can keep helps nobody.
-    if (m_added.count(encoded) == 0 && m_extra.AddEncodetCertificate(encoded, X509_ASN_ENCODING)) m_added.insert(std::move(encoded));
+    if (!m_extra.AddEncodetCertificate(encoded, X509_ASN_ENCODING)) return;
+    m_added.insert(encoded);
+    present = std::move(encoded);
 }
 
 void SignerChains::AddCrl(const CNALCRLContext& crl) {
@@ -69,7 +74,8 @@ void SignerChains::AddIssuersOf(CNALCertContext cert) {
     };
     for (std::size_t length = 0; length < c_maxLength; ++length) {
         CNALCertContext issuer = issuerOf(cert);
-        if (!issuer.IsInitialized() || m_onChains == c_maxOnChains) return;
+        if (!issuer.IsInitialized()) return;
+        if (m_onChains == c_maxOnChains && m_added.count(EncodingOf(*issuer.GetContext()).Copy()) == 0) return;
         const std::size_t before = m_added.size();
         AddCert(issuer);
         m_onChains += static_cast<unsigned>(m_added.size() - before);

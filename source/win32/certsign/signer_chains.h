@@ -46,6 +46,7 @@ private:
     const CNALCertStorage* m_storage;
     CNALCertStorage m_extra;
     std::set<IdentObj> m_added;  // to m_extra, which is searched through an index that each change makes void
+    std::map<IdentObj, IdentObj> m_present;  // by key identifier, which of the certificates added for a chain m_extra holds
     std::vector<Offered> m_offered;  // by subject
     unsigned m_onChains = 0;
     std::map<IdentObj, CERT_TRUST_STATUS> m_known;

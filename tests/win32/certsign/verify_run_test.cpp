@@ -226,6 +226,28 @@ TEST_F(SignerChain, LeadsToATrustedRootOrSaysWhyNot) {
         crowded.certificates.push_front(addOther(IdentObj(std::string(20, static_cast<char>(i + 1)).data(), 20)));
     crowded.certificates.push_back(addOther(middle.GetContext().GetSubjectKeyId()));
     EXPECT_EQ(ChainOf(crowded), 0u);
+    // Nor does the issuer of a signer between two of theirs, though it takes their issuer's place while his chain is judged.
+    keycentre::Profile copied = keycentre::CaProfile();
+    copied.subjectKeyId = middle.GetContext().GetSubjectKeyId();
+    const keycentre::Issuer copy = keycentre::Issuer::SelfSigned(s_authority->NewKey(), keycentre::Name("CN=Copy"), copied);
+    const auto signatoryOf = [&](const keycentre::Issuer& issuer, const char* name) {
+        keycentre::KeyPair own = s_authority->NewKey();
+        const CNALCertContext ownCert(issuer.Certify(keycentre::Name(name), own.GetPublicKey(), ValidFrom(-1, 30)));
+        return Signatory{std::move(own), ownCert};
+    };
+    const Signatory between = signatoryOf(copy, "CN=Between");
+    const Signatory second = signatoryOf(middle, "CN=Second");
+    CNALSignData mixed = MessageOf(m_content, {{&below}, {&between}, {&second}});
+    mixed.certificates.push_back(middle.GetCertificate());
+    mixed.certificates.push_back(copy.GetCertificate());
+    mixed.crls = indirect.crls;
+    Records records;
+    Chains chains;
+    EXPECT_EQ(NALVerifySignedData(records, chains, {}, Encoded(mixed), nullptr, nullptr), 1);
+    ASSERT_EQ(chains.size(), 3u);
+    EXPECT_EQ(chains.front().dwErrorStatus, 0u);
+    EXPECT_NE(std::next(chains.begin())->dwErrorStatus & CERT_TRUST_IS_UNTRUSTED_ROOT, 0u);
+    EXPECT_EQ(chains.back().dwErrorStatus, 0u);
     keycentre::CrlProfile old;
     old.thisUpdate = DaysFromNow(-10);
     old.nextUpdate = DaysFromNow(-5);

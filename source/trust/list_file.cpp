@@ -17,6 +17,7 @@
 #include "too/folder.h"
 #include "too/locker.h"
 #include "too/path.h"
+#include "too/time.h"
 #include "trust/trust_list.h"
 
 namespace nal {
@@ -24,6 +25,14 @@ namespace {
 
 constexpr char c_sourcePath[] = "source/trust";
 constexpr std::uint32_t c_maxList = 64U << 20;
+constexpr std::uint64_t c_pause = CTOOFileTime::c_ticksPerSecond;  // between tries at files that do not change
+
+/// Whether a failure may pass without a change of what the file holds.
+bool MayPass(const XTOOStatus& status) {
+    const int code = status.GetCode();
+    return dynamic_cast<const XTOOFile*>(&status) != nullptr || code == TOO_E_NO_MEMORY || code == TOO_E_INTERNAL ||
+           code == TOO_E_NO_PROVIDER;
+}
 
 void Log(const CTOOString& file, const char* reason) {
     LogError(NAL_HERE(c_sourcePath), file + ": " + reason);
@@ -67,23 +76,20 @@ public:
 
     void Refresh() final {
         const FileStamp stamp = StampOf(m_path);  // of before the reading: a change meanwhile is seen next time
-        if (m_isDone && stamp == m_stamp) return;
-        if (stamp != m_stamp) ForgetComplaints();
+        if (stamp != m_stamp) StartAnew();
+        if (CanRest()) return;
         m_stamp = stamp;
-        m_isDone = false;
         try {
-            m_storage = stamp.Exists() ? Load() : Empty();
-            m_isDone = true;
-        } catch (const XTOOFile& failure) {
-            Complain(m_path, failure);  // that may pass without another change of the file: tried again next time
+            m_storage = stamp.MayExist() ? Load() : Empty();
+            End(true);
         } catch (const XTOOStatus& status) {
             Complain(m_path, status);
-            m_isDone = true;
+            End(!MayPass(status));
         }
     }
 
 protected:
-    /// @throws XTOOFile when the file cannot be read now, any other XTOOStatus for what it holds
+    /// @throws XTOOStatus; an XTOOFile when the file cannot be read now
     virtual CNALCertStorage Load() const = 0;
     /// What the list is without a file.
     virtual CNALCertStorage Empty() const = 0;
@@ -92,7 +98,6 @@ protected:
 
 private:
     FileStamp m_stamp;
-    bool m_isDone = false;
 };
 
 class UnsignedList : public SingleFile {
@@ -116,17 +121,18 @@ public:
         const FileStamp delivered = StampOf(m_delivered);
         const FileStamp accepted = StampOf(m_accepted);
         const bool isSame = delivered == m_deliveredStamp && accepted == m_acceptedStamp && m_roots.GetStore() == m_checkedRoots.GetStore();
-        if (m_isDone && isSame) return;
-        if (!isSame) ForgetComplaints();
-        m_isDone = true;
+        if (!isSame) StartAnew();
+        if (CanRest()) return;
         m_deliveredStamp = delivered;
-        if (delivered.Exists() || accepted.Exists()) {
-            Choose(delivered.Exists());
+        m_acceptedStamp = accepted;
+        m_mayPass = false;
+        if (delivered.MayExist() || accepted.MayExist() || !m_unkept.IsEmpty()) {
+            Choose(delivered.MayExist());
         } else {
-            m_acceptedStamp = accepted;
             m_storage.Clear();
         }
         m_checkedRoots = m_roots;
+        End(!m_mayPass);
     }
 
 private:
@@ -153,6 +159,13 @@ private:
             if (m_roots.GetStore() != m_checkedRoots.GetStore()) Use(Accepted());  // what is in use was not held against these roots
             return;
         }
+        // What is in use without having been kept counts as if it had been.
+        bool isKept = true;
+        if (Accepted unkept = Check(m_unkept); unkept.state == State::Good && unkept.message != kept.message &&
+                                               !(kept.state == State::Good && unkept.list.number < kept.list.number)) {
+            kept = std::move(unkept);
+            isKept = false;
+        }
         Accepted fresh;
         if (isDelivered) fresh = Read(m_delivered, TrustCheck::Delivered);
         if (fresh.state == State::Good && kept.state == State::Good && fresh.list.number < kept.list.number) {
@@ -160,8 +173,12 @@ private:
             fresh.state = State::Refused;
         }
         if (fresh.state == State::Good && !(kept.state == State::Good && kept.message == fresh.message)) {
-            if (lock != nullptr) Keep(fresh.message);
             kept = std::move(fresh);
+            isKept = false;
+        }
+        if (kept.state == State::Good) {
+            if (!isKept) isKept = lock != nullptr && Keep(kept.message);
+            m_unkept = isKept ? IdentObj() : kept.message;
         }
         Use(kept);
     }
@@ -185,40 +202,61 @@ private:
         Accepted result;
         try {
             result.message = ReadListFile(path);
-            result.list = CheckTrustList(result.message, m_roots, check);
-            result.state = State::Good;
-        } catch (const XTOOFile& failure) {
-            if (failure.GetCode() == TOO_E_FILE_NOT_FOUND) return result;
-            Complain(path, failure);
-            result.state = State::Unreadable;
-            m_isDone = false;  // that may pass without another change of the file: tried again next time
         } catch (const XTOOStatus& status) {
-            Complain(path, status);
-            // What was accepted once can only fail for want of its root, unless it is damaged.
-            result.state = status.GetCode() == TOO_E_UNTRUSTED ? State::Refused : State::Unreadable;
+            if (status.GetCode() != TOO_E_FILE_NOT_FOUND) NoteFailure(path, status, result);
+            return result;
         }
+        Judge(path, check, result);
         return result;
     }
 
-    void Keep(const IdentObj& message) {
+    /// A message that was accepted before, held against the present roots; of no bytes: absent.
+    Accepted Check(const IdentObj& message) {
+        Accepted result;
+        result.message = message;
+        if (!message.IsEmpty()) Judge(m_delivered, TrustCheck::Kept, result);
+        return result;
+    }
+
+    void Judge(const CTOOString& path, TrustCheck check, Accepted& result) {
+        try {
+            result.list = CheckTrustList(result.message, m_roots, check);
+            result.state = State::Good;
+        } catch (const XTOOStatus& status) {
+            NoteFailure(path, status, result);
+        }
+    }
+
+    // What was accepted once can only fail for want of its root, unless it is damaged.
+    void NoteFailure(const CTOOString& path, const XTOOStatus& status, Accepted& result) {
+        Complain(path, status);
+        m_mayPass = m_mayPass || MayPass(status);
+        result.state = status.GetCode() == TOO_E_UNTRUSTED ? State::Refused : State::Unreadable;
+    }
+
+    bool Keep(const IdentObj& message) {
+        bool isKept = false;
         try {
             CTOOString folder;
             CTOOString name;
             storedev::ParseFullPath(m_accepted, folder, name);
             CTOOFolder::MakeFolder(folder, 0700);
             CTOOWholeFile::Store(m_accepted, message.GetData(), message.GetSize());
+            isKept = true;
         } catch (const XTOOStatus& status) {
             Complain(m_accepted, status);  // in use all the same, but another process will not know its number
         }
         m_acceptedStamp = StampOf(m_accepted);
+        return isKept;
     }
 
     const CTOOString m_delivered;
     const CTOOString m_accepted;
     const CNALCertStorage& m_roots;
-    bool m_isDone = false;
+    bool m_mayPass = false;  // whether something failed in this try that may work in another
     FileStamp m_deliveredStamp;
     FileStamp m_acceptedStamp;
+    IdentObj m_unkept;  // the message in use when it could not be kept
     CNALCertStorage m_checkedRoots;  // what the list was checked against; held, so that its handle is not given out again
 };
 
@@ -236,7 +274,9 @@ protected:
         if (!file.FindCertList(certs, CERT_FIND_ANY, nullptr) && GetLastError() != NAL_STORE_E_NOT_FOUND) Fail("the main storage cannot be read");
         if (!copy.AddCertificateList(certs)) Fail("the main storage cannot be copied");
         for (CNALCRLContext crl; (crl = file.FindCRLInStore(0, nullptr, crl)).IsInitialized();) {
-            if (!copy.AddCRLContext(crl, CERT_STORE_ADD_ALWAYS)) Fail("the main storage cannot be copied");
+            if (copy.AddCRLContext(crl, CERT_STORE_ADD_ALWAYS)) continue;
+            if (const XTOOStatus status(LastErrorStatus()); MayPass(status)) Fail("the main storage cannot be copied");
+            Log(m_path, "a CRL of the main storage cannot be copied, and is left out");
         }
         if (GetLastError() != NAL_STORE_E_NOT_FOUND) Fail("the main storage cannot be read");
         return copy;
@@ -260,11 +300,33 @@ void ListFile::Complain(const CTOOString& file, const char* reason) {
     if (m_complaints.insert(file + ": " + reason).second) Log(file, reason);
 }
 
+void ListFile::StartAnew() {
+    m_complaints.clear();
+    m_isDone = false;
+    m_failedAt = 0;
+}
+
+// A clock that was set back ends the pause.
+bool ListFile::CanRest() const {
+    const std::uint64_t now = CTOOFileTime::Now().GetTicks();
+    return m_isDone || (now >= m_failedAt && now - m_failedAt < c_pause);
+}
+
+void ListFile::End(bool isDone) {
+    m_isDone = isDone;
+    m_failedAt = CTOOFileTime::Now().GetTicks();
+}
+
 FileStamp StampOf(const CTOOString& path) {
     struct stat status {};
-    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+    if (stat(path.c_str(), &status) != 0) {
+        FileStamp stamp;
+        if (errno != ENOENT && errno != ENOTDIR) stamp.error = errno;
+        return stamp;
+    }
+    if (!S_ISREG(status.st_mode)) return {};
     return {static_cast<std::uint64_t>(status.st_ino), static_cast<std::uint64_t>(status.st_size),
-            static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1000000000 + status.st_mtim.tv_nsec};
+            static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1000000000 + status.st_mtim.tv_nsec, 0};
 }
 
 IdentObj ReadListFile(const CTOOString& path) {
@@ -282,6 +344,7 @@ CNALCertStorage MakeStorage(const std::list<IdentObj>& certificates, const std::
             else
                 Log(source, "a certificate without subject key identifier is left out");
         } catch (const XTOOStatus& status) {
+            if (MayPass(status)) throw;
             Log(source, status.what());
         }
     }
@@ -293,6 +356,7 @@ CNALCertStorage MakeStorage(const std::list<IdentObj>& certificates, const std::
             else if (!storage.AddCRLContext(crl, CERT_STORE_ADD_ALWAYS))
                 Log(source, "a CRL cannot be stored");
         } catch (const XTOOStatus& status) {
+            if (MayPass(status)) throw;
             Log(source, status.what());
         }
     }

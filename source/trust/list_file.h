@@ -17,8 +17,10 @@ struct FileStamp {
     std::uint64_t inode = 0;
     std::uint64_t size = 0;
     std::int64_t changed = 0;  // nanoseconds
+    int error = 0;             // the errno with which the system would not tell; the rest is zero then
 
-    bool Exists() const { return inode != 0; }
+    /// Whether there is a file, or may be one.
+    bool MayExist() const { return inode != 0 || error != 0; }
     bool operator==(const FileStamp&) const = default;
 };
 FileStamp StampOf(const CTOOString& path);
@@ -34,8 +36,9 @@ IdentObj ReadListFile(const CTOOString& path);
 class ListFile {
 public:
     virtual ~ListFile() = default;
-    /// Brings the storage up to date. A failure is logged, and the last storage stays; one to read a file is met with another try in the
-    /// next call, also when the file does not change.
+    /// Brings the storage up to date. A failure is logged, and the last storage stays. One that may pass without a change of the file
+    /// is met with another try in a call a second later, or when the file changes.
+    /// @throws XTOOStatus when a trust list was chosen and cannot be made a storage; the next call tries again
     virtual void Refresh() = 0;
     /// Closed as long as there is no such list.
     const CNALCertStorage& GetStorage() const { return m_storage; }
@@ -44,12 +47,19 @@ protected:
     /// Logs a failure, but once for all tries at the same files.
     void Complain(const CTOOString& file, const char* reason);
     void Complain(const CTOOString& file, const XTOOStatus& status) { Complain(file, status.what()); }
-    void ForgetComplaints() { m_complaints.clear(); }
+    /// To be called when the files are others than before: what failed with those is forgotten.
+    void StartAnew();
+    /// Whether nothing more is to be done at files that are the same: all is done, or the last failure was too short a time ago.
+    bool CanRest() const;
+    /// Says how a try ended.
+    void End(bool isDone);
 
     CNALCertStorage m_storage;
 
 private:
     std::set<CTOOString> m_complaints;
+    bool m_isDone = false;
+    std::uint64_t m_failedAt = 0;  // ticks of a file time
 };
 
 /// An unsigned list: `<id>.trl`, `<id>_usr.p7b`.

@@ -234,9 +234,28 @@ TEST_F(Trust, TriesAgainWhatCouldNotBeRead) {
         const NoFiles none;
         EXPECT_TRUE(found("12ab.trl") == 1 && found(kCommon) == 1 && roots() == 1);
     }
+    too_testing::AdvanceClock(1);
     EXPECT_EQ(2U, found("12ab.trl"));
     EXPECT_EQ(2U, found(kCommon));
     EXPECT_EQ(2U, roots());
+    // Files that the system does not find are gone; of those that it will not look for nobody knows.
+    for (const char* folder : {"net/d_station", "home/trust"}) {
+        const std::string path = m_folder.File(folder);
+        std::filesystem::rename(path, path + ".aside");
+        std::filesystem::create_symlink(path, path);
+        EXPECT_TRUE(found("12ab.trl") == 2 && found(kCommon) == 2 && roots() == 2) << folder;
+        std::filesystem::remove(path);
+        std::filesystem::rename(path + ".aside", path);
+        EXPECT_TRUE(found("12ab.trl") == 2 && found(kCommon) == 2 && roots() == 2) << folder;
+    }
+    // Nor does a list have a fault when there is no memory to check it.
+    Deliver(kCommon, GoodList(3).Build(m_signer));
+    {
+        const too_testing::ScopedCallFailure noMemory("ORKAcquireContext", 8);
+        EXPECT_EQ(2U, found(kCommon));
+    }
+    too_testing::AdvanceClock(1);
+    EXPECT_EQ(1U, found(kCommon));
 }
 
 // A copy that is damaged hides which number was accepted: an older list must not come in its place.
@@ -297,9 +316,25 @@ TEST_F(Trust, AcceptingIsWholeWhereverItStops) {
     // On a full disk the list is in use all the same.
     WriteFile(accepted, before);
     m_VPN_TrustStorages.Reset();
+    {
+        const too_testing::ScopedStepFailure full(1);
+        EXPECT_EQ(2, CommonList());
+        EXPECT_EQ(before, ReadFile(accepted));
+        Deliver(kCommon, GoodList(1).Build(m_signer));
+        EXPECT_EQ(2, CommonList()) << "a list older than the one in use";
+        std::filesystem::remove(Delivered(kCommon));
+        EXPECT_EQ(2, CommonList());
+    }
+    // It is kept when that can be done, and trusted no longer than its root.
+    Deliver(kCommon, Filled(7, 100));
+    EXPECT_EQ(2, CommonList());
+    EXPECT_EQ(next.GetSize(), ReadFile(accepted).size());
+    WriteFile(accepted, before);
+    Deliver(kCommon, next);
     const too_testing::ScopedStepFailure full(1);
     EXPECT_EQ(2, CommonList());
-    EXPECT_EQ(before, ReadFile(accepted));
+    Forget("trusted.dat");
+    EXPECT_EQ(0, CommonList());
 }
 
 TEST_F(Trust, SeeksIssuersInOrder) {

@@ -10,6 +10,17 @@ std::unique_ptr<IPC::CLocker> LockContainer(const CTOOString& container) {
     return IPC::CreateWriteLockerDeprecated("container " + container);
 }
 
+void ForgetEarlierContainer(const CNALProvider& provider) {
+    const CTOOString container = UniqueNameOf(provider);
+    if (container.empty() || !HalfMadeRequest::Exists(container)) return;
+    const auto lock = LockContainer(container);
+    // Without keys there is nothing that a note could tell of.
+    if (ReadEntries(provider, CTOOString(), "HalfMadeRequest").empty())
+        HalfMadeRequest::Remove(container);
+    else
+        RepairHalfMadeRequest(provider, container);
+}
+
 ContainerChange::ContainerChange(const CNALProvider& provider, bool needsRepair) : m_container(UniqueNameOf(provider)) {
     if (m_container.empty()) return;
     m_lock = LockContainer(m_container);

@@ -13,6 +13,11 @@ namespace nal {
 /// @throws XTOOStatus when the lock cannot be used
 std::unique_ptr<IPC::CLocker> LockContainer(const CTOOString& container);
 
+/// Takes away the note of a container that had a just made container's name before. Waits for the lock: who opened the new container
+/// meanwhile may have left a note of his own there, which is put right.
+/// @throws XTOOStatus when the lock cannot be used, or as RepairHalfMadeRequest
+void ForgetEarlierContainer(const CNALProvider& provider);
+
 /// The lock of a context's container.
 class ContainerChange {
 public:

@@ -17,7 +17,6 @@
 #include "too/path.h"
 #include "win32/cnaluser/container_change.h"
 #include "win32/cnaluser/container_entries.h"
-#include "win32/cnaluser/half_made_request.h"
 
 namespace {
 
@@ -63,10 +62,8 @@ public:
         : m_provider(Open(path, ORK_OPEN_NEW | ORK_OPEN_SILENT)), m_name(path) {
         try {
             const CTOOString unique = nal::UniqueNameOf(m_provider);  // the path may be a bare name
-            if (!unique.empty()) {
-                m_name = unique;
-                nal::HalfMadeRequest::Remove(unique);  // of a container that had this name before
-            }
+            if (!unique.empty()) m_name = unique;
+            nal::ForgetEarlierContainer(m_provider);
             nal::RequireDone(ORKSetProvParam(Handle(), ORK_PARAM_PROTECTION_KEY, defenceKey, 0), c_context);
             SetSecret(m_provider, ORK_PARAM_PASSWORD, password);
             SetSecret(m_provider, ORK_PARAM_PIN, pin);

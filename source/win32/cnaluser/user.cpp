@@ -4,6 +4,7 @@
 #include <strings.h>
 
 #include "frame/failure.h"
+#include "frame/log.h"
 #include "ork/csp.h"
 #include "too/path.h"
 #include "win32/cnaluser/container_change.h"
@@ -25,6 +26,15 @@ template <class Text>
 void Replace(CTOOString& secret, const Text& text) {
     Wipe(secret);
     secret += text;
+}
+
+/// The container is there and good: a note that stays hinders no more than the making of keys, which tells so.
+void ForgetEarlierContainer(const CNALProvider& provider, const CTOOString& path) {
+    try {
+        nal::ForgetEarlierContainer(provider);
+    } catch (const XTOOStatus& status) {
+        nal::LogError(NAL_HERE("source/win32/cnaluser"), path + ": the note of an earlier container cannot be removed: " + status.what());
+    }
 }
 
 int SetParam(const CNALProvider& provider, DWORD param, const CTOOString& text) {
@@ -85,13 +95,13 @@ int CNALUser::LogInUser(const char* path, const char* password, const char* pin,
     int status = OpenContainer(m_path.c_str(), ORK_PROVIDER_NAME, ORK_PROVIDER_TYPE, flags);
     if (status == TOO_OK) status = HandOnSecrets();
     if (status != TOO_OK) return status;
+    if (create) {
+        ForgetEarlierContainer(m_provider, m_path);
+        return TOO_OK;
+    }
     nal::Report(&status, [&] {
         const CTOOString unique = nal::UniqueNameOf(m_provider);
-        if (!nal::HalfMadeRequest::Exists(unique)) return;
-        if (create)
-            nal::HalfMadeRequest::Remove(unique);  // of a container that had this name before
-        else
-            nal::ContainerChange{m_provider};
+        if (!unique.empty() && nal::HalfMadeRequest::Exists(unique)) nal::ContainerChange{m_provider};
     });
     return status;
 }

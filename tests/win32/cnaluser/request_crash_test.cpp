@@ -148,6 +148,25 @@ TEST_F(RequestCrashTest, NotesThatDoNotFit) {
     CNALUserContainerInfo info;
     ASSERT_TRUE(user.GetContainerInfo(info, nullptr, nullptr));
     EXPECT_GE(info.m_keys.size(), 3U);
+
+    // A note beside a new container is that of an earlier one, unless there are keys already: then somebody made one in it, and died.
+    for (const bool hasKey : {false, true}) {
+        std::filesystem::remove(File("fresh"));
+        nal_test::WriteFile(File("fresh.newkey"), nal_test::FromHex("3009020101040004003000"));
+        if (hasKey) {
+            too_testing::BeforeCall("ORKGetProvParam", 1, [&] {
+                CNALProvider other;
+                other.Init(File("fresh").c_str(), nullptr, 0, 0, nullptr);
+                ork::KeyHandle key;
+                EXPECT_TRUE(ORKGenKey(other.GetProviderHandle(), ORK_KEY_SIGNATURE, 0, key.Receive()));
+            });
+        }
+        LogIn(user, "fresh", true, "");
+        too_testing::ResetCalls();
+        EXPECT_FALSE(std::filesystem::exists(File("fresh.newkey"))) << hasKey;
+        ASSERT_TRUE(user.GetContainerInfo(info, nullptr, nullptr));
+        EXPECT_EQ(0U, info.m_keys.size()) << hasKey;
+    }
 }
 
 }  // namespace

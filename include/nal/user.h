@@ -309,6 +309,6 @@ NAL_EXPORT BOOL NALGetContainerList(const CTOOString& folder, std::list<CNALUser
 NAL_EXPORT BOOL NALGetContainerInfo(const CTOOString& path, CNALUserContainerInfo& info, int* err, CTOOString* msg);
 
 /// Deletes a container with all its keys; no password is asked for. Waits for who makes a request in it.
-/// @param err  121 when there is none or the file is none, else the provider's
+/// @param err  121 when there is none or the file is none, 13 or another that says why its lock cannot be used, else the provider's
 /// @param msg  "NALDeleteContainer"
 NAL_EXPORT BOOL NALDeleteContainer(const CTOOString& path, int* err, CTOOString* msg);

@@ -43,6 +43,7 @@ void FolderService::Report(FolderEvent::Kind kind, const std::string& file, cons
 
 FolderTally FolderService::Run(const std::function<bool()>& stop) {
     m_tally = {};
+    m_failing.clear();
     Recover();
     for (const Delivery kind : kKinds)
         Walk(kind, stop);
@@ -51,10 +52,18 @@ FolderTally FolderService::Run(const std::function<bool()>& stop) {
 }
 
 void FolderService::Recover() {
-    const FolderLock lock = m_centre.Lock();
-    m_centre.MakeDueCrls();
-    const std::list<CertificateRecord> open = m_centre.GetRecords().FindUndelivered(m_folder.GetPath());
-    if (!open.empty()) HandOver({open.begin(), open.end()});
+    std::int64_t last = 0;
+    std::size_t count = 0;
+    do {
+        const FolderLock lock = m_centre.Lock();
+        m_centre.MakeDueCrls();
+        const std::vector<CertificateRecord> open = m_centre.GetRecords().FindUndelivered(m_folder.GetPath(), last, m_group);
+        count = open.size();
+        if (count == 0) return;
+        last = open.back().id;
+        HandOver(open);
+        Flush();
+    } while (count == m_group);
 }
 
 void FolderService::Walk(Delivery kind, const std::function<bool()>& stop) {
@@ -66,7 +75,8 @@ void FolderService::Walk(Delivery kind, const std::function<bool()>& stop) {
     }
     std::unique_ptr<FolderLock> lock;
     std::size_t inGroup = 0;
-    while (!stop()) {
+    // What waits for a store that fails does not become more.
+    while (!m_failing.contains(kind) && !stop()) {
         errno = 0;
         const dirent* entry = ::readdir(folder.get());
         if (entry == nullptr && errno != 0) throw XTOOFile(TOO_E_READ, path, "cannot read the folder", errno);
@@ -231,11 +241,16 @@ std::vector<CertificateRecord> FolderService::Deliver(const std::vector<Certific
         std::vector<CertificateRecord> ofKind;
         const auto isOfKind = [&](const CertificateRecord& record) { return record.delivery == kind; };
         std::copy_if(records.begin(), records.end(), std::back_inserter(ofKind), isOfKind);
+        if (m_failing.contains(kind)) {
+            m_tally.failed += static_cast<unsigned>(ofKind.size());
+            continue;
+        }
         try {
             m_folder.Deliver(m_centre, ofKind);
             delivered.insert(delivered.end(), ofKind.begin(), ofKind.end());
         } catch (const XTOOFile& failure) {
             // The certificates are on record; each pass tries again to hand them over.
+            m_failing.insert(kind);
             m_tally.failed += static_cast<unsigned>(ofKind.size());
             const std::string text = failure.GetText().str() + "; not handed over: " + std::to_string(ofKind.size());
             Report(FolderEvent::Failed, TransportFolder::AnswersName(kind), text);

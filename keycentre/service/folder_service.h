@@ -45,7 +45,8 @@ public:
 
     /// Finishes what a run that died had begun, then goes over the folder once.
     /// @param stop  asked between groups
-    /// A store of answers that fails, by damage perhaps, is reported, and the rest goes on; its answers are handed over by a later pass.
+    /// A store of answers that fails, by damage perhaps, is reported; its answers are handed over by a later pass, before which no more
+    /// requests of its kind are worked on. The other kind goes on.
     /// @throws XTOOStatus when records or keys fail; what was done until then stays done
     FolderTally Run(const std::function<bool()>& stop);
 
@@ -81,6 +82,7 @@ private:
     std::set<std::string> m_keys;         // theirs
     std::vector<WaitingRecord> m_waiting;
     std::vector<std::string> m_gone;      // files that wait no more
+    std::set<Delivery> m_failing;         // kinds whose store of answers failed in this pass
 };
 
 }  // namespace keycentre

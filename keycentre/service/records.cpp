@@ -224,10 +224,10 @@ std::optional<CertificateRecord> Records::FindRequest(const std::string& fingerp
     return FindOne(m_connection, "request = ?1 AND state <> 3", std::string_view(fingerprint));
 }
 
-std::list<CertificateRecord> Records::FindUndelivered(const std::string& folder) {
-    std::list<CertificateRecord> records;
-    Statement row(m_connection, Select("state < 2 AND state = 1 AND folder = ?1 ORDER BY id"));
-    row.Bind(1, std::string_view(folder));
+std::vector<CertificateRecord> Records::FindUndelivered(const std::string& folder, std::int64_t after, std::size_t most) {
+    std::vector<CertificateRecord> records;
+    Statement row(m_connection, Select("state < 2 AND state = 1 AND folder = ?1 AND id > ?2 ORDER BY id LIMIT ?3"));
+    row.Bind(1, std::string_view(folder)).Bind(2, after).Bind(3, static_cast<std::int64_t>(most));
     while (row.Step())
         records.push_back(Read(row, true));
     return records;

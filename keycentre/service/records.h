@@ -9,6 +9,7 @@
 #include <list>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "keycentre/service/sqlite.h"
 #include "too/ident_obj.h"
@@ -115,8 +116,10 @@ public:
     std::optional<CertificateRecord> FindSerial(const IdentObj& serial);
     std::optional<CertificateRecord> FindKey(const std::string& fingerprint);
     std::optional<CertificateRecord> FindRequest(const std::string& fingerprint);
-    /// What is issued and not handed over into this folder.
-    std::list<CertificateRecord> FindUndelivered(const std::string& folder);
+    /// What is issued and not handed over into this folder, in the order of issue.
+    /// @param after  the id of the record before the first one sought; 0 for all
+    /// @param most   how many are given
+    std::vector<CertificateRecord> FindUndelivered(const std::string& folder, std::int64_t after, std::size_t most);
     /// Every revoked certificate of an authority, oldest revocation first.
     void ForEachRevoked(Role authority, const std::function<void(const CertificateRecord&)>& take);
     /// Every certificate that is not Abandoned, in the order of issue, without its DER unless asked for.

@@ -332,9 +332,13 @@ TEST_F(FolderServices, ADamagedStoreOfAnswersStopsNothingElse) {
         EXPECT_TRUE(std::filesystem::exists(RequestPath("1_ownu.req")));
         EXPECT_EQ(Answers(Delivery::External).size(), 1U);
     }
+    // While it is, no more certificates are made than a group's; afterwards all are handed over, a group at a time.
+    for (const char* file : {"4_ownu.req", "5_ownu.req", "6_ownu.req"}) Put(file, Request(NewKey(), ivan.name, &ivan));
+    EXPECT_EQ(Serve(centre, 1).failed, 1U);
+    EXPECT_EQ(centre.GetRecords().FindUndelivered(Transport().GetPath(), 0, 9).size(), 1U);
     std::filesystem::remove(answers);
-    EXPECT_EQ(Serve(centre).answered, 1U);
-    EXPECT_EQ(Answers().size(), 1U);
+    EXPECT_EQ(Serve(centre, 1).answered, 4U);
+    EXPECT_EQ(Answers().size(), 4U);
     EXPECT_FALSE(std::filesystem::exists(RequestPath("1_ownu.req")));
 }
 

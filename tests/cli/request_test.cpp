@@ -62,8 +62,8 @@ TEST_F(CliRequest, FromTheFirstRequestToTheRenewedKey) {
          "nal-keycentre serve-folder net --centre c --password-file cpw > served; mv home/csp/petr away; nal request install --password-file pw", 4,
          "container @/home/csp/petr: no such key container", "subject    cn=Ivan"},
         {"mv away home/csp/petr; nal request install --password-file pw", 0, "", "subject    cn=Petr"},
-        {"nal container transfer ivan moved --password-file pw && nal sign doc -k moved --password-file pw --cert $(nal cert list --json | sed -n "
-         "'s/.*\"key_id\": \"\\(.*\\)\".*/\\1/p' | head -1) -o moved.p7s; true", 0, "", "moved"},
+        {"nal container transfer ivan moved --password-file pw && nal sign doc -k moved --password-file pw --cert $(nal container show moved --json | "
+         "sed -n 's/.*\"key_id\": \"\\(.*\\)\".*/\\1/p' | head -1) -o moved.p7s", 0, "", "moved"},
     });
     const std::string request = "id:s status:s for:s subject:s container:s? made:s";
     const Json list = RunJson("nal request list");

@@ -140,6 +140,11 @@ TEST_F(Encryption, RecipientsAreFoundByBothIdentifiersInContainersAndStorages) {
         EXPECT_EQ(DecryptToFile(message, nullptr), TOO_E_BAD_ARGUMENT);
         EXPECT_EQ(OutFiles(), 0u);
     }
+    // A container that the storage names for a certificate, but that holds another key, does not have ours.
+    const KeyHolder other = MakePerson("other", ORK_KEY_EXCHANGE);
+    ASSERT_TRUE(withContainers.FindCertList(stored, CERT_FIND_ANY, nullptr));
+    ASSERT_TRUE(stored.front().SetContainer(other.container.c_str()));
+    EXPECT_EQ(DecryptToFile(byIssuer.WriteObject(nullptr), nullptr, &withContainers), TOO_E_KEY_NOT_FOUND);
 }
 
 TEST_F(Encryption, OurRecipientIsFoundBehindManyOthersOfTheStorage) {

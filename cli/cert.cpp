@@ -64,39 +64,45 @@ struct Import {
         Outcome outcome;
         outcome.data = {{"store", path}, {"imported", Json::array()}};
         struct Seen {
+            CNALCertContext stored;  // what the store holds now, if any
             CNALCertContext certificate;
             std::size_t row;
-            bool isFresh;
         };
         std::map<std::string, Seen> kept;  // by key identifier: what the store will hold
         for (const CNALCertContext& certificate : certificates) {
             Json json = CertificateSummary(Decoded(certificate));
             const std::string id = Hex(certificate.GetSubjectKeyId());
             const auto earlier = kept.find(id);
-            CNALCertContext same;
+            CNALCertContext stored;
             if (earlier != kept.end()) {
-                same = earlier->second.certificate;
+                stored = earlier->second.stored;
             } else {
                 CRYPT_HASH_BLOB context{sizeof(CERT_CONTEXT), const_cast<BYTE*>(reinterpret_cast<const BYTE*>(certificate.GetContext()))};
                 std::list<CNALCertContext> found;
-                if (storage.FindCertList(found, CERT_FIND_EXISTING, &context)) same = found.front();
+                if (storage.FindCertList(found, CERT_FIND_EXISTING, &context)) stored = found.front();
             }
-            const bool isThere = same.IsInitialized() && same == certificate;
-            json["result"] = !same.IsInitialized() ? "new" : isThere ? "was there already" : "replaced another certificate";
-            if (same.IsInitialized() && !isThere) json["replaced"] = CertificateSummary(Decoded(same));
+            const CNALCertContext before = earlier == kept.end() ? stored : earlier->second.certificate;
+            const bool isThere = Is(before, certificate);
+            const bool stays = isThere || Is(stored, certificate);
+            json["result"] = stays ? "was there already" : before.IsInitialized() ? "replaced another certificate" : "new";
+            if (before.IsInitialized() && !stays) json["replaced"] = CertificateSummary(Decoded(before));
             if (earlier != kept.end() && !isThere) outcome.data["imported"][earlier->second.row]["result"] = "replaced by a later one of this import";
-            // What is there already keeps its properties, the place of its private key among them.
-            if (earlier == kept.end() || !isThere) kept.insert_or_assign(id, Seen{certificate, outcome.data["imported"].size(), !isThere});
+            if (earlier == kept.end() || !isThere) kept.insert_or_assign(id, Seen{stored, certificate, outcome.data["imported"].size()});
             outcome.data["imported"].push_back(std::move(json));
         }
         ThrowIfInterrupted();
         std::list<CNALCertContext> fresh;  // one transaction
         for (const auto& [id, seen] : kept) {
-            if (seen.isFresh) fresh.push_back(seen.certificate);
+            // What is there already keeps its properties, the place of its private key among them.
+            if (!Is(seen.stored, seen.certificate)) fresh.push_back(seen.certificate);
         }
-        if (!fresh.empty() && !storage.AddCertificateList(fresh)) FailWithLastError("storing certificates", path);
+        if (fresh.empty()) return outcome;
+        if (!storage.AddCertificateList(fresh)) FailWithLastError("storing certificates", path);
+        RecordEffect(std::to_string(fresh.size()) + " certificate(s) were stored in " + path);
         return outcome;
     }
+
+    static bool Is(const CNALCertContext& one, const CNALCertContext& other) { return one.IsInitialized() && one == other; }
 };
 
 struct Export {
@@ -229,6 +235,7 @@ struct Delete {
             throw Fault(kUsage, "nothing was deleted", "It was not confirmed.");
         }
         if (!storage.DeleteCertificate(certificate)) FailWithLastError("deleting the certificate", path);
+        RecordEffect(json["subject"].get<std::string>() + " was deleted from " + path);
         Outcome outcome;
         outcome.data = {{"store", path}, {"deleted", json}};
         return outcome;

@@ -104,6 +104,7 @@ struct Create {
             NALDeleteContainer(user.container, nullptr, nullptr);  // nothing is in it
             throw FaultOf(status, text, "container " + user.container);
         }
+        RecordEffect("container " + user.container + " was made, with a key pair");
         owner.Reset();
         Outcome outcome;
         outcome.data = ContainerJson(ContainerInfo(user.container));
@@ -122,7 +123,7 @@ struct Passwd {
         user.DefineSecrets(o);
         newPassword.Define(o, "new-password", true);
         newPin.Define(o, "new-pin", true);
-        o.Note("The change is on the disk, whole, when the command ends; a failure leaves the old password. With an option of the PIN alone, the PIN is changed.");
+        o.Note("The change is on the disk, whole, when the command ends; a failure leaves the old password. With an option of the PIN alone, the PIN is changed; with both, the password comes first, and it stays changed should the PIN then fail.");
         o.Example("nal container passwd ivan", "Asks for the old password and, twice, for the new one");
     }
 
@@ -143,7 +144,10 @@ struct Passwd {
             if (!owner.ChangePassword(freshPassword.c_str(), &status)) throw FaultOf(status, "changing the password", name);
             RecordEffect("the password of " + name + " was changed");
         }
-        if (newPin.IsGiven() && !owner.ChangePIN(freshPin.c_str(), &status)) throw FaultOf(status, "changing the PIN", name);
+        if (newPin.IsGiven()) {
+            if (!owner.ChangePIN(freshPin.c_str(), &status)) throw FaultOf(status, "changing the PIN", name);
+            RecordEffect("the PIN of " + name + " was changed");
+        }
         owner.Reset();
         Outcome outcome;
         outcome.data = ContainerJson(ContainerInfo(user.container));
@@ -180,6 +184,7 @@ struct Transfer {
         int status = 0;
         CTOOString text;
         if (!owner.TransferKeys(target, password.c_str(), pin.c_str(), 0, &status, &text)) throw FaultOf(status, text, "container " + target);
+        RecordEffect("the keys of container " + user.container + " were moved into container " + target);
         owner.Reset();
         Outcome outcome;
         outcome.data = ContainerJson(ContainerInfo(target));
@@ -206,6 +211,7 @@ struct Delete {
         int status = 0;
         CTOOString text;
         if (!NALDeleteContainer(container, &status, &text)) throw FaultOf(status, text, "container " + container);
+        RecordEffect("container " + container + " was deleted");
         Outcome outcome;
         outcome.data = {{"deleted", container}, {"keys", info.m_keys.size()}};
         return outcome;

@@ -2,6 +2,7 @@
 #include "cli/commands.h"
 #include "cli/describe.h"
 #include "cli/home.h"
+#include "cli/interrupt.h"
 #include "cli/program.h"
 
 namespace cli {
@@ -132,6 +133,7 @@ struct Add {
                                   name.c_str());
         record.ApID(to.m_apID.c_str());
         const long index = received ? records.AddOnRecieve(record) : records.AddOnSend(record);
+        RecordEffect("the record was written");
         Outcome outcome;
         outcome.data = {{"file", path}, {"record", RecordJson(record, index)}};
         return outcome;
@@ -178,6 +180,7 @@ struct Mark {
             if (index >= 0 && records.MarkActual(index)) ++marked;
         }
         if (marked == 0) throw Fault(kInput, "there is no record of this key and peer in " + path, "nal dh list shows the records.", TOO_E_NOT_FOUND);
+        RecordEffect(std::to_string(marked) + " record(s) were marked");
         Outcome outcome;
         outcome.data = {{"file", path}, {"marked", marked}};
         return outcome;

@@ -52,7 +52,6 @@ struct Encrypt {
         if (output.empty()) output = file == "-" ? "-" : file + kExtension;
         RefuseJsonWith(output, globals);
         OutputFile target(output, force, pem ? "CMS" : nullptr);
-        target.RefuseInput(file, "encrypted");
         if (ignoreMissingCrl) NALSetAplicationFlag(GetAplicationFlag() | NAL_APP_IGNORE_MISSING_CRL);
         std::list<CNALCertContext> certificates;
         Json list = Json::array();
@@ -126,7 +125,8 @@ struct Decrypt {
         // Plaintext that goes on through a pipe has no business on the disk.
         const bool inMemory = output == "-" && message.Size() <= kMostInMemory;
         std::optional<OutputFile> target;
-        if (!inMemory) target.emplace(output, force).RefuseInput(file, "decrypted");
+        // Made before a password is asked for.
+        const std::string place = inMemory ? std::string() : target.emplace(output, force).Path();
         CNALUser owner;
         OpenUser(owner, user);
         CNALCertStorage storage = store.Open();
@@ -146,7 +146,7 @@ struct Decrypt {
         }
         {
             const Progress progress("decrypting " + message.Name(), globals);
-            NALDecryptFile(what, &owner, certificates, target->Path().c_str(), &status);
+            NALDecryptFile(what, &owner, certificates, place.c_str(), &status);
         }
         if (status != TOO_OK) Refused(status, message.Name());
         target->Finish();

@@ -5,12 +5,15 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <vector>
 
+#include "cli/descriptor.h"
 #include "cli/interrupt.h"
+#include "cli/kinds.h"
 #include "cli/pem.h"
 #include "cli/terminal.h"
 
@@ -21,20 +24,7 @@ constexpr std::size_t kChunk = 1 << 16;
 constexpr std::size_t kLines = 48;  // bytes of a line of PEM: pieces of whole lines are encoded by themselves
 constexpr std::uint64_t kMostSpooled = 0xFFFFFFFEULL;  // what a message can be at most
 
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : m_fd(fd) {}
-    ~Descriptor() {
-        if (m_fd > STDERR_FILENO) ::close(m_fd);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int Get() const { return m_fd; }
-    int Release() { return std::exchange(m_fd, -1); }
-
-private:
-    int m_fd;
-};
+std::vector<std::string> g_inputs;  // as the command line named them
 
 [[noreturn]] void FailRead(const std::string& name, int error) {
     const char* hint = error == ENOENT ? "Check the path." : error == EACCES ? "Check who may read it." : "";
@@ -132,6 +122,7 @@ InputFile::InputFile(const std::string& path, bool decodePem, bool own) : m_name
     struct stat status {};
     Descriptor file = OpenInput(path, status);
     m_size = static_cast<std::uint64_t>(status.st_size);
+    m_isRegular = S_ISREG(status.st_mode);
     const bool atStart = path != "-" || ::lseek(file.Get(), 0, SEEK_CUR) == 0;
     if (!own && S_ISREG(status.st_mode) && atStart) {
         std::string head(decodePem ? kChunk : 0, '\0');
@@ -172,26 +163,25 @@ InputFile::~InputFile() {
     if (m_descriptor >= 0) ::close(m_descriptor);
 }
 
-OutputFile::OutputFile(const std::string& path, bool replace, const char* pemLabel)
-    : m_target(path), m_name(NameOf(path, true)), m_path(path), m_pemLabel(pemLabel) {
+void NameInput(const std::string& path) { g_inputs.push_back(path); }
+
+OutputFile::OutputFile(const std::string& path, bool replace, const char* pemLabel, const std::string& replaces)
+    : m_target(path), m_name(NameOf(path, true)), m_pemLabel(pemLabel), m_mayReplace(replace) {
+    if (path == "-") return;
     struct stat status {};
-    const bool exists = path != "-" && ::stat(path.c_str(), &status) == 0;
+    struct stat itself {};
+    const bool isThere = ::lstat(path.c_str(), &itself) == 0;
+    if (!isThere && errno != ENOENT && errno != ENOTDIR) FailWrite(m_name, errno);
+    const bool exists = isThere && ::stat(path.c_str(), &status) == 0;
     if (exists && S_ISDIR(status.st_mode)) throw Fault(kInput, m_name + " is a folder", "Name a file in it.", TOO_E_NOT_A_FILE);
-    if (exists && S_ISREG(status.st_mode) && !replace) {
-        throw Fault(kInput, m_name + " is there already", "Name another file, or replace it with --force.", TOO_E_FILE_EXISTS);
-    }
     m_isSpecial = exists && !S_ISREG(status.st_mode);
+    if (isThere && !m_isSpecial && !replace) RefuseExisting();
+    if (exists && !m_isSpecial) RefusePrecious(status.st_dev, status.st_ino, replaces);
     CTOOString folder;
     CTOOString name;
-    if (path != "-" && storedev::ParseFullPath(path, folder, name) && !CTOOFolder::Exists(folder)) {
+    if (storedev::ParseFullPath(path, folder, name) && !CTOOFolder::Exists(folder)) {
         throw Fault(kInput, "cannot write " + m_name + ": there is no folder " + folder.str(), "Make it first, or check the path.", TOO_E_FILE_NOT_FOUND);
     }
-    if (!IsStream() && pemLabel == nullptr) return;
-    std::string place = TemporaryRoot() + "/nal-XXXXXX";
-    if (::mkdtemp(place.data()) == nullptr) FailWrite(TemporaryRoot(), errno);
-    m_folder = place;
-    RemoveWhenKilled(m_folder);
-    m_path = m_folder + "/output";
 }
 
 OutputFile::~OutputFile() {
@@ -200,13 +190,56 @@ OutputFile::~OutputFile() {
     RemoveWhenKilled({});
 }
 
-void OutputFile::RefuseInput(const std::string& path, const char* done) const {
-    struct stat a {};
-    struct stat b {};
-    if (m_target == "-" || ::stat(m_target.c_str(), &a) != 0) return;
-    if (path == "-" ? ::fstat(STDIN_FILENO, &b) != 0 : ::stat(path.c_str(), &b) != 0) return;
-    if (!S_ISREG(a.st_mode) || a.st_dev != b.st_dev || a.st_ino != b.st_ino) return;
-    throw Fault(kUsage, std::string("the output is the file that is ") + done, "Name another with -o.");
+void OutputFile::RefuseExisting() const {
+    throw Fault(kInput, m_name + " is there already", "Name another file, or replace it with --force.", TOO_E_FILE_EXISTS);
+}
+
+// What --force does not replace either.
+void OutputFile::RefusePrecious(dev_t device, ino_t number, const std::string& replaces) const {
+    for (const std::string& input : g_inputs) {
+        struct stat other {};
+        if (input == replaces) continue;
+        if (input == "-" ? ::fstat(STDIN_FILENO, &other) != 0 : ::stat(input.c_str(), &other) != 0) continue;
+        if (other.st_dev == device && other.st_ino == number) throw Fault(kUsage, "the output " + m_name + " is a file that is read", "Name another with -o.");
+    }
+    if (::access(m_target.c_str(), R_OK) != 0) return;
+    const Kind kind = KindOf(ReadHead(m_target, 64));
+    if (kind != Kind::Store && kind != Kind::Container) return;
+    throw Fault(kInput, "the output " + m_name + " is " + TextOf(kind) + ", which no output replaces", "Name another file, or remove this one first.",
+                TOO_E_FILE_EXISTS);
+}
+
+const std::string& OutputFile::Folder() {
+    if (!m_folder.empty()) return m_folder;
+    std::string place = TemporaryRoot() + "/";
+    // What becomes a file is made on its file system, so that it can take its place at once.
+    if (!IsStream()) place = m_target.substr(0, m_target.rfind('/') + 1) + ".";
+    place += "nal-XXXXXX";
+    if (::mkdtemp(place.data()) == nullptr) FailWrite(IsStream() ? TemporaryRoot() : m_name, errno);
+    m_folder = place;
+    RemoveWhenKilled(m_folder);
+    return m_folder;
+}
+
+const std::string& OutputFile::Path() {
+    if (m_path.empty()) m_path = IsWrittenInPlace() ? m_target : Folder() + "/output";
+    return m_path;
+}
+
+// Gives a finished file of the temporary folder its name, which no other file may have got meanwhile.
+void OutputFile::Place(const std::string& finished) const {
+    int error = ::renameat2(AT_FDCWD, finished.c_str(), AT_FDCWD, m_target.c_str(), RENAME_NOREPLACE) == 0 ? 0 : errno;
+    // Not every file system knows of that; what they do know differs.
+    if (error == EINVAL || error == ENOSYS) error = ::link(finished.c_str(), m_target.c_str()) == 0 ? 0 : errno;
+    struct stat other {};
+    if ((error == EPERM || error == EOPNOTSUPP || error == ENOSYS) && ::lstat(m_target.c_str(), &other) != 0) {
+        error = ::rename(finished.c_str(), m_target.c_str()) == 0 ? 0 : errno;
+    }
+    if (error == EEXIST) RefuseExisting();
+    if (error != 0) FailWrite(m_name, error);
+    const std::size_t slash = m_target.rfind('/');
+    const Descriptor folder(::open(slash == std::string::npos ? "." : m_target.substr(0, slash + 1).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.Get() >= 0 && ::fsync(folder.Get()) != 0 && errno != EINVAL) FailWrite(m_name, errno);
 }
 
 // Calls `produce` with a function that takes the output's text piece by piece.
@@ -219,24 +252,42 @@ void OutputFile::Deliver(Produce produce) {
         write("-----END " + std::string(m_pemLabel) + "-----\n");
     };
     if (!IsStream()) {
-        CTOOWholeFile target(m_target);
-        encoded([&](std::string_view piece) {
-            ThrowIfInterrupted();
-            target.Write(piece.data(), piece.size());
-        });
-        return target.Commit();
+        const std::string whole = m_mayReplace ? m_target : Folder() + "/whole";
+        try {
+            CTOOWholeFile target(whole);
+            encoded([&](std::string_view piece) {
+                ThrowIfInterrupted();
+                target.Write(piece.data(), piece.size());
+            });
+            target.Commit();
+        } catch (const XTOOFile& failure) {
+            // Nobody knows the temporary folder's name.
+            const Fault fault = FaultOf(failure, {});
+            std::string message = fault.Message();
+            const std::size_t at = message.find(whole);
+            if (at != std::string::npos) message.replace(at, whole.size(), m_target);
+            throw Fault(fault.Exit(), message, fault.Hint(), fault.Status());
+        }
+        if (!m_mayReplace) Place(whole);
+        return Written();
     }
     const Descriptor target(m_target == "-" ? STDOUT_FILENO : ::open(m_target.c_str(), O_WRONLY | O_CLOEXEC));
     if (target.Get() < 0) FailWrite(m_name, errno);
     encoded([&](std::string_view piece) {
         ThrowIfInterrupted();
-        const int error = WriteAll(target.Get(), piece, Interrupted);
+        const int error = WriteUnlessStopped(target.Get(), piece);
         if (error != 0) FailWrite(m_name, error);
     });
 }
 
+void OutputFile::Written() const { RecordEffect(m_name + " was written"); }
+
 void OutputFile::Finish() {
-    if (m_folder.empty()) return;
+    if (IsWrittenInPlace()) return Written();
+    if (!IsStream() && m_pemLabel == nullptr) {
+        Place(m_path);
+        return Written();
+    }
     const CTOOFile written(m_path, "rb");
     Deliver([&](auto write) {
         std::vector<char> buffer(kLines * 1024);

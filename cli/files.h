@@ -1,6 +1,8 @@
 // Inputs and outputs as the command line names them: files, "-", pipes.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string>
 
@@ -35,6 +37,8 @@ public:
     /// For people.
     const std::string& Name() const { return m_name; }
     std::uint64_t Size() const { return m_size; }
+    /// Whether it was no stream.
+    bool IsRegular() const { return m_isRegular; }
     /// Whether it was PEM, and was decoded.
     bool WasPem() const { return m_wasPem; }
 
@@ -46,25 +50,32 @@ private:
     std::uint64_t m_size = 0;
     int m_descriptor = -1;
     bool m_wasPem = false;
+    bool m_isRegular = false;
 };
 
-/// An output for library calls that write a file whole. Standard output, what is no regular file, and PEM are made of what was written
-/// to a file in a temporary folder of its own.
+/// Tells of a file that the command line names to be read, or "-": no output may be it.
+void NameInput(const std::string& path);
+
+/// An output for library calls that write a file whole.
+///
+/// A new file is made in a temporary folder beside its place, which it takes when it is whole, never another file's. What goes to a
+/// stream is made in such a folder in TMPDIR. The folder is made when it is needed.
 class OutputFile {
 public:
+    /// @param replace   whether a file that is there is replaced; one that is read, a store or a key container never is
     /// @param pemLabel  it becomes PEM with this label; null: it stays as it is written
+    /// @param replaces  the path of an input that is to be replaced, if any
     /// @throws Fault when the file is there already and may not be replaced
-    OutputFile(const std::string& path, bool replace, const char* pemLabel = nullptr);
+    OutputFile(const std::string& path, bool replace, const char* pemLabel = nullptr, const std::string& replaces = {});
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    const std::string& Path() const { return m_path; }
+    /// For the library. @throws Fault when the temporary folder cannot be made
+    const std::string& Path();
     const std::string& Name() const { return m_name; }
     bool IsStandardOutput() const { return m_target == "-"; }
-    /// @throws Fault when the output is the input at `path`; `done` is what happens to that: "signed"
-    void RefuseInput(const std::string& path, const char* done) const;
-    /// Hands what was written on; to be called when the library is done.
+    /// Hands what was written to Path() on; to be called when the library is done. @throws Fault, also when another file has come meanwhile
     /// @throws Fault without a message when the reader has closed its end
     void Finish();
     /// Writes these bytes as the whole output.
@@ -72,15 +83,22 @@ public:
 
 private:
     bool IsStream() const { return m_target == "-" || m_isSpecial; }
+    bool IsWrittenInPlace() const { return m_mayReplace && !IsStream() && m_pemLabel == nullptr; }
+    [[noreturn]] void RefuseExisting() const;
+    void RefusePrecious(dev_t device, ino_t number, const std::string& replaces) const;
+    const std::string& Folder();
+    void Place(const std::string& finished) const;
+    void Written() const;
     template <class Produce>
     void Deliver(Produce produce);
 
     std::string m_target;
     std::string m_name;
-    std::string m_path;
+    std::string m_path;  // for the library; empty until it is asked for
     const char* m_pemLabel;
+    bool m_mayReplace;
     bool m_isSpecial = false;  // there, and no regular file
-    std::string m_folder;      // temporary; empty when the library writes to its place
+    std::string m_folder;      // temporary; empty until it is needed
 };
 
 }  // namespace cli

@@ -3,8 +3,11 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -24,6 +27,30 @@ constexpr std::time_t kPatience = 2;  // seconds; keeps an impatient double Ctrl
 char g_folder[PATH_MAX] = {};
 volatile std::sig_atomic_t g_hasFolder = 0;
 
+constexpr int kSignals[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP};
+
+// In a signal handler too. What the memory held, a password perhaps, goes into no core file.
+void EndBy(int number) {
+    if (g_hasFolder != 0) RemoveFolder(g_folder);
+    const rlimit none{0, 0};
+    ::setrlimit(RLIMIT_CORE, &none);
+    ::signal(number, SIG_DFL);
+    ::raise(number);
+}
+
+// Waits until a descriptor is ready for `events`, or a signal asked to end. A signal between a check and a call that waits would be slept
+// over; so it is let in by the wait alone.
+void AwaitUnlessStopped(int descriptor, short events) {
+    sigset_t ours;
+    sigset_t before;
+    ::sigemptyset(&ours);
+    for (const int number : kSignals) ::sigaddset(&ours, number);
+    ::sigprocmask(SIG_BLOCK, &ours, &before);
+    pollfd one{descriptor, events, 0};
+    while (!Interrupted() && ::ppoll(&one, 1, nullptr, &before) < 0 && errno == EINTR) {}
+    ::sigprocmask(SIG_SETMASK, &before, nullptr);
+}
+
 extern "C" void OnSignal(int number) {
     timespec now{};
     ::clock_gettime(CLOCK_MONOTONIC, &now);
@@ -31,9 +58,7 @@ extern "C" void OnSignal(int number) {
         g_first = now.tv_sec;
         g_signal = number;
     } else if (now.tv_sec - g_first > kPatience) {
-        if (g_hasFolder != 0) RemoveFolder(g_folder);
-        ::signal(number, SIG_DFL);
-        ::raise(number);
+        EndBy(number);
     }
 }
 
@@ -45,7 +70,7 @@ void InstallSignalHandlers() {
     struct sigaction action {};
     action.sa_handler = OnSignal;  // without SA_RESTART: a read that waits for the operator ends
     ::sigfillset(&action.sa_mask);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int number : kSignals) {
         struct sigaction old {};
         // A signal that is ignored from outside (nohup, a script's background job) stays so.
         if (::sigaction(number, nullptr, &old) == 0 && old.sa_handler == SIG_IGN) continue;
@@ -68,16 +93,23 @@ void ThrowIfInterrupted() {
 }
 
 void WaitReadable(int descriptor) {
-    // A signal between the look at the flag and the wait would be slept over; so it is let in by the wait alone.
-    sigset_t ours;
-    sigset_t before;
-    ::sigemptyset(&ours);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) ::sigaddset(&ours, number);
-    ::sigprocmask(SIG_BLOCK, &ours, &before);
-    pollfd one{descriptor, POLLIN, 0};
-    while (!Interrupted() && ::ppoll(&one, 1, nullptr, &before) < 0 && errno == EINTR) {}
-    ::sigprocmask(SIG_SETMASK, &before, nullptr);
+    AwaitUnlessStopped(descriptor, POLLIN);
     ThrowIfInterrupted();
+}
+
+int WriteUnlessStopped(int descriptor, std::string_view text) {
+    struct stat status {};
+    const bool mayWait = ::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode);
+    while (!text.empty()) {
+        // A pipe that is ready takes so much without waiting.
+        const std::size_t size = mayWait ? std::min<std::size_t>(text.size(), PIPE_BUF) : text.size();
+        if (mayWait) AwaitUnlessStopped(descriptor, POLLOUT);
+        if (Interrupted()) return EINTR;
+        const ssize_t written = ::write(descriptor, text.data(), size);
+        if (written < 0 && errno != EINTR) return errno;
+        if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return 0;
 }
 
 void RecordEffect(std::string what) { g_effects.push_back(std::move(what)); }
@@ -108,8 +140,7 @@ void RemoveWhenKilled(const std::string& folder) {
 
 void EndBySignal() {
     const int number = g_signal != 0 ? g_signal : SIGINT;
-    ::signal(number, SIG_DFL);
-    ::raise(number);
+    EndBy(number);
     ::_exit(128 + number);
 }
 

@@ -1,5 +1,6 @@
 #include "cli/program.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -7,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "cli/files.h"
 #include "cli/help.h"
 #include "cli/interrupt.h"
 
@@ -25,6 +27,7 @@ std::string Join(const std::vector<std::string>& words) {
     return text;
 }
 
+// Also keeps in mind what is read, for outputs that the command line does not name.
 void RefuseBadPaths(const CLI::App& app, const Globals& globals) {
     unsigned inputs = 0;
     unsigned outputs = 0;
@@ -32,10 +35,16 @@ void RefuseBadPaths(const CLI::App& app, const Globals& globals) {
         const std::string type = option->get_type_name();
         const std::string name = option->get_name();
         const bool isDescriptor = name.size() > 3 && name.compare(name.size() - 3, 3, "-fd") == 0;
-        if (isDescriptor && option->count() != 0 && option->results().front() == "0") ++inputs;
+        if (isDescriptor && option->count() != 0) {
+            const int descriptor = option->as<int>();
+            // Else it could be one that the program opens.
+            if (::fcntl(descriptor, F_GETFD) < 0) throw Fault(kKeys, name + ": descriptor " + std::to_string(descriptor) + " is not open");
+            if (descriptor == STDIN_FILENO) ++inputs;
+        }
         if (type != kIn && type != kOut && type != kPath && type != kCert) continue;
         for (const std::string& value : option->results()) {
             if (value.empty() && type != kCert) UsageFault(option->get_name() + ": the path is empty");
+            if (type != kOut) NameInput(value);
             if (value != "-") continue;
             if (type == kPath) UsageFault(option->get_name() + ": must be a file, it cannot be standard input or output");
             if (type == kOut) RefuseJsonWith(value, globals);
@@ -123,7 +132,7 @@ int Program::ReportFault(const Fault& given) const {
     const std::string hint = seeHelp ? "See: " + m_text.name + " help" + m_words.substr(m_text.name.size()) : given.Hint();
     const Fault fault(given.Exit(), given.Message(), hint, given.Status(), given.Details());
     Tell(fault);
-    if (!Effects().empty()) WriteAll(STDERR_FILENO, "This was done before and stays:\n" + EffectLines());
+    TellEffects();
     if (m_globals.json && !fault.Message().empty()) {
         Outcome outcome;
         std::string message = fault.Message();
@@ -131,7 +140,7 @@ int Program::ReportFault(const Fault& given) const {
         Json& error = outcome.data["error"] = {{"exit", fault.Exit()}, {"status", fault.Status()}, {"message", message}, {"hint", hint}};
         if (!Effects().empty()) error["done"] = Effects();
         outcome.exit = fault.Exit();
-        return Print(outcome) == kSystem ? kSystem : fault.Exit();
+        return Print(outcome, true) == kSystem ? kSystem : fault.Exit();
     }
     return fault.Exit();
 }
@@ -147,18 +156,24 @@ int Program::ReportStop() const {
     EndBySignal();
 }
 
-int Program::Print(const Outcome& outcome) const {
+void Program::TellEffects() {
+    if (!Effects().empty()) WriteAll(STDERR_FILENO, "This was done before and stays:\n" + EffectLines());
+}
+
+int Program::Print(const Outcome& outcome, bool effectsTold) const {
     std::string text = outcome.text;
     if (m_globals.json) {
         text = PrintableJson(outcome.data.dump(2, ' ', false, Json::error_handler_t::replace)) + "\n";
     } else if (text.empty() && !outcome.data.empty()) {
         text = RenderText(outcome.data, UseColour(STDOUT_FILENO));
     }
-    const int error = WriteAll(STDOUT_FILENO, text, Interrupted);
+    const int error = WriteUnlessStopped(STDOUT_FILENO, text);
     for (const Fault& fault : outcome.faults) Tell(fault);
     if (error == 0) return outcome.faults.empty() ? outcome.exit : outcome.faults.front().Exit();
     // A reader that has seen enough (head, less) is no reason for words, nor is what the operator stopped.
-    if (error != EPIPE && error != EINTR) WriteAll(STDERR_FILENO, m_words + ": cannot write to standard output: " + std::strerror(error) + "\n");
+    if (error == EPIPE || error == EINTR) return kSystem;
+    WriteAll(STDERR_FILENO, m_words + ": cannot write to standard output: " + std::strerror(error) + "\n");
+    if (!effectsTold) TellEffects();
     return kSystem;
 }
 

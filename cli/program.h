@@ -141,7 +141,8 @@ private:
     void Tell(const Fault& fault) const;
     int ReportFault(const Fault& fault) const;
     int ReportStop() const;
-    int Print(const Outcome& outcome) const;
+    static void TellEffects();
+    int Print(const Outcome& outcome, bool effectsTold = false) const;
 
     ProgramText m_text;
     Globals m_globals;

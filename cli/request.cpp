@@ -121,7 +121,6 @@ struct KeyOptions {
     unsigned months = NAL_REQUEST_MONTHS;
     std::string output;
     bool force = false;
-    std::optional<OutputFile> target;
 
     void Define(Options& o) {
         o.Value("-a,--algorithm", algorithm, "OID", "Of the new key: 1.2.643.2.2.19 (GOST R 34.10-2001), 1.2.643.2.2.98 (its exchange key), ...");
@@ -141,16 +140,17 @@ struct KeyOptions {
     }
 
     // Before anything is made: a request whose output cannot be written would be asked for again, with another key.
-    void OpenOutput() {
-        if (!output.empty()) target.emplace(output, force, "CERTIFICATE REQUEST");
+    std::optional<OutputFile> OpenOutput() const {
+        if (output.empty()) return std::nullopt;
+        return std::optional<OutputFile>(std::in_place, output, force, "CERTIFICATE REQUEST");
     }
 
-    Outcome Made(const CNALCertReqContext& context) {
+    Outcome Made(const CNALCertReqContext& context, std::optional<OutputFile>& target) {
         RecordEffect("request " + IdOf(*context) + " was made, with a key pair in container " + ContainerOf(*context));
-        return Shown(context);
+        return Shown(context, target);
     }
 
-    Outcome Shown(const CNALCertReqContext& context) {
+    Outcome Shown(const CNALCertReqContext& context, std::optional<OutputFile>& target) {
         if (target) target->Write(BytesOf(context->Request));
         Outcome outcome;
         outcome.data = DetailJson(*context);
@@ -220,7 +220,7 @@ struct New : KeyOptions {
     Outcome Run(const Globals&) {
         RequireTransportFolder();
         const CNALCertInfo info = Template();
-        OpenOutput();
+        std::optional<OutputFile> target = OpenOutput();
         CNALUser signerUser;
         CNALCertContext signerContext;
         if (!signer.empty()) {
@@ -246,7 +246,7 @@ struct New : KeyOptions {
             throw FaultOf(status, text, "container " + user.container);
         }
         context.Attach(raw);
-        return Made(context);
+        return Made(context, target);
     }
 
     // @return whether the container was made
@@ -297,9 +297,9 @@ struct Renew : KeyOptions {
         return nullptr;
     }
 
-    Outcome Run(const Globals&) {
+    Outcome Run(const Globals& globals) {
         RequireTransportFolder();
-        OpenOutput();
+        std::optional<OutputFile> target = OpenOutput();
         CNALUser owner;
         OpenUser(owner, user);
         const CNALCertContext old = UserCertificate(owner, certificate, false);
@@ -314,11 +314,11 @@ struct Renew : KeyOptions {
                                 "Wait for its answer, or ask anew with --again.", TOO_E_REQUEST_STATE);
                 }
                 const char* note = "this request was made before and waits for its answer; no new key was made";
-                Outcome outcome = Shown(*waiting);
+                Outcome outcome = Shown(*waiting, target);
                 if (output != "-") {
                     outcome.data["note"] = note;
-                } else {
-                    WriteAll(STDERR_FILENO, "nal request renew: " + std::string(note) + "\n");
+                } else if (!globals.quiet) {
+                    WriteAll(STDERR_FILENO, "note: " + std::string(note) + "\n");
                 }
                 return outcome;
             }
@@ -332,7 +332,7 @@ struct Renew : KeyOptions {
         }
         CNALCertReqContext context;
         context.Attach(raw);
-        return Made(context);
+        return Made(context, target);
     }
 };
 
@@ -401,12 +401,10 @@ struct Install {
         }
         Requests requests;
         bool any = false;
+        const CNALCertReqContext* only = id.empty() ? nullptr : &requests.Select(id);
         for (CNALCertReqContext& context : requests.All()) {
-            const bool wanted = id.empty() ? context->dwStatus == NAL_REQ_STATUS_RECEIVED : &context == &requests.Select(id);
+            const bool wanted = only == nullptr ? context->dwStatus == NAL_REQ_STATUS_RECEIVED : &context == only;
             if (!wanted) continue;
-            if (context->dwStatus != NAL_REQ_STATUS_RECEIVED) {
-                throw Fault(kInput, "request " + IdOf(*context) + " has no answer to install: it is " + StatusWord(context->dwStatus), "", TOO_E_REQUEST_STATE);
-            }
             ThrowIfInterrupted();
             any = true;
             try {
@@ -417,13 +415,17 @@ struct Install {
                 outcome.data["failed"].push_back({{"id", IdOf(*context)}, {"message", fault.Message()}, {"hint", fault.Hint()}});
             }
         }
-        if (outcome.faults.size() == 1 && outcome.data["installed"].empty()) throw outcome.faults.front();
+        // Refused answers have their report.
+        if (outcome.faults.size() == 1 && outcome.data["installed"].empty() && status == TOO_OK) throw outcome.faults.front();
         if (!any && outcome.data["answers"].empty()) outcome.text = "nothing to install: no new answers in " + Printable(TransportFolder()) + "\n";
         if (status != TOO_OK) outcome.exit = kCheckFailed;  // an answer was refused
         return outcome;
     }
 
     Json InstallOne(CNALCertReqContext& context) {
+        if (context->dwStatus != NAL_REQ_STATUS_RECEIVED) {
+            throw Fault(kInput, "request " + IdOf(*context) + " has no answer to install: it is " + StatusWord(context->dwStatus), "", TOO_E_REQUEST_STATE);
+        }
         UserOption option = user;
         if (option.container.empty()) option.container = ContainerOf(*context);
         if (option.container.empty()) throw Fault(kKeys, "request " + IdOf(*context) + " names no container", "Name it with --key.", TOO_E_NO_CONTAINER);

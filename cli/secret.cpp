@@ -12,6 +12,7 @@
 #include <optional>
 #include <string_view>
 
+#include "cli/descriptor.h"
 #include "cli/interrupt.h"
 #include "cli/program.h"
 
@@ -32,13 +33,22 @@ public:
         struct sigaction action {};
         action.sa_handler = OnSuspend;
         ::sigfillset(&action.sa_mask);
+        // In the background the terminal is another program's: its change waits for the foreground, which this signal makes it do.
+        ::sigdelset(&action.sa_mask, SIGTTOU);
         struct sigaction old {};
         m_isHandled = ::sigaction(SIGTSTP, nullptr, &old) == 0 && old.sa_handler != SIG_IGN && ::sigaction(SIGTSTP, &action, nullptr) == 0;
         m_isOn = ::tcsetattr(terminal, TCSAFLUSH, &s_quiet) == 0;
     }
     ~Quiet() {
-        if (m_isHandled) ::signal(SIGTSTP, SIG_DFL);
+        // A suspension meanwhile would leave the terminal without echo, or set it so again.
+        sigset_t suspension;
+        sigset_t before;
+        ::sigemptyset(&suspension);
+        ::sigaddset(&suspension, SIGTSTP);
+        ::sigprocmask(SIG_BLOCK, &suspension, &before);
         if (m_isOn) ::tcsetattr(s_terminal, TCSAFLUSH, &s_old);
+        if (m_isHandled) ::signal(SIGTSTP, SIG_DFL);
+        ::sigprocmask(SIG_SETMASK, &before, nullptr);
     }
     Quiet(const Quiet&) = delete;
     Quiet& operator=(const Quiet&) = delete;
@@ -63,20 +73,6 @@ private:
 
     bool m_isOn = false;
     bool m_isHandled = false;
-};
-
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : m_fd(fd) {}
-    ~Descriptor() {
-        if (m_fd >= 0) ::close(m_fd);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int Get() const { return m_fd; }
-
-private:
-    int m_fd;
 };
 
 int OpenTerminal() { return ::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY); }
@@ -111,6 +107,10 @@ void ReadLine(int fd, const std::string& where, bool isTerminal, Secret& passwor
 
 void StripReturn(Secret& password);
 
+void RequireQuiet(const Quiet& quiet, const std::string& hint) {
+    if (!quiet.IsOn()) throw Fault(kSystem, "the terminal cannot hide a password", hint);
+}
+
 void Ask(const PasswordSource& source, const std::string& prompt, Secret& password) {
     const std::string instead = "--" + source.name + "-file FILE or --" + source.name + "-fd N.";
     const Descriptor terminal(OpenTerminal());
@@ -119,7 +119,7 @@ void Ask(const PasswordSource& source, const std::string& prompt, Secret& passwo
     }
     const std::string shown = Printable(prompt) + ": ";
     const Quiet quiet(terminal.Get(), shown);
-    if (!quiet.IsOn()) throw Fault(kSystem, "the terminal cannot hide a password", "Give it with " + instead);
+    RequireQuiet(quiet, "Give it with " + instead);
     WriteAll(terminal.Get(), shown);
     ReadLine(terminal.Get(), "the terminal", true, password);
 }
@@ -128,7 +128,7 @@ void ReadDescriptor(int fd, const std::string& where, Secret& password) {
     static const std::string kNoPrompt;
     const bool isTerminal = IsTerminal(fd);
     std::optional<Quiet> quiet;
-    if (isTerminal) quiet.emplace(fd, kNoPrompt);
+    if (isTerminal) RequireQuiet(quiet.emplace(fd, kNoPrompt), "Give it from a file.");
     ReadLine(fd, where, isTerminal, password);
 }
 
@@ -139,6 +139,7 @@ void ReadSource(const PasswordSource& source, Secret& password) {
         const bool isFolder = file.Get() >= 0 && ::fstat(file.Get(), &status) == 0 && S_ISDIR(status.st_mode);
         if (file.Get() < 0 || isFolder) {
             const int error = isFolder ? EISDIR : errno;
+            if (error == EINTR) ThrowIfInterrupted();
             throw Fault(ExitOfErrno(error, kKeys), "cannot read the " + source.Words() + " from " + source.file + ": " + std::strerror(error),
                         error == EACCES ? "Check who may read it." : "", TOOStatusFromErrno(error, TOO_E_READ));
         }

@@ -3,6 +3,7 @@
 
 #include "cli/commands.h"
 #include "cli/home.h"
+#include "cli/interrupt.h"
 #include "cli/program.h"
 
 namespace cli {
@@ -54,7 +55,10 @@ struct Settings {
         if (!saved.badFlags.empty() && !globals.quiet) {
             WriteAll(STDERR_FILENO, "nal settings: the flags were no number (" + Printable(saved.badFlags) + "); they count as 0: set them with --set-flags\n");
         }
-        if (change) SaveSettings(saved);
+        if (change) {
+            SaveSettings(saved);
+            RecordEffect("the settings were changed");
+        }
         char number[16];
         std::snprintf(number, sizeof number, "0x%X", saved.flags);
         const std::string folder = change && transportOption->count() != 0 ? saved.transport : TransportFolder();

@@ -61,11 +61,11 @@ struct Sign {
             if (!message->IsAttached() && file.empty()) UsageFault(NameOf(add) + " does not carry its content: name the FILE too");
             if (message->IsAttached() && !file.empty()) UsageFault(NameOf(add) + " carries its content: FILE is not needed");
             pem |= message->WasPem();
+            if (output.empty() && add != "-" && !message->File().IsRegular()) UsageFault(NameOf(add) + " is no file that could be replaced", "Name the output with -o.");
         }
         if (output.empty()) output = !add.empty() ? add : file == "-" ? "-" : file + c_NAL_SIGNED_FILE_EXT;
         RefuseJsonWith(output, globals);
-        OutputFile target(output, force || output == add, pem ? "CMS" : nullptr);
-        target.RefuseInput(file, "signed");
+        OutputFile target(output, force || output == add, pem ? "CMS" : nullptr, add);
 
         std::unique_ptr<InputFile> content;
         if (!file.empty()) content = std::make_unique<InputFile>(file, false);
@@ -147,7 +147,6 @@ struct Unsign {
         }
         RefuseJsonWith(output, globals);
         OutputFile target(output, force);
-        target.RefuseInput(file, "read");
         const MessageFile message(file);
         if (!message.IsAttached()) {
             throw Fault(kInput, message.File().Name() + " does not carry its content: it was signed detached", "The content is the file that it came with.",

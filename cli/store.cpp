@@ -1,5 +1,6 @@
 // nal store
 #include "cli/commands.h"
+#include "cli/interrupt.h"
 #include "cli/program.h"
 #include "cli/stores.h"
 
@@ -55,6 +56,7 @@ struct Salvage {
         int status = 0;
         CTOOString text;
         if (!NALSalvageStoreFile(path, target, report, &status, &text)) throw FaultOf(status, text, path);
+        RecordEffect("the store " + target + " was made");
         Outcome outcome;
         outcome.data = ReportJson(path, report);
         outcome.data["target"] = target;

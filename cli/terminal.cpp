@@ -125,14 +125,12 @@ std::string Coloured(const std::string& text, Colour colour, bool use) {
     return "\x1B[" + std::string(code) + "m" + text + "\x1B[0m";
 }
 
-int WriteAll(int descriptor, std::string_view text, bool (*stop)()) {
+int WriteAll(int descriptor, std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = ::write(descriptor, text.data(), text.size());
-        if (written < 0 && errno == EINTR && (stop == nullptr || !stop())) continue;
+        if (written < 0 && errno == EINTR) continue;
         if (written < 0) return errno;
         text.remove_prefix(static_cast<std::size_t>(written));
-        // A write that had begun when the signal came tells what it wrote, and nothing of the signal.
-        if (!text.empty() && stop != nullptr && stop()) return EINTR;
     }
     return 0;
 }

@@ -27,8 +27,7 @@ enum class Colour { None, Good, Bad, Warning, Label };
 std::string Coloured(const std::string& text, Colour colour, bool use);
 
 /// Writes all of a text to a descriptor.
-/// @param stop  asked when a signal came meanwhile: whether the writing ends; null: it goes on
-/// @return 0, or the errno: EINTR when it was to stop
-int WriteAll(int descriptor, std::string_view text, bool (*stop)() = nullptr);
+/// @return 0, or the errno
+int WriteAll(int descriptor, std::string_view text);
 
 }  // namespace cli

@@ -73,7 +73,7 @@ CNALCertContext UserCertificate(const CNALUser& user, const std::string& id, boo
     CTOOString text;
     const std::string name = "container " + user.GetPath().str();
     if (!user.GetCertificateList(all, &status, &text)) throw FaultOf(status, text, name);
-    const bool isFile = !id.empty() && (CTOOFile::Exists(id) || id.find('/') != std::string::npos);
+    const bool isFile = id == "-" || (!id.empty() && (CTOOFile::Exists(id) || id.find('/') != std::string::npos));
     const CNALCertContext wanted = isFile ? ContextOf(ReadOne(id, Kind::Certificate), id) : CNALCertContext();
     std::list<CNALCertContext> fit;
     std::vector<std::string> listing;

@@ -74,7 +74,7 @@ struct Verify {
     Outcome Run(const Globals& globals) {
         if (output == "-") UsageFault("the verdict goes to standard output: name a file for the content");
         std::optional<OutputFile> target;
-        if (!output.empty()) target.emplace(output, force).RefuseInput(file, "verified");
+        if (!output.empty()) target.emplace(output, force);
         // What is verified and what is written are then one thing, whatever becomes of the file meanwhile.
         const MessageFile message(file, target.has_value());
         const bool attached = message.IsAttached();

@@ -1,5 +1,6 @@
 // nal cert and nal store.
 #include "cli_fixture.h"
+#include "nal/storage.h"
 #include "support/cert_builder.h"
 
 namespace nal_test {
@@ -20,12 +21,14 @@ protected:
         Write("root.crl", m_authority.root.MakeCrl({}));
         Write("nokeyid.cer", NoKeyId());
         const CNALCertPublicKeyInfo key = m_authority.NewKey().GetPublicKey();
-        Write("one.cer", m_authority.root.Certify(keycentre::Name("CN=\"Evil\nforged\x1B\""), key, keycentre::SignatureProfile()));
+        m_one = m_authority.root.Certify(keycentre::Name("CN=\"Evil\nforged\x1B\""), key, keycentre::SignatureProfile());
+        Write("one.cer", m_one);
         Write("two.cer", m_authority.root.Certify(keycentre::Name("CN=Two"), key, keycentre::SignatureProfile()));
         Write("request.p10", keycentre::MakeRequest(m_authority.NewKey(), keycentre::Name("CN=Ivan")));
     }
 
     Authority m_authority;
+    IdentObj m_one;
 };
 
 TEST_F(CliCert, Show) {
@@ -83,6 +86,25 @@ TEST_F(CliCert, Store) {
         {"nal cert import root.cer ivan.cer --store k.dat && nal cert list --store k.dat", 0, "", "Evil\\x0Aforged\\x1B"},
         {"nal cert export = --store k.dat", 3, "Evil\\x0Aforged\\x1B"},
         {"nal cert import root.cer --store /proc/nal/store", 3, "/proc/nal"},
+    });
+    // What the store holds keeps the place of its key when another certificate comes and goes within one import.
+    {
+        CNALCertStorage storage;
+        CNALString path(Path("k.dat").c_str());
+        ASSERT_TRUE(storage.OpenStorage(path, CERT_STORE_PROV_FILENAME_A, 0, 0, nullptr));
+        CNALCertContext one(m_one);
+        CRYPT_HASH_BLOB context{sizeof(CERT_CONTEXT), const_cast<BYTE*>(reinterpret_cast<const BYTE*>(one.GetContext()))};
+        std::list<CNALCertContext> found;
+        ASSERT_TRUE(storage.FindCertList(found, CERT_FIND_EXISTING, &context));
+        EXPECT_TRUE(found.front().SetContainer("evil"));
+    }
+    RunAll({
+        {"nal cert import two.cer one.cer --store k.dat --json | grep result", 0, "", "replaced by a later one of this import\",\n      \"result\": \"was there already"},
+        {"nal cert find --with-key --store k.dat", 0, "", "Evil"},
+        {"nal cert import two.cer --store k.dat > /dev/full", 5, "This was done before and stays:\n  1 certificate(s) were stored in k.dat"},
+        {"nal cert delete Two --yes --store k.dat > /dev/full", 5, "was deleted from k.dat"},
+        {"nal cert import one.cer --store k.dat; nal cert export petrov --store k.dat -o k.dat -f", 2, "the output k.dat is a file that is read", "new"},
+        {"nal cert import root.cer; nal cert export root -o home/csp/ormatek/storage/cstore.dat -f", 3, "is a certificate store, which no output replaces", "was there already"},
     });
     EXPECT_NE(RunJson("nal cert find Evil --store k.dat")["certificates"][0]["subject"].get<std::string>().find("Evil\nforged\x1B"), std::string::npos);
     // A store that is named must be there.

@@ -16,7 +16,7 @@ TEST_F(CliContainer, LivesThroughAllCommands) {
         {"nal container create ivan --password-file zero", 4, "zero byte"},
         {"nal container create ivan --password-file nowhere", 4, "cannot read the password from nowhere"},
         {"nal container create ivan --password-file @", 4, "Is a directory"},
-        {"nal container create ivan --password-fd 77", 4, "cannot read the password from descriptor 77"},
+        {"nal container create ivan --password-fd 77", 4, "--password-fd: descriptor 77 is not open"},
         {"nal container create ivan --password-file pw --password-fd 0", 2, "excludes"},
         {"nal container create ivan --algorithm 1.2.3 --password-file pw", 3, "unknown algorithm or algorithm parameters"},
         {"nal container list", 0, "", "no containers in @/home/csp"},
@@ -51,6 +51,12 @@ TEST_F(CliContainer, LivesThroughAllCommands) {
         {"nal container passwd p --password-file pw --pin-file pin --new-password-file none", 4, "--no-new-password"},
         {"nal container passwd p --password-file pw --pin-file pin --no-new-pin", 0, "", "protection  password\n"},
         {"nal container list --folder nowhere", 3, "nowhere is no folder"},
+        // The result is lost, not what was done.
+        {"nal container create lost --password-file pw > /dev/full", 5, "This was done before and stays:\n  container lost was made"},
+        {"nal container passwd lost --password-file pw --new-pin-file pin --new-password-file pw2 > /dev/full", 5, "the PIN of container lost was changed"},
+        {"nal container transfer lost found --password-file pw2 --pin-file pin > /dev/full", 5, "were moved into container found"},
+        {"nal container delete found --yes > /dev/full", 5, "container found was deleted"},
+        {"nal settings --set-flags 0 > /dev/full", 5, "the settings were changed"},
         {"chmod 644 pw; nal container create c --password-file pw", 0, "others may read the password file", "password"},
     });
     const std::string key = "type:s key:{? oid:s name:s bits:n parameters:s } key_fingerprint:s? created:s certificate:s?";

@@ -75,6 +75,8 @@ TEST_F(Cli, Outputs) {
         {"nal trust list; nal name CN=A -o n.der <&- >&- 2>&-; nal name --der n.der", 0, "", "cn=A"},
         {"nal name CN=A -o n.der", 3, "n.der is there already\n  Name another file, or replace it with --force."},
         {"nal name CN=B -o n.der --force && nal name --der n.der", 0, "", "cn=B"},
+        {"nal name --der n.der -o n.der -f", 2, "the output n.der is a file that is read"},
+        {"ln -s nowhere l; nal name CN=B -o l", 3, "l is there already"},
         {"nal name CN=B -o @", 3, "is a folder"},
         {"nal name CN=B -o /sys/n.der", 5, "/sys/n.der"},
     });

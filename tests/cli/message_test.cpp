@@ -35,7 +35,8 @@ TEST_F(CliMessage, Sign) {
     RunAll({
         {"nal sign doc -k ./ivan.keys --password-file pw", 0, "", "doc.p7s"},
         {"nal sign doc -k ./ivan.keys --password-file pw", 3, "doc.p7s is there already"},
-        {"nal sign doc -k ./ivan.keys --password-file pw -o doc --force", 2, "the output is the file that is signed"},
+        {"nal sign doc -k ./ivan.keys --password-file pw -o doc --force", 2, "the output doc is a file that is read"},
+        {"nal sign doc -k ./ivan.keys --password-file pw -o ./ivan.keys -f", 3, "the output ./ivan.keys is a key container, which no output replaces"},
         {"printf wrong > bad; chmod 600 bad; nal sign doc -k ./ivan.keys --password-file bad -o x", 4, "the password or PIN is wrong"},
         {"ls x", 2, "x"},
         {"nal sign nowhere -k ./ivan.keys --password-file pw", 3, "cannot read nowhere"},
@@ -60,17 +61,24 @@ TEST_F(CliMessage, Sign) {
         {"cat doc | nal sign - -k ./ivan.keys --password-file pw --json", 2, "cannot both go to standard output"},
         {"nal sign doc -k ./ivan.keys --password-file pw -o - > /dev/full", 5, "standard output"},
         {"nal sign --add <(cat doc.p7s) -k ./petr.keys --password-file pw -o both2.p7s && nal signatures list both2.p7s --json | grep -c '\"number\"'", 0, "", "2"},
+        {"nal sign --add <(cat doc.p7s) -k ./petr.keys --password-file pw", 2, "is no file that could be replaced"},
+        {"nal sign -c - doc -k ./ivan.keys --password-file pw -o - < ivan.cer | nal signatures list -", 0, "", "cn=Root"},
         {"nal sign --add <(cat d.pem) doc -k ./petr.keys --password-file pw --again -o - | head -1", 0, "", "-----BEGIN CMS-----"},
         // A failure on the way to PEM leaves what was there.
         {"nal sign doc -k ./ivan.keys --password-file pw --pem -o x.pem && (ulimit -f 700; trap '' XFSZ; nal sign doc -k ./ivan.keys --password-file pw --pem -f -o x.pem); head -1 x.pem",
          0, "x.pem", "-----BEGIN CMS-----"},
         {"rm x.pem", 0, ""},
+        // A file that comes meanwhile is not replaced, and no temporary folder stays.
+        {"mkfifo slow; for pem in '' --pem; do nal sign slow -k ./ivan.keys --password-file pw $pem -o late & p=$!; exec 3> slow; echo other > late; cat doc >&3; exec 3>&-; "
+         "wait $p; echo $? $(cat late; rm late; compgen -G '.nal-*'); done", 0, "late is there already", "3 other\n3 other\n"},
         // Taking apart and putting together.
         {"nal signatures extract both.p7s 2 -o petr.p7s && nal signatures delete both.p7s 2 -o ivan.p7s", 0, "", "signatures  1"},
         {"nal signatures extract both.p7s 3 -o x", 3, "has no signature 3; it has 2"},
         {"nal signatures extract both.p7s 0 -o x", 3, "has no signature 0"},
         {"nal signatures merge ivan.p7s petr.p7s -o merged.p7s", 0, "", "signatures  2"},
         {"nal signatures merge ivan.p7s -o x", 2, "two messages are needed"},
+        {"cp both.p7s kept; for edit in 'extract both.p7s 1' 'delete both.p7s 1' 'merge ivan.p7s both.p7s'; do nal signatures $edit -o both.p7s -f && break; done; "
+         "cmp both.p7s kept", 0, "the output both.p7s is a file that is read"},
         {"nal sign ivan.cer -k ./ivan.keys --password-file pw -o other.p7s && nal signatures merge ivan.p7s other.p7s -o x", 3, "not about the same content"},
     });
     const std::string signature = "number:n signer_issuer:s? signer_serial:s? signer_key_id:s? signing_time:s? hash:s algorithm:s";
@@ -87,7 +95,7 @@ TEST_F(CliMessage, Verify) {
         {"nal verify <(cat doc.p7s)", 0, "", "all signatures are valid"},
         {"nal verify <(cat doc.p7s) -o - -f", 2, "name a file for the content"},
         {"nal verify doc.p7s -o out", 3, "out is there already"},
-        {"for c in verify unsign; do nal $c doc.p7s -o doc.p7s -f && break; done; nal verify doc.p7s", 0, "the output is the file that is", "all signatures are valid"},
+        {"for c in verify unsign; do nal $c doc.p7s -o doc.p7s -f && break; done; nal verify doc.p7s", 0, "the output doc.p7s is a file that is read", "all signatures are valid"},
         {"nal sign doc -k ./ivan.keys --password-file pw -d --pem -o d.pem && nal verify d.pem doc", 0, "", "all signatures are valid"},
         {"nal verify d.pem", 2, "does not carry its content"},
         {"nal verify d.pem ivan.cer", 1, "", "the signature does not hold"},
@@ -124,7 +132,8 @@ TEST_F(CliMessage, Encrypt) {
         {"nal decrypt doc.p7m -k ./petr.keys --password-file pw -o out && cmp out doc", 0, "", "out"},
         {"nal decrypt doc.p7m -k ./ivan.keys --password-file pw -o - | cmp - doc", 0, ""},
         {"nal decrypt doc.p7m -k ./ivan.keys --password-file pw", 3, "doc is there already"},
-        {"nal decrypt doc.p7m -k ./ivan.keys --password-file pw -o doc.p7m -f", 2, "the output is the file that is decrypted"},
+        {"nal decrypt doc.p7m -k ./ivan.keys --password-file pw -o doc.p7m -f", 2, "the output doc.p7m is a file that is read"},
+        {"for to in ./ivan.cer petr.cer; do nal encrypt doc --to ivan.cer --to petr.cer -o $to -f && break; done; nal cert show ivan.cer petr.cer", 0, "is a file that is read", "cn=Petr"},
         {"nal decrypt doc.p7m -k ./ivan.keys --password-file pw --store typo -o x", 3, "there is no store typo"},
         {"nal encrypt doc --to signer.cer -o x", 1, "the key usage of this certificate does not allow"},
         {"nal encrypt doc --to stranger.cer -o x", 1, "the certificate does not verify"},
@@ -143,14 +152,18 @@ TEST_F(CliMessage, Encrypt) {
 }
 
 TEST_F(CliMessage, SignalsLeaveNothing) {
-    const std::string start = "until ls tmp/nal-* || ! kill -0 $p; do sleep .05; done >/dev/null 2>&1; sleep .3; kill -TERM $p; ";
+    const auto once = [](const std::string& ready) { return "until { " + ready + "; } || ! kill -0 $p; do sleep .05; done >/dev/null 2>&1; sleep .1; kill -TERM $p; "; };
+    const std::string start = once("ls tmp/nal-*");
     RunAll({
         {"mkdir tmp; mkfifo full wait; seq 3000000 > big; nal sign big -k ./ivan.keys --password-file pw -q && nal encrypt doc --to ivan.cer && "
          "nal cert import ivan.cer", 0, "", "new"},
         // A reader that reads no more is not waited for.
-        {"true; sleep 60 < full & reader=$!; TMPDIR=@/tmp @NAL@ unsign big.p7s -o full & p=$!; " + start + "wait $p; echo $?; kill $reader", 0,
+        {"true; sleep 60 < full & reader=$!; TMPDIR=@/tmp @NAL@ unsign big.p7s -o full & p=$!; " + once("cmp big tmp/nal-*/output") + "wait $p; echo $?; kill $reader", 0,
          "stopped; nothing was left behind", "143\n"},
-        {"[ -z \"$(ls -A tmp)\" ]", 0},
+        // A password file that nobody opens for writing.
+        {"mkfifo nopw; mkdir -p net/d_station/o_users; TMPDIR=@/tmp @NAL@ request new -k new -s CN=New --transport net --password-file nopw -o r.pem & p=$!; " +
+         once("grep SigCgt.*4...$ /proc/$p/status && grep State:.S /proc/$p/status") + "wait $p; echo $?", 0, "stopped; nothing was left behind", "143\n"},
+        {"[ -z \"$(ls -A tmp; compgen -G '.nal-*')\" ]", 0},
         // A second signal ends what does not hear the first: here, while another process has the store.
         {"true; (exec 9< home/csp/ormatek/storage/cstore.dat.lock; flock 9; exec sleep 60) & holder=$!; sleep .3; TMPDIR=@/tmp @NAL@ decrypt doc.p7m "
          "-k ./ivan.keys --password-file pw -o wait & p=$!; " + start + "sleep 3.2; ls tmp; kill -TERM $p; wait $p; echo $?; kill $holder", 0, "", "nal-"},
@@ -161,7 +174,8 @@ TEST_F(CliMessage, SignalsLeaveNothing) {
 // Every command that reads a file refuses what is none of its kind, says so, and makes nothing. The exit codes are those for a folder, an
 // empty file, one of 300 MiB, noise, and none.
 TEST_F(CliMessage, BadInputs) {
-    Run("nal sign doc -k ./ivan.keys --password-file pw -d -o d.p7s; mkdir folder; : > empty; truncate -s 300M huge; (printf '\\x30\\x82'; seq 2000) > noise; chmod 600 *");
+    RunAll({{"nal sign doc -k ./ivan.keys --password-file pw -d -o d.p7s", 0, "", "d.p7s"},
+            {"mkdir folder && : > empty && truncate -s 300M huge && (printf '\\x30\\x82'; seq 2000) > noise && chmod 600 *", 0}});
     const std::string key = " -k ./ivan.keys --password-file pw";
     const struct {
         std::string command;

@@ -14,6 +14,7 @@ TEST_F(CliRequest, FromTheFirstRequestToTheRenewedKey) {
         {"nal request list", 0, "", "no requests in @/net"},
         {"nal request install", 0, "", "nothing to install"},
         {"nal request status 5A", 3, "there is no request 5A"},
+        {"nal request install 5A", 3, "there is no request 5A"},
         {"nal request new -k ivan --subject Nonsense --password-file pw", 3, "not a name"},
         {"nal request new -k ivan --subject CN=Ivan --usage fly --password-file pw", 2, "neither sign nor encrypt"},
         {"nal request new -k ivan --subject CN=Ivan --algorithm 1.2.3 --password-file pw", 3, "is not the OID of a key algorithm"},
@@ -34,7 +35,7 @@ TEST_F(CliRequest, FromTheFirstRequestToTheRenewedKey) {
         {"nal cert show ivan.p10", 3, "ivan.p10 is a certification request, not a certificate"},
         {"nal request list", 0, "", "made"},
         {"nal request renew -k ivan --password-file pw", 4, "has no certificate"},
-        {"nal-keycentre issue net/d_station/o_users/*.req --centre c --password-file cpw --fingerprint \"$(nal request list --json | sed -n 's/.*\"id\": \"\\(.*\\)\".*/\\1/p' "
+        {"nal-keycentre issue net/d_station/o_users/*.req --entitled --centre c --password-file cpw --fingerprint \"$(nal request list --json | sed -n 's/.*\"id\": \"\\(.*\\)\".*/\\1/p' "
          "| xargs @NAL@ request status --json | sed -n 's/.*\"key_fingerprint\": \"\\(.*\\)\".*/\\1/p')\" > issued 2>&1", 0, ""},
         {"nal request install --password-file bad", 4, "the password or PIN is wrong"},
         // What cannot be read, or taken, is said.
@@ -46,10 +47,19 @@ TEST_F(CliRequest, FromTheFirstRequestToTheRenewedKey) {
         {"nal cert find --with-key", 0, "", "cn=Ivan"},
         {"nal sign doc -k ivan --password-file pw && nal verify doc.p7s", 0, "", "all signatures are valid"},
 
+        // A user who is entitled vouches for another, whose request needs no operator then.
+        {"nal request new -k olga -s CN=Olga --password-file pw --signer ivan --signer-password-file bad", 4, "the password or PIN is wrong"},
+        {"nal request new -k olga -s CN=Olga --password-file pw --signer ivan --signer-password-file pw --signer-cert nobody", 4, "has no certificate that matches 'nobody'"},
+        {"nal container show olga", 4, "container olga"},
+        {"nal request new -k olga -s CN=Olga --password-file pw --signer ivan --signer-password-file pw --signer-cert Ivan", 0, "", "another user"},
+        {"nal-keycentre serve-folder net --centre c --password-file cpw", 0, "", "answered: "},
+        {"nal request install --password-file pw", 0, "", "cn=Olga"},
+
         // Renewed with another algorithm; a repeat shows the request and makes no key.
         {"nal request renew -k ivan --password-file pw --algorithm 1.2.643.2.2.98", 0, "", "1.2.643.2.2.98"},
         {"nal request renew -k ivan --password-file pw -o again.p10", 0, "", "no new key was made"},
-        {"nal request renew -k ivan --password-file pw -o - | cmp - again.p10", 0, "no new key was made"},
+        {"nal request renew -k ivan --password-file pw -o - | cmp - again.p10", 0, "note: this request was made before and waits for its answer; no new key was made"},
+        {"nal request renew -k ivan --password-file pw -o - -q | cmp - again.p10", 0},
         {"nal request renew -k ivan --password-file pw --algorithm 1.2.643.2.2.19", 3, "waits for its answer, for a key of another algorithm"},
         {"nal container show ivan --json | grep -c '\"created\"'", 0, "", "2"},
         {"nal-keycentre serve-folder net --centre c --password-file cpw > served; nal request install --password-file pw", 0, "", "installed"},
@@ -61,6 +71,9 @@ TEST_F(CliRequest, FromTheFirstRequestToTheRenewedKey) {
         {"nal request renew -k ivan --password-file pw --cert $(nal container show ivan --json | sed -n 's/.*\"key_id\": \"\\(.*\\)\".*/\\1/p' | tail -1) > renewed; "
          "nal-keycentre serve-folder net --centre c --password-file cpw > served; mv home/csp/petr away; nal request install --password-file pw", 4,
          "container @/home/csp/petr: no such key container", "subject    cn=Ivan"},
+        // Nor does it hide the report of an answer that was refused.
+        {"cp -r net net5; mkdir -p net5/d_station/tmp; echo junk > net5/d_station/tmp/own_input.cer; nal request install --transport net5", 4,
+         "container @/home/csp/petr: no such key container", "cannot be read as a store"},
         {"mv away home/csp/petr; nal request install --password-file pw", 0, "", "subject    cn=Petr"},
         {"nal container transfer ivan moved --password-file pw && nal sign doc -k moved --password-file pw --cert $(nal container show moved --json | "
          "sed -n 's/.*\"key_id\": \"\\(.*\\)\".*/\\1/p' | head -1) -o moved.p7s", 0, "", "moved"},

@@ -63,10 +63,12 @@ public:
         return !Echoes();
     }
     void Signal(int number) const { ::kill(m_child, number); }
-    // @return whether the program was suspended, not ended
+    // Waits for at most ten seconds. @return whether the program was suspended, not ended
     bool WaitForStop() const {
         int status = 0;
-        return ::waitpid(m_child, &status, WUNTRACED) == m_child && WIFSTOPPED(status);
+        pid_t got = 0;
+        for (int i = 0; i < 1000 && (got = ::waitpid(m_child, &status, WUNTRACED | WNOHANG)) == 0; ++i) ::usleep(10000);
+        return got == m_child && WIFSTOPPED(status);
     }
     void Forget() { m_shown.clear(); }
     // Reads to the end. @return the status of waitpid
@@ -157,7 +159,8 @@ TEST_F(Cli, CtrlCAtAPromptGivesTheTerminalBack) {
 TEST_F(Cli, ASignalEndsLongWork) {
     const std::string fifo = Path("fifo");
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
+        SCOPED_TRACE(number);
         OnTerminal program(Path("home"), {"hash", fifo});
         const int writer = ::open(fifo.c_str(), O_WRONLY);  // waits for the program to open it
         if (number == SIGINT) program.Type("\x03");

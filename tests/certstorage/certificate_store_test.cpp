@@ -115,7 +115,10 @@ TEST(CertStore, NullHandlesFailCleanly) {
         {kNotSupported, [&] { return CertGetIssuerCertificateFromStore(nullptr, nullptr, nullptr, nullptr) != nullptr; }},
         {kNotSupported, [&] { return CertVerifySubjectCertificateContext(context, context, nullptr) != FALSE; }},
     };
-    for (const auto& [error, call] : cases) EXPECT_EQ(error, ErrorOf(call));
+    for (const auto& one : cases) {
+        SCOPED_TRACE(&one - cases);
+        EXPECT_EQ(one.first, ErrorOf(one.second));
+    }
 }
 
 TEST(CertStore, ClosesAtTheLastReference) {

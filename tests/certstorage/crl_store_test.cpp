@@ -125,7 +125,10 @@ TEST(CrlStore, NullsFailCleanly) {
         {kBadArgument, [&] { return AddCrl(nullptr, der, 1) != FALSE; }},
         {kBadArgument, [&] { return CertAddEncodedCRLToStore(store.get(), kEncoding, nullptr, 20, 1, nullptr) != FALSE; }},
     };
-    for (const auto& [error, call] : cases) EXPECT_EQ(error, ErrorOf(call));
+    for (const auto& one : cases) {
+        SCOPED_TRACE(&one - cases);
+        EXPECT_EQ(one.first, ErrorOf(one.second));
+    }
     EXPECT_EQ(EINVAL, nal::CrlContext::From(loose)->storeProperties(nullptr));
 }
 

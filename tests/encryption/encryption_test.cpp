@@ -257,6 +257,7 @@ TEST_F(Encryption, ProgressIsToldAndCancels) {
         std::uint64_t most = limit;
         NALSetProgressHandler(Count, &most);
         for (const bool encrypts : {true, false}) {
+            SCOPED_TRACE(std::to_string(limit) + (encrypts ? " encrypts" : " decrypts"));
             WhatToSignStruct what = InFile(encrypts ? m_source : m_message);
             int err = -1;
             encrypts ? NALEncryptFile(what, {person.cert}, m_out.c_str(), &err)

@@ -179,6 +179,7 @@ TEST_P(OpenSslCertificates, FieldsAreWhatItPrints) {
 INSTANTIATE_TEST_SUITE_P(ParameterSets, OpenSslCertificates, testing::Values("A", "B", "C", "XA"));
 
 TEST_F(Certificates, FieldsAreWhatCerttoolPrints) {
+    NEEDS_CERTTOOL();
     Put("template", R"(country = RU
 organization = "ОАО «Доверие»"
 cn = "Корень"

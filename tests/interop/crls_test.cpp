@@ -26,6 +26,7 @@ protected:
 };
 
 TEST_F(Crls, OfOpenSslEqualWhatItPrints) {
+    NEEDS_CERTTOOL();
     Put("index.txt",
         "R\t301231235959Z\t250101120000Z,keyCompromise\t0A1B2C\tunknown\t/CN=x\n"
         "R\t301231235959Z\t250202130405Z\t00FF\tunknown\t/CN=y\n");
@@ -62,6 +63,7 @@ TEST_F(Crls, OfOpenSslEqualWhatItPrints) {
 }
 
 TEST_F(Crls, OfGnuTlsEqualWhatItPrints) {
+    NEEDS_CERTTOOL();
     Put("ca.tmpl", "cn = \"Корень GnuTLS\"\nca\ncert_signing_key\ncrl_signing_key\nserial = 7\nexpiration_days = 50\n");
     Put("crl.tmpl",
         "crl_number = 4660\ncrl_next_update = 30\ncrl_this_update_date = \"2026-01-02 03:04:05\"\n"
@@ -80,6 +82,7 @@ TEST_F(Crls, OfGnuTlsEqualWhatItPrints) {
 }
 
 TEST_F(Crls, OfOursVerifyThere) {
+    NEEDS_CERTTOOL();
     MakeKey(ORK_ALG_GOST2001_SIGN);
     const CNALPKCS10Request request = MakeRequest();
     Put("ours.der", request.WriteData());

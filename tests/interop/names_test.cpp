@@ -105,6 +105,7 @@ TEST_F(NameInterop, OpenSslWithTheGostEngine) {
 }
 
 TEST_F(NameInterop, GnuTlsCertificates) {
+    NEEDS_CERTTOOL();
     Put("template", "dn = \"CN=" + std::string(kCyrillicName) + ",OU=Отдел,O=Рога и копыта,C=RU\"\nexpiration_days = 30\nca\n");
     Sh("certtool --generate-privkey --key-type=ecdsa --curve=secp256r1 --outfile key");
     Sh("certtool --generate-self-signed --load-privkey key --template template --outder --outfile certificate");

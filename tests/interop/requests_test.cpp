@@ -35,6 +35,7 @@ TEST_F(Requests, OfOpenSslCheckHere) {
 }
 
 TEST_F(Requests, OfGnuTlsCheckHere) {
+    NEEDS_CERTTOOL();
     Put("request.tmpl", "cn = \"Корень\"\nsigning_key\n");
     Sh("certtool --generate-privkey --key-type gost01 --outfile g.key");
     Sh("certtool --generate-request --load-privkey g.key --template request.tmpl --outder --outfile request.der");
@@ -43,6 +44,7 @@ TEST_F(Requests, OfGnuTlsCheckHere) {
 }
 
 TEST_F(Requests, OfOursVerifyThere) {
+    NEEDS_CERTTOOL();
     MakeKey(ORK_ALG_GOST2001_SIGN);
     Put("ours.der", MakeRequest().WriteData());
     const std::string verified = Sh("openssl req -inform DER -in ours.der -verify -noout -text -nameopt utf8");

@@ -90,6 +90,7 @@ protected:
 };
 
 TEST_F(SignedMessages, OfOursVerifyThere) {
+    NEEDS_CERTTOOL();
     const nal_test::Person dora = NewPerson("Dora");
     const nal_test::Person* people[] = {&*s_ann, &*s_bob, &dora};
     for (const std::size_t signers : {1U, 3U}) {
@@ -204,6 +205,7 @@ TEST_F(SignedMessages, OfOpenSslAreReadCheckedAndWrittenAgain) {
 }
 
 TEST_F(SignedMessages, OfGnuTlsAreCheckedAndWrittenAgain) {
+    NEEDS_CERTTOOL();
     Issue("root", "root");
     Issue("1", "signer", "root");
     for (const char* attributes : {"", " --p7-time"}) {

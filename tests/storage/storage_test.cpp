@@ -75,7 +75,10 @@ TEST_F(Storage, RefusesWithItsOwnCodes) {
         {6, [&] { return closed.FindIssuerCertificate(cert, issuer, &flags, nullptr); }},
         {6, [&] { return shut.AddCertificate(cert); }},
     };
-    for (const auto& [error, call] : cases) EXPECT_EQ(ErrorOf(call), error);
+    for (const auto& one : cases) {
+        SCOPED_TRACE(&one - cases);
+        EXPECT_EQ(ErrorOf(one.second), one.first);
+    }
     EXPECT_EQ(list.size(), 1U);
     EXPECT_EQ(flags, 0x20007U);
     EXPECT_FALSE(shut.GetCrlFromStorage(cert, crl));
@@ -265,7 +268,9 @@ TEST_F(Storage, FindsByTheFieldsThatAreFilledIn) {
     const std::pair<const CERT_INFO*, const char*> cases[] = {
         {&bySerial, "13"}, {&bySubject, "3"},        {&whole, "3"},     {&otherKey, ""},
         {&otherExtensions, ""}, {&byKeyIdentifier, "2"}, {&otherIssuer, ""}};
-    for (const auto& [wanted, expected] : cases) {
+    for (const auto& one : cases) {
+        SCOPED_TRACE(&one - cases);
+        const auto& [wanted, expected] = one;
         std::list<CNALCertContext> list;
         storage.FindCertList(list, CERT_FIND_SUBJECT_CERT, wanted);
         std::string found;

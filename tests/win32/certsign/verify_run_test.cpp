@@ -140,7 +140,9 @@ TEST_F(Run, IsCancelledAndSurvivesFilesThatChangeUnderIt) {
         {[&] { return std::filesystem::remove(path), true; }, TOO_OK},
     };
     const IdentObj file = Load(path);
-    for (const auto& [interfere, status] : cases) {
+    for (const auto& one : cases) {
+        SCOPED_TRACE(&one - cases);
+        const auto& [interfere, status] = one;
         Store("file", file);
         action = interfere;
         Records records;
